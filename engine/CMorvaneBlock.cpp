@@ -1,0 +1,216 @@
+#include "CMorvaneBlock.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "Scale16.h"
+
+unsigned int CMorvaneBlock::sqr(unsigned int v)
+{
+    unsigned int b = 1u << 30;
+    while (b > v)
+        b >>= 2;
+    unsigned int r = 0;
+    for (; b != 0; b >>= 2) {
+        if (v >= (r | b)) {
+            v -= r | b;
+            r = (r >> 1) | b;
+        } else {
+            r >>= 1;
+        }
+    }
+    return r;
+}
+
+int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg)
+{
+    const int L = frames;
+    const double f = arg->dStretch;
+    const int ch = arg->nChannels;
+
+    int S = arg->nSubBlockLen;
+    if (f <= 1.0)
+        S = static_cast<int>(S / f); // shortening works on longer input sub-blocks
+
+    const int T = static_cast<int>(L * f) + m_nCarry;
+    m_nCarry = T;
+
+    // Without a sub-block length (low-sound option off) the segment is one sub-block; the
+    // count never exceeds the weight table.
+    int nr = S > 0 ? (S / 2 + L) / S : 1;
+    nr = std::min(nr, kMaxSubBlocks);
+    const int n = std::max(1, nr);
+    int D = (T - L) / n;
+
+    // Weights are 32-bit as stored, but every product with a frame count is taken in 64 bits:
+    // with a full-scale square wave beside silence a weight reaches 65536.
+    int32_t w[kMaxSubBlocks] = {};
+    int64_t W = 0;
+    bool useW = arg->bWeighted != 0;
+    if (n == 2) {
+        w[0] = w[1] = 1;
+        W = 2;
+    } else if (n == 1) {
+        W = 1;
+    } else {
+        const int s = L / n;
+        uint32_t level[kMaxSubBlocks];
+        uint32_t A = 0;
+        for (int k = 0; k < n; ++k) {
+            const float* p = in + static_cast<long>(k) * s * ch;
+            uint64_t sum = 0;
+            for (int i = 0; i < s * ch; ++i)
+                sum += Scale16::Magnitude(p[i]);
+            const uint64_t mean = s > 0 ? sum / static_cast<uint64_t>(s) : 0;
+            level[k] = sqr(static_cast<unsigned int>(std::min<uint64_t>(mean, 0xFFFFFFFFu)));
+            A = std::max(A, level[k]);
+        }
+        for (int k = 0; k < n; ++k) {
+            const int64_t d = A - level[k];
+            w[k] = static_cast<int32_t>(std::min<int64_t>(d * d, INT32_MAX));
+            W += w[k];
+        }
+        if (A == 0 || W == 0) {
+            useW = false;
+        } else if (f < 1.0) {
+            // Flatten the weights so that no sub-block loses more than 7/8 of its length.
+            const int64_t d = L - T;
+            const int64_t lim = static_cast<int64_t>(s) * 7 / 8;
+            for (int k = 0; k < n; ++k) {
+                const int64_t den = d - lim * n;
+                if (w[k] * d / W > lim && den != 0) {
+                    const int64_t add = (W * lim - w[k] * d) / den;
+                    for (int j = 0; j < n; ++j)
+                        w[j] = static_cast<int32_t>(std::clamp<int64_t>(w[j] + add, INT32_MIN, INT32_MAX));
+                    W += n * add;
+                }
+            }
+        } else {
+            // The first and last sub-blocks border onsets: cap what they take.
+            D = 2 * D / n;
+            const int64_t c = 2 * W / (nr > 0 ? int64_t{nr} * nr : 1);
+            for (int k : {0, n - 1}) {
+                if (w[k] > c) {
+                    const int64_t e = w[k] - c;
+                    for (int j = 1; j <= n - 2; ++j)
+                        w[j] = static_cast<int32_t>(std::min<int64_t>(w[j] + e / (n - 2), INT32_MAX));
+                    w[k] = static_cast<int32_t>(c);
+                }
+            }
+        }
+    }
+    m_bLastSub = 0;
+    if (n != 2 && W == 0)
+        W = 1;
+
+    // One sub-block taking more than 70 % of the change would be audible: spread evenly.
+    int64_t total = 0;
+    for (int k = 0; k < n; ++k)
+        total += w[k];
+    const int64_t most = static_cast<int64_t>(0.7 * static_cast<float>(total));
+    for (int k = 0; k < n; ++k)
+        if (w[k] > most)
+            useW = false;
+    if (arg->bFinal)
+        useW = false;
+
+    int RI = L;
+    int RT = T;
+    int pi = 0;
+    int po = 0;
+    m_nPlan = 0;
+    for (int k = 0; k < n; ++k) {
+        const int l = RI / (n - k);
+        int o;
+        if (k == n - 1) {
+            m_bLastSub = 1;
+            o = RT;
+        } else if (useW) {
+            o = l + static_cast<int>(int64_t{RT - RI} * w[k] / W);
+        } else if (k == 0) {
+            o = l + D;
+        } else {
+            o = l + (RT - (RI + D)) / (n - k - 1);
+        }
+        if (o < 0)
+            continue; // its input passes to the following sub-blocks
+
+        const int r = stretch(out + static_cast<long>(po) * ch, in + static_cast<long>(pi) * ch, l,
+                              o, arg, nullptr);
+        m_Plan[m_nPlan++] = SubBlock{l, o, r - o};
+        m_nCarry -= r;
+        RT = m_nCarry;
+        W -= w[k];
+        if (W <= 0)
+            useW = false;
+        pi += l;
+        RI -= l;
+        po += r;
+    }
+    return po;
+}
+
+int64_t CMorvaneBlock::Correlate(const float* a, const float* b, int samples) const
+{
+    int64_t sum = 0;
+    for (int i = 0; i < samples; ++i)
+        sum += (int64_t{Scale16::Round(a[i])} * Scale16::Round(b[i])) >> 20;
+    return sum;
+}
+
+int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* arg, float*)
+{
+    const int ch = arg->nChannels;
+    const int h = static_cast<int>(outLen * arg->dHeadRatio);
+    const int t = static_cast<int>(outLen * arg->dTailRatio);
+    const int m = outLen - h - t;
+
+    // The end-aligned source ends where this sub-block's input ends. When lengthening at the
+    // very start of a job it would begin before the buffer: then there is nothing to match,
+    // and the tail becomes silence.
+    long e0 = static_cast<long>(inLen) - outLen + h;
+    const long history = m_pBufTop ? (in - m_pBufTop) / ch : 0;
+    const bool outside = e0 < -history;
+    if (outside)
+        e0 = std::max(0, inLen - t);
+    const float* E = in + e0 * ch;
+
+    int g = 0;
+    if (arg->dStretch != 1.0 && !outside) {
+        const int back = static_cast<int>(outLen * arg->dSearchBack);
+        const int fwd = static_cast<int>(outLen * arg->dSearchFwd);
+        const int span = static_cast<int>(outLen * arg->dLagWeight);
+        int64_t best = 0;
+        for (int lag = -back; lag < fwd; ++lag) {
+            const int64_t R = Correlate(in + static_cast<long>(h + lag) * ch, E, m * ch);
+            const int64_t score = int64_t{(span - std::abs(lag)) >> 4} * R;
+            if (score > best) { // ties keep the earlier lag; only a positive score moves it
+                best = score;
+                g = lag;
+            }
+        }
+    }
+
+    const int head = h + g;
+    std::memmove(out, in, sizeof(float) * static_cast<size_t>(std::max(0, head) * ch));
+
+    // The fade weights step per interleaved sample, not per frame.
+    const int N = (m - g) * ch;
+    float* fade = out + static_cast<long>(head) * ch;
+    const float* start = in + static_cast<long>(head) * ch;
+    for (int i = 0; i < N; ++i)
+        fade[i] = (static_cast<float>(i) * E[i] + static_cast<float>(N - i) * start[i]) /
+                  static_cast<float>(N);
+
+    const int tailFrames = t + g;
+    if (tailFrames > 0) {
+        float* tail = out + static_cast<long>(outLen - t) * ch;
+        const size_t samples = static_cast<size_t>(tailFrames) * ch;
+        if (outside)
+            std::memset(tail, 0, sizeof(float) * samples);
+        else
+            std::memmove(tail, E + std::max(N, 0), sizeof(float) * samples);
+    }
+    return outLen + g;
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+
+#include "mvArg.h"
+
+// Changes the length of one segment (the audio between two onsets) by arg->dStretch without
+// changing its pitch. The segment is cut into sub-blocks; each gains or loses frames (quiet ones
+// more than loud ones) through one splice: a copied head, a linear cross-fade from the
+// start-aligned to the end-aligned signal at the best-correlated lag, and a copied tail.
+class CMorvaneBlock {
+public:
+    static constexpr int kMaxSubBlocks = 256;
+
+    // What one sub-block of the last segment became (for diagnostics and tests).
+    struct SubBlock {
+        int32_t inFrames;
+        int32_t outFrames; // the length asked of the splice; the lag comes on top
+        int32_t lag;
+    };
+
+    void IniBlock() { m_nCarry = 0; }
+    void SetBufferPointer(float* top) { m_pBufTop = top; }
+
+    // Stretches frames interleaved frames at in into out; returns the frames written. in must
+    // have up to 1024 frames of history before it (down to the buffer top) and room to read
+    // past its end, as the engine's holding buffer has.
+    int Block(float* out, float* in, int frames, mvArg* arg);
+
+    // Makes one sub-block of about outLen frames from inLen input frames; returns outLen plus
+    // the chosen lag.
+    int stretch(float* out, float* in, int inLen, int outLen, mvArg* arg, float* unused);
+
+    static unsigned int sqr(unsigned int v);
+    static int sq(int v) { return v * v; }
+
+    int32_t Carry() const { return m_nCarry; }
+    int SubBlockCount() const { return m_nPlan; }
+    const SubBlock& Plan(int k) const { return m_Plan[k]; }
+
+private:
+    int64_t Correlate(const float* a, const float* b, int samples) const;
+
+    uint8_t m_bLastSub = 0;
+    int32_t m_nCarry = 0; // output frames owed, carried from segment to segment
+    float* m_pBufTop = nullptr;
+    int32_t m_nPlan = 0;
+    SubBlock m_Plan[kMaxSubBlocks] = {};
+};

@@ -1,0 +1,150 @@
+#include "CMorvaneResample.h"
+
+#include <cmath>
+#include <cstring>
+
+int CMorvaneResample::IniResample(double ratio, int attenuation, double transition, double unused,
+                                  bool)
+{
+    const int taps = makeFIR(ratio, attenuation, transition, unused, false);
+    m_nHistory = taps - 1;
+    m_nHalf = (taps - 1) / 2;
+    m_dPos = 0.0;
+    return m_nHistory;
+}
+
+int CMorvaneResample::RawLength(int attenuation, double transition)
+{
+    const double x = attenuation <= 21 ? 0.9222 / transition
+                                       : (attenuation - 7.95) / (14.36 * transition);
+    return static_cast<int>(std::ceil(x + 1.0));
+}
+
+double CMorvaneResample::KaiserBeta(int attenuation)
+{
+    if (attenuation < 22)
+        return 0.0;
+    if (attenuation > 49) // 50 dB already takes the upper formula
+        return 0.1102 * (attenuation - 8.7);
+    return 0.5842 * std::pow(attenuation - 21, 0.4) + 0.07886 * (attenuation - 21);
+}
+
+double CMorvaneResample::I0(double x)
+{
+    // The factorial is accumulated in a 32-bit signed integer and wraps from 13! on. This is
+    // deliberate: the wrapped terms dominate the series for the betas used here and shape the
+    // window, so every table depends on it.
+    double sum = 1.0;
+    int32_t factorial = 1;
+    for (int j = 1; j <= 20; ++j) {
+        factorial = static_cast<int32_t>(static_cast<uint32_t>(factorial) * static_cast<uint32_t>(j));
+        const double term = std::pow(x / 2, j) / static_cast<double>(factorial);
+        sum += term * term;
+    }
+    return sum;
+}
+
+int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, double, bool)
+{
+    const double fc = ratio < 1.0 ? 1.0 : 1.0 / ratio;
+    const double cutoff = fc - transition;
+
+    const int R = RawLength(attenuation, transition);
+    const int taps = R > kMaxTaps ? kMaxTaps : (R | 1);
+    const double beta = KaiserBeta(attenuation);
+    const int M = 4 * taps;
+
+    std::memset(m_Table, 0, sizeof(m_Table));
+    m_Table[M] = static_cast<int16_t>(static_cast<int32_t>(32768 * cutoff));
+    for (int k = 1; k <= M; ++k) {
+        const double r = static_cast<double>(k) / M;
+        const double w = I0(beta * std::sqrt(1.0 - r * r)) / I0(beta);
+        const double h = std::sin(k * cutoff * M_PI * 0.125) / (k * 0.39269908169872414);
+        // Truncated toward zero, then the low 16 bits.
+        const int16_t c = static_cast<int16_t>(static_cast<int32_t>(w * h * 32768));
+        m_Table[M + k] = c;
+        m_Table[M - k] = c;
+    }
+    return taps;
+}
+
+int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool preserve)
+{
+    const int ch = arg->nChannels;
+    const float level = arg->fOutputLevel;
+    const double ratio = arg->dPitchRate;
+
+    if (!preserve || !(ratio != 1.0)) {
+        if (n < 1)
+            return 0;
+        for (int i = 0; i < n; ++i) {
+            const float a = in[static_cast<long>(i) * ch] * level;
+            out[0][i] = a;
+            if (a > 1.0f)
+                arg->bOver = 1;
+            if (ch == 2) {
+                const float b = in[static_cast<long>(i) * ch + 1] * level;
+                out[1][i] = b;
+                if (b > 1.0f)
+                    arg->bOver = 1;
+            }
+        }
+        return n;
+    }
+
+    const int half = m_nHalf;
+    double limit;
+    if (arg->bLastSegment) {
+        std::memset(in + static_cast<long>(n) * ch, 0, sizeof(float) * half * ch);
+        limit = n - 0.5;
+    } else {
+        limit = (n - half) - 0.5;
+    }
+    // A read step that does not advance would never reach the limit.
+    if (!(limit > m_dPos) || !(ratio > 0.0)) {
+        m_dPos -= n;
+        return 0;
+    }
+
+    const int taps = 2 * half + 1;
+    int k = 0;
+    while (limit > m_dPos) {
+        // The position is split by truncation toward zero, also below zero, where the first
+        // frames of every block read back into the history. There the phase is negative and the
+        // table segment next to the wanted one is extended rather than interpolated. This is
+        // the defined behaviour; floor() would give other numbers.
+        const int ip = static_cast<int>(m_dPos);
+        const double f8 = (m_dPos - ip) * 8.0;
+        const int phase = static_cast<int>(f8);
+        const int32_t sub = static_cast<int32_t>((f8 - phase) * 32768.0);
+        const int shift = phase > 3 ? 1 : 0;
+
+        int idx = 8 * shift + 3 - phase;
+        const float* x = in + static_cast<long>(ip - half + shift) * ch;
+        float acc0 = 0.0f;
+        float acc1 = 0.0f;
+        for (int j = 0; j < taps; ++j, idx += 8, x += ch) {
+            const int32_t c = m_Table[idx + 1] + ((m_Table[idx] - m_Table[idx + 1]) * sub) / 32768;
+            const float fc = static_cast<float>(c);
+            acc0 = static_cast<float>(static_cast<double>(acc0) +
+                                      static_cast<double>(x[0] * fc) * 3.0517578125e-5);
+            if (ch == 2)
+                acc1 = static_cast<float>(static_cast<double>(acc1) +
+                                          static_cast<double>(x[1] * fc) * 3.0517578125e-5);
+        }
+        const float a = acc0 * level;
+        out[0][k] = a;
+        if (a > 1.0f)
+            arg->bOver = 1;
+        if (ch == 2) {
+            const float b = acc1 * level;
+            out[1][k] = b;
+            if (b > 1.0f)
+                arg->bOver = 1;
+        }
+        ++k;
+        m_dPos += ratio;
+    }
+    m_dPos -= n;
+    return k;
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+
+#include "mvArg.h"
+
+// Reads the stretched stream at a step of the pitch ratio per output frame, so that every
+// frequency is multiplied by the ratio and the duration divided by it. Interpolation is a
+// Kaiser-windowed sinc kept as 16-bit integers, 8 table points per input frame, linearly
+// interpolated between them. Also applies the output level, de-interleaves into the host's
+// channel arrays and raises the over flag.
+class CMorvaneResample {
+public:
+    static constexpr int kMaxTaps = 101;
+    // 8 entries per tap plus the end point; negative read positions index up to three entries
+    // past the design (see Resample), which stay zero.
+    static constexpr int kTableSize = 8 * kMaxTaps + 1 + 8;
+
+    // Designs the filter for ratio and returns the frames of history the caller must keep in
+    // front of each call's input (taps - 1). Resets the read position.
+    int IniResample(double ratio, int attenuation, double transition, double unused = 100.0,
+                    bool unusedFlag = true);
+
+    // Fills the coefficient table and returns the number of taps (odd, at most 101).
+    int makeFIR(double ratio, int attenuation, double transition, double unused = 100.0,
+                bool unusedFlag = false);
+
+    // Consumes n interleaved frames at in (with History() frames before in, and, when
+    // arg->bLastSegment is set, room for HalfLength() more after the n frames, which are
+    // zeroed) and writes output frames from index 0 of out[0] (and out[1] for stereo).
+    // Returns the frames written.
+    int Resample(float** out, float* in, int n, mvArg* arg, bool preserve);
+
+    // Closed-form design figures, exposed so they can be checked against the formulas.
+    static int RawLength(int attenuation, double transition);
+    static double KaiserBeta(int attenuation);
+    // Modified Bessel function of the first kind, order 0, as the design evaluates it.
+    static double I0(double x);
+
+    int History() const { return m_nHistory; }
+    int HalfLength() const { return m_nHalf; }
+    int Taps() const { return m_nHistory + 1; }
+    double Position() const { return m_dPos; }
+    const int16_t* Table() const { return m_Table; }
+
+private:
+    double m_dPos = 0.0; // read position of the next output frame, relative to the next in[0]
+    int32_t m_nHistory = 0;
+    int32_t m_nHalf = 0;
+    int16_t m_Table[kTableSize] = {};
+};

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# The whole test suite: installs what is missing, builds, runs every test, then builds and runs
+# everything again under AddressSanitizer + UndefinedBehaviorSanitizer. Fails on any failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+jobs=$(nproc 2>/dev/null || echo 2)
+bash scripts/bootstrap.sh
+
+run_suite() { # build-dir, extra cmake arguments...
+    local dir=$1
+    shift
+    cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+    cmake --build "$dir" -j "$jobs"
+    ctest --test-dir "$dir" --output-on-failure -j "$jobs"
+}
+
+echo "== tests =="
+run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+echo "== tests under AddressSanitizer + UndefinedBehaviorSanitizer =="
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    run_suite build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMORVANE_SANITIZE=address,undefined \
+    -DMORVANE_BUILD_BENCH=OFF

@@ -1,0 +1,215 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "CMorvaneBlock.h"
+#include "support/Signals.h"
+
+namespace {
+
+constexpr int kHistory = 1024;
+
+// The engine's input holding buffer: 1024 frames of history, then the segment, then room that
+// the splice search may read past the segment's end.
+struct BlockFixture : ::testing::Test {
+    CMorvaneBlock block;
+    mvArg arg;
+    std::vector<float> buf;
+    std::vector<float> out;
+
+    float* Load(const std::vector<float>& signal)
+    {
+        buf.assign(signal.begin(), signal.end());
+        buf.resize(buf.size() + 3 * 44100 * 2, 0.0f);
+        block.SetBufferPointer(buf.data());
+        out.assign(buf.size() * 2, 0.0f);
+        return buf.data() + kHistory * arg.nChannels;
+    }
+};
+
+TEST(BlockSqr, IsTheFloorOfTheSquareRoot)
+{
+    for (unsigned v : {0u, 1u, 2u, 3u, 4u, 8u, 9u, 15u, 16u, 17u, 65535u, 65536u, 1u << 30,
+                       (1u << 30) - 1, 4294836225u, 4294836224u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(static_cast<unsigned>(std::floor(std::sqrt(double(v)))), CMorvaneBlock::sqr(v)) << v;
+    }
+    for (unsigned v = 0; v < 200000; v += 7)
+        ASSERT_EQ(static_cast<unsigned>(std::floor(std::sqrt(double(v)))), CMorvaneBlock::sqr(v));
+}
+
+// A sine of period 97 frames, lengthened from 1000 to 1500 frames: head 450, tail 600, end-aligned
+// source from frame -50. The start-aligned signal at 450 + g matches it when 500 + g is a whole
+// number of periods: g = -15 (or 82, -112, whose lag penalty is larger). The spliced output is
+// then the same sine without a seam.
+TEST_F(BlockFixture, SpliceTakesTheBestCorrelatedLag)
+{
+    const double freq = 1.0 / 97;
+    float* in = Load(Signals::Sine(kHistory + 3000, 2, freq, 0.5));
+    arg.dStretch = 1.5;
+    const int r = block.stretch(out.data(), in, 1000, 1500, &arg, nullptr);
+    ASSERT_EQ(1500 - 15, r);
+    const double phase0 = 2 * M_PI * freq * kHistory;
+    for (int i = 0; i < r; ++i)
+        ASSERT_NEAR(0.5 * std::sin(phase0 + 2 * M_PI * freq * i), out[2 * i + 1], 2e-4) << i;
+
+    // shortening from 1500 to 1000: head 300, tail 400, source from 800; 500 - g periodic
+    const int s = block.stretch(out.data(), in, 1500, 1000, &arg, nullptr);
+    EXPECT_EQ(1000 + 15, s);
+    for (int i = 0; i < s; ++i)
+        ASSERT_NEAR(0.5 * std::sin(phase0 + 2 * M_PI * freq * i), out[2 * i], 2e-4) << i;
+}
+
+TEST_F(BlockFixture, UnitStretchFactorSkipsTheSearch)
+{
+    float* in = Load(Signals::Sine(kHistory + 3000, 2, 1.0 / 97, 0.5));
+    arg.dStretch = 1.0; // e.g. time 200 % at pitch 0.5
+    EXPECT_EQ(1500, block.stretch(out.data(), in, 1000, 1500, &arg, nullptr));
+}
+
+TEST_F(BlockFixture, SourceBeforeTheBufferGivesSilentTail)
+{
+    // no history at all: lengthening 2x would start the end-aligned source 400 frames early
+    auto sine = Signals::Sine(3000, 2, 1.0 / 97, 0.5);
+    buf = sine;
+    block.SetBufferPointer(buf.data());
+    out.assign(6000 * 2, 1.0f);
+    arg.dStretch = 2.0;
+    EXPECT_EQ(2000, block.stretch(out.data(), buf.data(), 1000, 2000, &arg, nullptr));
+    for (int i = 0; i < 600 * 2; ++i)
+        ASSERT_EQ(buf[i], out[i]); // head copied
+    for (int i = 1200 * 2; i < 2000 * 2; ++i)
+        ASSERT_EQ(0.0f, out[i]); // tail silent
+
+    // with the history there, the same splice finds its source and keeps the tail
+    float* in = Load(Signals::Sine(kHistory + 3000, 2, 1.0 / 97, 0.5));
+    const int r = block.stretch(out.data(), in, 1000, 2000, &arg, nullptr);
+    double tailEnergy = 0;
+    for (int i = (r - 100) * 2; i < r * 2; ++i)
+        tailEnergy += out[i] * out[i];
+    EXPECT_GT(tailEnergy, 10.0);
+}
+
+TEST_F(BlockFixture, SilenceIsSpreadEvenly)
+{
+    std::vector<float> silence((kHistory + 44100) * 2, 0.0f);
+    float* in = Load(silence);
+    arg.dStretch = 1.5;
+    const int written = block.Block(out.data(), in, 44100, &arg);
+    EXPECT_EQ(66150, written);
+    EXPECT_EQ(0, block.Carry());
+    ASSERT_EQ(28, block.SubBlockCount()); // (793 + 44100) / 1587
+    for (int k = 0; k < 28; ++k) {
+        EXPECT_EQ(1575, block.Plan(k).inFrames);
+        EXPECT_NEAR(2362.5, block.Plan(k).outFrames, 2) << k;
+        EXPECT_EQ(0, block.Plan(k).lag);
+    }
+}
+
+// Half silence, then a loud tone: weighted, the quiet sub-blocks take the change and the loud
+// ones stay nearly as they are; at the end of the stream the change is spread evenly instead.
+TEST_F(BlockFixture, LoudnessDecidesWhereTheChangeGoes)
+{
+    auto x = Signals::Sine(kHistory + 44100, 2, 0.01, 0.5);
+    std::fill(x.begin(), x.begin() + 2 * (kHistory + 22050), 0.0f);
+    float* in = Load(x);
+    arg.dStretch = 1.5;
+
+    const int weighted = block.Block(out.data(), in, 44100, &arg);
+    ASSERT_EQ(28, block.SubBlockCount());
+    for (int k = 14; k < 27; ++k)
+        EXPECT_LT(block.Plan(k).outFrames, 1.1 * block.Plan(k).inFrames) << k;
+    for (int k = 1; k < 14; ++k)
+        EXPECT_GT(block.Plan(k).outFrames, 1.8 * block.Plan(k).inFrames) << k;
+    EXPECT_EQ(66150, weighted + block.Carry());
+
+    block.IniBlock();
+    arg.bFinal = 1;
+    block.Block(out.data(), in, 44100, &arg);
+    // (the first sub-block keeps the reduced even share that weighting computed before the
+    // end of stream turned it off)
+    for (int k = 1; k < 27; ++k)
+        EXPECT_NEAR(1.5, double(block.Plan(k).outFrames) / block.Plan(k).inFrames, 0.06) << k;
+}
+
+TEST_F(BlockFixture, ShorteningNeverTakesMoreThanSevenEighths)
+{
+    auto x = Signals::Sine(kHistory + 44100, 2, 0.01, 0.5);
+    std::fill(x.begin(), x.begin() + 2 * (kHistory + 22050), 0.0f);
+    float* in = Load(x);
+    arg.dStretch = 0.5;
+    const int written = block.Block(out.data(), in, 44100, &arg);
+    ASSERT_EQ(14, block.SubBlockCount()); // sub-blocks of 3174 when shortening
+    for (int k = 0; k < 13; ++k)
+        EXPECT_GE(block.Plan(k).outFrames, block.Plan(k).inFrames / 8 - 20) << k;
+    EXPECT_EQ(22050, written + block.Carry());
+}
+
+TEST_F(BlockFixture, CarryKeepsTheJobOnTarget)
+{
+    // music-like material in segments of varying length: what was written plus what is owed
+    // always equals the sum of each segment's truncated target
+    auto x = Signals::Sine(kHistory + 200000, 2, 0.013, 0.3);
+    auto n = Signals::Noise(kHistory + 200000, 2, 0.2);
+    for (size_t i = 0; i < x.size(); ++i)
+        x[i] += n[i] * ((i / 20000) % 2 ? 1.0f : 0.1f);
+    for (double f : {1.5 * 0.7, 0.5, 0.75, 1.25, 2.0}) {
+        block.IniBlock();
+        float* in = Load(x);
+        arg.dStretch = f;
+        long written = 0, target = 0;
+        int pos = 0;
+        for (int L : {39691, 12000, 1, 700, 44100, 30001, 2}) {
+            written += block.Block(out.data(), in + 2 * pos, L, &arg);
+            target += static_cast<long>(L * f);
+            pos += L;
+            ASSERT_EQ(target, written + block.Carry()) << f;
+            ASSERT_LT(std::abs(block.Carry()), 0.2 * 2 * 1587 / std::min(f, 1.0)) << f;
+        }
+    }
+}
+
+TEST_F(BlockFixture, SegmentShapesAtTheLimits)
+{
+    auto x = Signals::Noise(kHistory + 44100, 2, 0.5);
+    float* in = Load(x);
+    arg.dStretch = 1.5;
+
+    // shorter than half a sub-block: one splice takes the whole change
+    EXPECT_EQ(750, block.Block(out.data(), in, 500, &arg) + block.Carry());
+    EXPECT_EQ(1, block.SubBlockCount());
+
+    // two sub-blocks share the change
+    block.IniBlock();
+    block.Block(out.data(), in, 3000, &arg);
+    ASSERT_EQ(2, block.SubBlockCount());
+    EXPECT_EQ(1500 + 750, block.Plan(0).outFrames);
+
+    // no sub-block length (low-sound off): one sub-block; a tiny one: capped at the table
+    block.IniBlock();
+    arg.nSubBlockLen = 0;
+    EXPECT_EQ(12000, block.Block(out.data(), in, 8000, &arg) + block.Carry());
+    EXPECT_EQ(1, block.SubBlockCount());
+    block.IniBlock();
+    arg.nSubBlockLen = 10;
+    EXPECT_EQ(66150, block.Block(out.data(), in, 44100, &arg) + block.Carry());
+    EXPECT_EQ(CMorvaneBlock::kMaxSubBlocks, block.SubBlockCount());
+}
+
+TEST_F(BlockFixture, SamplesBeyondFullScaleStayDefined)
+{
+    std::vector<float> x((kHistory + 44100) * 2);
+    for (size_t i = 0; i < x.size(); ++i)
+        x[i] = ((i / 300) % 2 ? 1.0f : -1.0f) * ((i / 5000) % 3 == 0 ? 1e9f : 8.0f);
+    x[2 * (kHistory + 100)] = NAN;
+    x[2 * (kHistory + 200)] = -INFINITY;
+    float* in = Load(x);
+    for (double f : {0.5, 2.0}) {
+        block.IniBlock();
+        arg.dStretch = f;
+        const int written = block.Block(out.data(), in, 44100, &arg);
+        EXPECT_EQ(static_cast<int>(44100 * f), written + block.Carry());
+    }
+}
+
+} // namespace

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cmath>
+#include <cstdint>
+#include <vector>
+
+// Deterministic test material, interleaved float frames.
+namespace Signals {
+
+inline std::vector<float> Sine(int frames, int channels, double cyclesPerFrame, double amp,
+                               double phase = 0.0)
+{
+    std::vector<float> v(static_cast<size_t>(frames) * channels);
+    for (int i = 0; i < frames; ++i)
+        for (int c = 0; c < channels; ++c)
+            v[static_cast<size_t>(i) * channels + c] =
+                static_cast<float>(amp * std::sin(2 * M_PI * cyclesPerFrame * i + phase));
+    return v;
+}
+
+// Uniform noise in [-amp, amp) from a fixed linear congruential sequence.
+inline std::vector<float> Noise(int frames, int channels, double amp, uint32_t seed = 1)
+{
+    std::vector<float> v(static_cast<size_t>(frames) * channels);
+    for (auto& s : v) {
+        seed = seed * 1664525u + 1013904223u;
+        s = static_cast<float>(amp * ((seed >> 8) / 8388608.0 - 1.0));
+    }
+    return v;
+}
+
+// Frequency in cycles per frame of a sine in channel 0 of frames [from, to), from the spacing
+// of its upward zero crossings, located by linear interpolation.
+inline double ZeroCrossingFrequency(const float* x, int channels, int from, int to)
+{
+    double first = -1, last = -1;
+    int crossings = 0;
+    for (int i = from + 1; i < to; ++i) {
+        const double a = x[static_cast<size_t>(i - 1) * channels];
+        const double b = x[static_cast<size_t>(i) * channels];
+        if (a < 0 && b >= 0) {
+            const double at = i - 1 + a / (a - b);
+            if (first < 0)
+                first = at;
+            last = at;
+            ++crossings;
+        }
+    }
+    return crossings > 1 ? (crossings - 1) / (last - first) : 0.0;
+}
+
+} // namespace Signals
