@@ -51,7 +51,8 @@ TEST(ResampleDesign, TablesAreSymmetricWithUnityGain)
         int att, taps, history, centre;
     };
     for (Case c : {Case{0.5, 60, 39, 38, 29491}, Case{1.0, 80, 53, 52, 29491},
-                   Case{2.0, 60, 39, 38, 13107}, Case{0.7, 80, 53, 52, 29491}}) {
+                   Case{2.0, 60, 39, 38, 13107}, Case{0.7, 80, 53, 52, 29491},
+                   Case{1.9, 60, 39, 38, 13969}}) {
         CMorvaneResample r;
         EXPECT_EQ(c.history, r.IniResample(c.ratio, c.att, 0.1, 100.0, true));
         EXPECT_EQ(c.history / 2, r.HalfLength());

@@ -29,6 +29,31 @@ inline std::vector<float> Noise(int frames, int channels, double amp, uint32_t s
     return v;
 }
 
+// A short piece of stereo music: a bass line and a melody of harmonic notes that change every
+// quarter second, and a noise-burst drum hit every half second.
+inline std::vector<float> Music(int frames, int rate)
+{
+    static const double notes[] = {220.0, 246.94, 261.63, 293.66, 329.63, 293.66, 261.63, 196.0};
+    std::vector<float> v(static_cast<size_t>(frames) * 2);
+    uint32_t seed = 12345;
+    double phase = 0.0, bass = 0.0;
+    for (int i = 0; i < frames; ++i) {
+        const double t = double(i) / rate;
+        const int step = static_cast<int>(t * 4);
+        phase += 2 * M_PI * notes[step % 8] / rate;
+        bass += 2 * M_PI * notes[(step / 4) % 8] / 4 / rate;
+        const double envelope = std::exp(-3.0 * (t * 4 - step));
+        const double melody = envelope * (std::sin(phase) + 0.4 * std::sin(2 * phase) +
+                                          0.2 * std::sin(3 * phase));
+        seed = seed * 1664525u + 1013904223u;
+        const double beat = t * 2 - std::floor(t * 2);
+        const double drum = std::exp(-40.0 * beat) * ((seed >> 8) / 8388608.0 - 1.0);
+        v[2 * i] = static_cast<float>(0.25 * melody + 0.2 * std::sin(bass) + 0.3 * drum);
+        v[2 * i + 1] = static_cast<float>(0.15 * melody + 0.2 * std::sin(bass) + 0.3 * drum);
+    }
+    return v;
+}
+
 // Frequency in cycles per frame of a sine in channel 0 of frames [from, to), from the spacing
 // of its upward zero crossings, located by linear interpolation.
 inline double ZeroCrossingFrequency(const float* x, int channels, int from, int to)
