@@ -18,8 +18,7 @@ constexpr int kRate = 44100;
 constexpr int kFrames = 10 * kRate;
 constexpr int kHistory = 1024;
 
-const std::vector<float>& Material()
-{
+const std::vector<float>& Material() {
     static const std::vector<float> music = [] {
         auto m = Signals::Music(kHistory + kFrames + 2 * kRate, kRate);
         std::fill(m.begin(), m.begin() + 2 * kHistory, 0.0f);
@@ -29,8 +28,7 @@ const std::vector<float>& Material()
 }
 
 // Segment lengths as the engine would cut the material: detect within a one-second window.
-const std::vector<int>& Segments()
-{
+const std::vector<int>& Segments() {
     static const std::vector<int> segments = [] {
         CMorvaneDetect detect;
         mvArg arg;
@@ -49,8 +47,7 @@ const std::vector<int>& Segments()
     return segments;
 }
 
-void BM_Fft1024(benchmark::State& state)
-{
+void BM_Fft1024(benchmark::State& state) {
     auto data = Signals::Noise(1024, 2, 1.0);
     std::vector<double> d(data.begin(), data.end());
     for (auto _ : state) {
@@ -61,8 +58,7 @@ void BM_Fft1024(benchmark::State& state)
 }
 BENCHMARK(BM_Fft1024);
 
-void BM_Detect(benchmark::State& state)
-{
+void BM_Detect(benchmark::State& state) {
     CMorvaneDetect detect;
     mvArg arg;
     detect.IniDetect(arg.nFrameLen);
@@ -78,8 +74,7 @@ void BM_Detect(benchmark::State& state)
 }
 BENCHMARK(BM_Detect)->Unit(benchmark::kMillisecond);
 
-void BM_Block(benchmark::State& state)
-{
+void BM_Block(benchmark::State& state) {
     CMorvaneBlock block;
     mvArg arg;
     arg.dStretch = 1.5;
@@ -90,7 +85,8 @@ void BM_Block(benchmark::State& state)
         block.IniBlock();
         int pos = 0;
         for (int L : Segments()) {
-            benchmark::DoNotOptimize(block.Block(out.data(), in.data() + 2 * (kHistory + pos), L, &arg));
+            benchmark::DoNotOptimize(
+                block.Block(out.data(), in.data() + 2 * (kHistory + pos), L, &arg));
             pos += L;
         }
     }
@@ -98,8 +94,7 @@ void BM_Block(benchmark::State& state)
 }
 BENCHMARK(BM_Block)->Unit(benchmark::kMillisecond);
 
-void BM_Resample(benchmark::State& state)
-{
+void BM_Resample(benchmark::State& state) {
     CMorvaneResample resample;
     mvArg arg;
     arg.dPitchRate = 0.7;

@@ -6,8 +6,7 @@
 
 #include "Scale16.h"
 
-unsigned int CMorvaneBlock::sqr(unsigned int v)
-{
+unsigned int CMorvaneBlock::sqr(unsigned int v) {
     unsigned int b = 1u << 30;
     while (b > v)
         b >>= 2;
@@ -23,8 +22,7 @@ unsigned int CMorvaneBlock::sqr(unsigned int v)
     return r;
 }
 
-int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg)
-{
+int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg) {
     const int L = frames;
     const double f = arg->dStretch;
     const int ch = arg->nChannels;
@@ -82,7 +80,8 @@ int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg)
                 if (w[k] * d / W > lim && den != 0) {
                     const int64_t add = (W * lim - w[k] * d) / den;
                     for (int j = 0; j < n; ++j)
-                        w[j] = static_cast<int32_t>(std::clamp<int64_t>(w[j] + add, INT32_MIN, INT32_MAX));
+                        w[j] = static_cast<int32_t>(
+                            std::clamp<int64_t>(w[j] + add, INT32_MIN, INT32_MAX));
                     W += n * add;
                 }
             }
@@ -94,7 +93,8 @@ int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg)
                 if (w[k] > c) {
                     const int64_t e = w[k] - c;
                     for (int j = 1; j <= n - 2; ++j)
-                        w[j] = static_cast<int32_t>(std::min<int64_t>(w[j] + e / (n - 2), INT32_MAX));
+                        w[j] =
+                            static_cast<int32_t>(std::min<int64_t>(w[j] + e / (n - 2), INT32_MAX));
                     w[k] = static_cast<int32_t>(c);
                 }
             }
@@ -151,16 +151,14 @@ int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg)
     return po;
 }
 
-int64_t CMorvaneBlock::Correlate(const float* a, const float* b, int samples) const
-{
+int64_t CMorvaneBlock::Correlate(const float* a, const float* b, int samples) const {
     int64_t sum = 0;
     for (int i = 0; i < samples; ++i)
         sum += (int64_t{Scale16::Round(a[i])} * Scale16::Round(b[i])) >> 20;
     return sum;
 }
 
-int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* arg, float*)
-{
+int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* arg, float*) {
     const int ch = arg->nChannels;
     const int h = static_cast<int>(outLen * arg->dHeadRatio);
     const int t = static_cast<int>(outLen * arg->dTailRatio);

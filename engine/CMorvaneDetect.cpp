@@ -9,12 +9,9 @@
 CMorvaneDetect::CMorvaneDetect()
     : m_pFluxPos(new double[kCurveLen]()), m_pFluxAbs(new double[kCurveLen]()),
       m_pSpec(new double[2 * kMaxFrame]()), m_pMag1(new double[kMaxFrame]()),
-      m_pMag2(new double[kMaxFrame]())
-{
-}
+      m_pMag2(new double[kMaxFrame]()) {}
 
-CMorvaneDetect::~CMorvaneDetect()
-{
+CMorvaneDetect::~CMorvaneDetect() {
     delete[] m_pFluxPos;
     delete[] m_pFluxAbs;
     delete[] m_pSpec;
@@ -22,8 +19,7 @@ CMorvaneDetect::~CMorvaneDetect()
     delete[] m_pMag2;
 }
 
-int CMorvaneDetect::IniDetect(int F)
-{
+int CMorvaneDetect::IniDetect(int F) {
     if (F > kMaxFrame)
         F = kMaxFrame;
     // Hann window of period F on a 0..32767 scale. Pi is deliberately 3.14159: the window's
@@ -36,8 +32,7 @@ int CMorvaneDetect::IniDetect(int F)
     return m_nFFT;
 }
 
-int CMorvaneDetect::Detect(float* in, int count, mvArg* arg)
-{
+int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
     const int F = arg->nFrameLen;
     const int H = F / 2;
     const int ch = arg->nChannels;
@@ -67,8 +62,10 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg)
             for (int j = 0; j < F; ++j) {
                 int64_t v;
                 if (ch == 2)
-                    v = ((int64_t{Scale16::Round(frame[2 * j])} + Scale16::Round(frame[2 * j + 1])) *
-                         m_Window[j]) >> 16;
+                    v = ((int64_t{Scale16::Round(frame[2 * j])} +
+                          Scale16::Round(frame[2 * j + 1])) *
+                         m_Window[j]) >>
+                        16;
                 else
                     v = (int64_t{Scale16::Round(frame[j])} * m_Window[j]) >> 15;
                 m_pSpec[2 * (j + offset)] = static_cast<double>(v);
@@ -107,8 +104,7 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg)
     return static_cast<int>(count * 0.9) + 1;
 }
 
-int CMorvaneDetect::checkPoint(double* c, int t, int pos, int F, double level, double ratio)
-{
+int CMorvaneDetect::checkPoint(double* c, int t, int pos, int F, double level, double ratio) {
     const double p = c[t - 1];
     const double q = c[t];
     if (!(p > level))

@@ -4,8 +4,7 @@
 #include <cstring>
 
 int CMorvaneResample::IniResample(double ratio, int attenuation, double transition, double unused,
-                                  bool)
-{
+                                  bool) {
     const int taps = makeFIR(ratio, attenuation, transition, unused, false);
     m_nHistory = taps - 1;
     m_nHalf = (taps - 1) / 2;
@@ -13,15 +12,13 @@ int CMorvaneResample::IniResample(double ratio, int attenuation, double transiti
     return m_nHistory;
 }
 
-int CMorvaneResample::RawLength(int attenuation, double transition)
-{
-    const double x = attenuation <= 21 ? 0.9222 / transition
-                                       : (attenuation - 7.95) / (14.36 * transition);
+int CMorvaneResample::RawLength(int attenuation, double transition) {
+    const double x =
+        attenuation <= 21 ? 0.9222 / transition : (attenuation - 7.95) / (14.36 * transition);
     return static_cast<int>(std::ceil(x + 1.0));
 }
 
-double CMorvaneResample::KaiserBeta(int attenuation)
-{
+double CMorvaneResample::KaiserBeta(int attenuation) {
     if (attenuation < 22)
         return 0.0;
     if (attenuation > 49) // 50 dB already takes the upper formula
@@ -29,23 +26,22 @@ double CMorvaneResample::KaiserBeta(int attenuation)
     return 0.5842 * std::pow(attenuation - 21, 0.4) + 0.07886 * (attenuation - 21);
 }
 
-double CMorvaneResample::I0(double x)
-{
+double CMorvaneResample::I0(double x) {
     // The factorial is accumulated in a 32-bit signed integer and wraps from 13! on. This is
     // deliberate: the wrapped terms dominate the series for the betas used here and shape the
     // window, so every table depends on it.
     double sum = 1.0;
     int32_t factorial = 1;
     for (int j = 1; j <= 20; ++j) {
-        factorial = static_cast<int32_t>(static_cast<uint32_t>(factorial) * static_cast<uint32_t>(j));
+        factorial =
+            static_cast<int32_t>(static_cast<uint32_t>(factorial) * static_cast<uint32_t>(j));
         const double term = std::pow(x / 2, j) / static_cast<double>(factorial);
         sum += term * term;
     }
     return sum;
 }
 
-int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, double, bool)
-{
+int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, double, bool) {
     const double fc = ratio < 1.0 ? 1.0 : 1.0 / ratio;
     const double cutoff = fc - transition;
 
@@ -68,8 +64,7 @@ int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, 
     return taps;
 }
 
-int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool preserve)
-{
+int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool preserve) {
     const int ch = arg->nChannels;
     const float level = arg->fOutputLevel;
     const double ratio = arg->dPitchRate;

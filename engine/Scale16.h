@@ -11,8 +11,7 @@ namespace Scale16 {
 
 constexpr int32_t kLimit = 1 << 24;
 
-inline int32_t Round(float x)
-{
+inline int32_t Round(float x) {
     const double v = static_cast<double>(x) * 32768.0;
     if (!(v > -kLimit)) // also catches NaN
         return std::isnan(v) ? 0 : -kLimit;
@@ -22,8 +21,7 @@ inline int32_t Round(float x)
 }
 
 // |x| * 32768 + 0.5, truncated: the block stretcher's loudness measure.
-inline uint32_t Magnitude(float x)
-{
+inline uint32_t Magnitude(float x) {
     const double v = std::fabs(static_cast<double>(x)) * 32768.0 + 0.5;
     if (!(v < kLimit))
         return std::isnan(v) ? 0u : static_cast<uint32_t>(kLimit);

@@ -9,9 +9,7 @@ namespace {
 // index k, and cos/sin are taken of that accumulated angle (pi is the 10-digit 3.1415926535).
 // Running the groups inside the k loop evaluates each twiddle once per stage instead of once per
 // butterfly, with the same angle and so bit for bit the same result.
-template <typename T>
-void Transform(T* data, int n, bool forward)
-{
+template <typename T> void Transform(T* data, int n, bool forward) {
     if (n <= 0)
         return;
     int bits = 0;
@@ -55,6 +53,10 @@ void Transform(T* data, int n, bool forward)
 
 } // namespace
 
-void fft(double* data, int n, bool forward) { Transform(data, n, forward); }
+void fft(double* data, int n, bool forward) {
+    Transform(data, n, forward);
+}
 
-void fft_float(float* data, int n, bool forward) { Transform(data, n, forward); }
+void fft_float(float* data, int n, bool forward) {
+    Transform(data, n, forward);
+}

@@ -18,8 +18,7 @@ struct BlockFixture : ::testing::Test {
     std::vector<float> buf;
     std::vector<float> out;
 
-    float* Load(const std::vector<float>& signal)
-    {
+    float* Load(const std::vector<float>& signal) {
         buf.assign(signal.begin(), signal.end());
         buf.resize(buf.size() + 3 * 44100 * 2, 0.0f);
         block.SetBufferPointer(buf.data());
@@ -28,11 +27,11 @@ struct BlockFixture : ::testing::Test {
     }
 };
 
-TEST(BlockSqr, IsTheFloorOfTheSquareRoot)
-{
+TEST(BlockSqr, IsTheFloorOfTheSquareRoot) {
     for (unsigned v : {0u, 1u, 2u, 3u, 4u, 8u, 9u, 15u, 16u, 17u, 65535u, 65536u, 1u << 30,
                        (1u << 30) - 1, 4294836225u, 4294836224u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(static_cast<unsigned>(std::floor(std::sqrt(double(v)))), CMorvaneBlock::sqr(v)) << v;
+        EXPECT_EQ(static_cast<unsigned>(std::floor(std::sqrt(double(v)))), CMorvaneBlock::sqr(v))
+            << v;
     }
     for (unsigned v = 0; v < 200000; v += 7)
         ASSERT_EQ(static_cast<unsigned>(std::floor(std::sqrt(double(v)))), CMorvaneBlock::sqr(v));
@@ -42,8 +41,7 @@ TEST(BlockSqr, IsTheFloorOfTheSquareRoot)
 // source from frame -50. The start-aligned signal at 450 + g matches it when 500 + g is a whole
 // number of periods: g = -15 (or 82, -112, whose lag penalty is larger). The spliced output is
 // then the same sine without a seam.
-TEST_F(BlockFixture, SpliceTakesTheBestCorrelatedLag)
-{
+TEST_F(BlockFixture, SpliceTakesTheBestCorrelatedLag) {
     const double freq = 1.0 / 97;
     float* in = Load(Signals::Sine(kHistory + 3000, 2, freq, 0.5));
     arg.dStretch = 1.5;
@@ -60,23 +58,20 @@ TEST_F(BlockFixture, SpliceTakesTheBestCorrelatedLag)
         ASSERT_NEAR(0.5 * std::sin(phase0 + 2 * M_PI * freq * i), out[2 * i], 2e-4) << i;
 }
 
-TEST_F(BlockFixture, QuietSignalsHaveNothingToCorrelate)
-{
+TEST_F(BlockFixture, QuietSignalsHaveNothingToCorrelate) {
     // below about -30 dBFS every 16-bit-scale product shifted down by 20 bits is 0 or -1: no lag
     float* in = Load(Signals::Sine(kHistory + 3000, 2, 1.0 / 97, 0.03));
     arg.dStretch = 1.5;
     EXPECT_EQ(1500, block.stretch(out.data(), in, 1000, 1500, &arg, nullptr));
 }
 
-TEST_F(BlockFixture, UnitStretchFactorSkipsTheSearch)
-{
+TEST_F(BlockFixture, UnitStretchFactorSkipsTheSearch) {
     float* in = Load(Signals::Sine(kHistory + 3000, 2, 1.0 / 97, 0.5));
     arg.dStretch = 1.0; // e.g. time 200 % at pitch 0.5
     EXPECT_EQ(1500, block.stretch(out.data(), in, 1000, 1500, &arg, nullptr));
 }
 
-TEST_F(BlockFixture, SourceBeforeTheBufferGivesSilentTail)
-{
+TEST_F(BlockFixture, SourceBeforeTheBufferGivesSilentTail) {
     // no history at all: lengthening 2x would start the end-aligned source 400 frames early
     auto sine = Signals::Sine(3000, 2, 1.0 / 97, 0.5);
     buf = sine;
@@ -98,8 +93,7 @@ TEST_F(BlockFixture, SourceBeforeTheBufferGivesSilentTail)
     EXPECT_GT(tailEnergy, 10.0);
 }
 
-TEST_F(BlockFixture, SilenceIsSpreadEvenly)
-{
+TEST_F(BlockFixture, SilenceIsSpreadEvenly) {
     std::vector<float> silence((kHistory + 44100) * 2, 0.0f);
     float* in = Load(silence);
     arg.dStretch = 1.5;
@@ -116,8 +110,7 @@ TEST_F(BlockFixture, SilenceIsSpreadEvenly)
 
 // Half silence, then a loud tone: weighted, the quiet sub-blocks take the change and the loud
 // ones stay nearly as they are; at the end of the stream the change is spread evenly instead.
-TEST_F(BlockFixture, LoudnessDecidesWhereTheChangeGoes)
-{
+TEST_F(BlockFixture, LoudnessDecidesWhereTheChangeGoes) {
     auto x = Signals::Sine(kHistory + 44100, 2, 0.01, 0.5);
     std::fill(x.begin(), x.begin() + 2 * (kHistory + 22050), 0.0f);
     float* in = Load(x);
@@ -144,8 +137,7 @@ TEST_F(BlockFixture, LoudnessDecidesWhereTheChangeGoes)
 
 // Halving a segment whose first two sub-blocks are silent: by weight they would lose far more
 // than their length; flattened, each loses 7/8 and the loud ones share the rest evenly.
-TEST_F(BlockFixture, ShorteningNeverTakesMoreThanSevenEighths)
-{
+TEST_F(BlockFixture, ShorteningNeverTakesMoreThanSevenEighths) {
     auto x = Signals::Sine(kHistory + 44100, 2, 0.01, 0.5);
     std::fill(x.begin(), x.begin() + 2 * (kHistory + 2 * 3150), 0.0f);
     float* in = Load(x);
@@ -159,8 +151,7 @@ TEST_F(BlockFixture, ShorteningNeverTakesMoreThanSevenEighths)
     EXPECT_EQ(22050, written + block.Carry());
 }
 
-TEST_F(BlockFixture, CarryKeepsTheJobOnTarget)
-{
+TEST_F(BlockFixture, CarryKeepsTheJobOnTarget) {
     // music-like material in segments of varying length: what was written plus what is owed
     // always equals the sum of each segment's truncated target
     auto x = Signals::Sine(kHistory + 200000, 2, 0.013, 0.3);
@@ -183,8 +174,7 @@ TEST_F(BlockFixture, CarryKeepsTheJobOnTarget)
     }
 }
 
-TEST_F(BlockFixture, SegmentShapesAtTheLimits)
-{
+TEST_F(BlockFixture, SegmentShapesAtTheLimits) {
     auto x = Signals::Noise(kHistory + 44100, 2, 0.5);
     float* in = Load(x);
     arg.dStretch = 1.5;
@@ -210,8 +200,7 @@ TEST_F(BlockFixture, SegmentShapesAtTheLimits)
     EXPECT_EQ(CMorvaneBlock::kMaxSubBlocks, block.SubBlockCount());
 }
 
-TEST_F(BlockFixture, SamplesBeyondFullScaleStayDefined)
-{
+TEST_F(BlockFixture, SamplesBeyondFullScaleStayDefined) {
     std::vector<float> x((kHistory + 44100) * 2);
     for (size_t i = 0; i < x.size(); ++i)
         x[i] = ((i / 300) % 2 ? 1.0f : -1.0f) * ((i / 5000) % 3 == 0 ? 1e9f : 8.0f);

@@ -12,15 +12,13 @@ struct DetectFixture : ::testing::Test {
     CMorvaneDetect detect;
     mvArg arg;
 
-    void SetFrame(int sampleRate)
-    {
+    void SetFrame(int sampleRate) {
         arg.nFrameLen = (sampleRate * 20 / 1000) & ~1;
         detect.IniDetect(arg.nFrameLen);
     }
 };
 
-TEST_F(DetectFixture, WindowAndTransformSizeFollowTheRate)
-{
+TEST_F(DetectFixture, WindowAndTransformSizeFollowTheRate) {
     struct Case {
         int rate, frame, fft;
     };
@@ -38,8 +36,7 @@ TEST_F(DetectFixture, WindowAndTransformSizeFollowTheRate)
     EXPECT_EQ(1024, detect.IniDetect(1024));
 }
 
-TEST_F(DetectFixture, SilenceHasNoOnset)
-{
+TEST_F(DetectFixture, SilenceHasNoOnset) {
     SetFrame(44100);
     std::vector<float> silence(44100 * 2, 0.0f);
     EXPECT_EQ(39691, detect.Detect(silence.data(), 44100, &arg)); // 90 % plus one
@@ -54,8 +51,7 @@ TEST_F(DetectFixture, SilenceHasNoOnset)
 // with the one a frame length earlier, which is silent, so the flux of a frame is proportional
 // to the windowed click in it. Frame 23 holds it nearer its centre and rises more than 1.5x, so
 // the boundary is placed from frame 24, between the centres of frames 22 and 23, nearer 23.
-TEST_F(DetectFixture, ClickInSilenceEndsTheSegmentThere)
-{
+TEST_F(DetectFixture, ClickInSilenceEndsTheSegmentThere) {
     SetFrame(44100);
     const int H = 441, c = 10000;
     std::vector<float> x(44100 * 2, 0.0f);
@@ -76,8 +72,7 @@ TEST_F(DetectFixture, ClickInSilenceEndsTheSegmentThere)
     EXPECT_EQ(expected, detect.Detect(mono.data(), 44100, &arg));
 }
 
-TEST_F(DetectFixture, ClicksAndToneStartsAreFoundWithinAHop)
-{
+TEST_F(DetectFixture, ClicksAndToneStartsAreFoundWithinAHop) {
     for (int rate : {44100, 48000, 96000}) {
         SetFrame(rate);
         const int H = arg.nFrameLen / 2;
@@ -100,8 +95,7 @@ TEST_F(DetectFixture, ClicksAndToneStartsAreFoundWithinAHop)
     }
 }
 
-TEST_F(DetectFixture, FirstOnsetWinsAndQuietRisesAreIgnored)
-{
+TEST_F(DetectFixture, FirstOnsetWinsAndQuietRisesAreIgnored) {
     SetFrame(44100);
     std::vector<float> x(44100 * 2, 0.0f);
     // a faint click (flux below the threshold of 40) followed by a loud one
@@ -111,24 +105,25 @@ TEST_F(DetectFixture, FirstOnsetWinsAndQuietRisesAreIgnored)
     EXPECT_NEAR(30000, L, 441);
     // the loud click's segment ends there; from there on no further onset
     const int rest = 44100 - L - 441;
-    EXPECT_EQ(static_cast<int>(rest * 0.9) + 1, detect.Detect(x.data() + 2 * (L + 441), rest, &arg));
+    EXPECT_EQ(static_cast<int>(rest * 0.9) + 1,
+              detect.Detect(x.data() + 2 * (L + 441), rest, &arg));
 }
 
-TEST_F(DetectFixture, CheckPointRules)
-{
+TEST_F(DetectFixture, CheckPointRules) {
     // t = 3, pos = 3 hops of 441, F = 882; candidate c[2] against c[1], c[0] and successor c[3]
-    auto check = [&](std::vector<double> c) { return detect.checkPoint(c.data(), 3, 1323, 882, 40.0, 1.5); };
-    EXPECT_EQ(1323 - 441 - 40, check({0, 10, 100, 50}));   // falls after: nearer the earlier centre
-    EXPECT_EQ(1323 - 183, check({0, 10, 100, 140}));       // keeps rising, within 1.5x
-    EXPECT_EQ(0, check({0, 10, 100, 151}));                // rises more than 1.5x: wait a frame
-    EXPECT_EQ(0, check({0, 0, 100, 0}));                   // an isolated frame is no onset
-    EXPECT_EQ(0, check({0, 70, 100, 50}));                 // not 1.5x its predecessor
-    EXPECT_EQ(0, check({70, 10, 100, 50}));                // nor the one before
-    EXPECT_EQ(0, check({0, 10, 40, 20}));                  // not above the level
+    auto check = [&](std::vector<double> c) {
+        return detect.checkPoint(c.data(), 3, 1323, 882, 40.0, 1.5);
+    };
+    EXPECT_EQ(1323 - 441 - 40, check({0, 10, 100, 50})); // falls after: nearer the earlier centre
+    EXPECT_EQ(1323 - 183, check({0, 10, 100, 140}));     // keeps rising, within 1.5x
+    EXPECT_EQ(0, check({0, 10, 100, 151}));              // rises more than 1.5x: wait a frame
+    EXPECT_EQ(0, check({0, 0, 100, 0}));                 // an isolated frame is no onset
+    EXPECT_EQ(0, check({0, 70, 100, 50}));               // not 1.5x its predecessor
+    EXPECT_EQ(0, check({70, 10, 100, 50}));              // nor the one before
+    EXPECT_EQ(0, check({0, 10, 40, 20}));                // not above the level
 }
 
-TEST_F(DetectFixture, NoFrameMeansNoSearch)
-{
+TEST_F(DetectFixture, NoFrameMeansNoSearch) {
     // low-sound option off: frame 0 must neither hang nor search
     arg.nFrameLen = 0;
     detect.IniDetect(0);
@@ -139,8 +134,7 @@ TEST_F(DetectFixture, NoFrameMeansNoSearch)
     EXPECT_EQ(44100, detect.Detect(x.data(), 44100, &arg));
 }
 
-TEST_F(DetectFixture, HostileSamplesStayDefined)
-{
+TEST_F(DetectFixture, HostileSamplesStayDefined) {
     SetFrame(44100);
     std::vector<float> x(44100 * 2);
     for (size_t i = 0; i < x.size(); ++i)

@@ -12,9 +12,7 @@ namespace {
 
 // The transform in its direct form: groups outside, k inside, the angle accumulated per k and
 // cos/sin evaluated for every butterfly. The engine's loop order must give the same bits.
-template <typename T>
-void DirectFft(T* d, int n, bool forward)
-{
+template <typename T> void DirectFft(T* d, int n, bool forward) {
     if (n <= 0)
         return;
     int bits = 0;
@@ -56,14 +54,12 @@ void DirectFft(T* d, int n, bool forward)
         d[i] /= s;
 }
 
-template <typename T> std::vector<T> RandomComplex(int n)
-{
+template <typename T> std::vector<T> RandomComplex(int n) {
     auto noise = Signals::Noise(n, 2, 1.0, 77u + n);
     return std::vector<T>(noise.begin(), noise.end());
 }
 
-TEST(Fft, MatchesTheDirectFormBitForBit)
-{
+TEST(Fft, MatchesTheDirectFormBitForBit) {
     for (int n = 1; n <= 8192; n *= 2) {
         for (bool forward : {true, false}) {
             auto a = RandomComplex<double>(n);
@@ -83,8 +79,7 @@ TEST(Fft, MatchesTheDirectFormBitForBit)
     }
 }
 
-TEST(Fft, ForwardIsTheUnitaryDftWithNegativeExponent)
-{
+TEST(Fft, ForwardIsTheUnitaryDftWithNegativeExponent) {
     const int n = 64;
     auto x = RandomComplex<double>(n);
     auto X = x;
@@ -101,8 +96,7 @@ TEST(Fft, ForwardIsTheUnitaryDftWithNegativeExponent)
     }
 }
 
-TEST(Fft, PositiveFrequencyLandsInItsBinAndRoundTrips)
-{
+TEST(Fft, PositiveFrequencyLandsInItsBinAndRoundTrips) {
     const int n = 1024;
     std::vector<double> x(2 * n);
     for (int j = 0; j < n; ++j) {
@@ -126,8 +120,7 @@ TEST(Fft, PositiveFrequencyLandsInItsBinAndRoundTrips)
         ASSERT_NEAR(x[i], f[i], 1e-5);
 }
 
-TEST(Fft, ImpulseSizeOneAndEmpty)
-{
+TEST(Fft, ImpulseSizeOneAndEmpty) {
     std::vector<double> x(2 * 256, 0.0);
     x[0] = 1.0;
     fft(x.data(), 256, true);

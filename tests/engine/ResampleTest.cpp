@@ -9,8 +9,7 @@
 
 namespace {
 
-TEST(ResampleDesign, KaiserFiguresAndBoundaries)
-{
+TEST(ResampleDesign, KaiserFiguresAndBoundaries) {
     EXPECT_EQ(38, CMorvaneResample::RawLength(60, 0.1));
     EXPECT_EQ(52, CMorvaneResample::RawLength(80, 0.1));
     EXPECT_NEAR(5.65326, CMorvaneResample::KaiserBeta(60), 1e-12);
@@ -22,7 +21,8 @@ TEST(ResampleDesign, KaiserFiguresAndBoundaries)
     EXPECT_EQ(99, CMorvaneResample::RawLength(22, 0.01));
     EXPECT_NEAR(0.5842 + 0.07886, CMorvaneResample::KaiserBeta(22), 1e-12);
     // 49 is the last of the middle formula, 50 already the upper one
-    EXPECT_NEAR(0.5842 * std::pow(28.0, 0.4) + 0.07886 * 28, CMorvaneResample::KaiserBeta(49), 1e-12);
+    EXPECT_NEAR(0.5842 * std::pow(28.0, 0.4) + 0.07886 * 28, CMorvaneResample::KaiserBeta(49),
+                1e-12);
     EXPECT_NEAR(0.1102 * 41.3, CMorvaneResample::KaiserBeta(50), 1e-12);
 
     CMorvaneResample r;
@@ -35,8 +35,7 @@ TEST(ResampleDesign, KaiserFiguresAndBoundaries)
     EXPECT_EQ(101, r.makeFIR(1.0, 0, 0.9222 / 148.5));
 }
 
-TEST(ResampleDesign, BesselSeriesWrapsItsFactorial)
-{
+TEST(ResampleDesign, BesselSeriesWrapsItsFactorial) {
     // the 32-bit factorial wraps from 13! on and the wrapped terms dominate
     EXPECT_NEAR(3309613.0, CMorvaneResample::I0(7.85726), 1.0);
     EXPECT_NEAR(1.0, CMorvaneResample::I0(0.0), 0.0);
@@ -44,15 +43,14 @@ TEST(ResampleDesign, BesselSeriesWrapsItsFactorial)
     EXPECT_NEAR(1.2660658777520082, CMorvaneResample::I0(1.0), 1e-15);
 }
 
-TEST(ResampleDesign, TablesAreSymmetricWithUnityGain)
-{
+TEST(ResampleDesign, TablesAreSymmetricWithUnityGain) {
     struct Case {
         double ratio;
         int att, taps, history, centre;
     };
-    for (Case c : {Case{0.5, 60, 39, 38, 29491}, Case{1.0, 80, 53, 52, 29491},
-                   Case{2.0, 60, 39, 38, 13107}, Case{0.7, 80, 53, 52, 29491},
-                   Case{1.9, 60, 39, 38, 13969}}) {
+    for (Case c :
+         {Case{0.5, 60, 39, 38, 29491}, Case{1.0, 80, 53, 52, 29491}, Case{2.0, 60, 39, 38, 13107},
+          Case{0.7, 80, 53, 52, 29491}, Case{1.9, 60, 39, 38, 13969}}) {
         CMorvaneResample r;
         EXPECT_EQ(c.history, r.IniResample(c.ratio, c.att, 0.1, 100.0, true));
         EXPECT_EQ(c.history / 2, r.HalfLength());
@@ -80,15 +78,13 @@ struct Stream {
     std::vector<int> counts;
     std::vector<double> startPositions;
 
-    Stream(double ratio, int att, int channels)
-    {
+    Stream(double ratio, int att, int channels) {
         arg.dPitchRate = ratio;
         arg.nChannels = channels;
         r.IniResample(ratio, att, 0.1, 100.0, true);
     }
 
-    void Run(const std::vector<float>& x, int block, bool flush = true)
-    {
+    void Run(const std::vector<float>& x, int block, bool flush = true) {
         const int ch = arg.nChannels;
         const int frames = static_cast<int>(x.size()) / ch;
         const int hist = r.History();
@@ -109,8 +105,7 @@ struct Stream {
     }
 };
 
-TEST(Resample, CountsAndPositionsOverSuccessiveCalls)
-{
+TEST(Resample, CountsAndPositionsOverSuccessiveCalls) {
     Stream s(0.5, 60, 2);
     s.Run(std::vector<float>(4410 * 2 * 3, 0.1f), 4410, false);
     // first call: 0, 0.5, ... below 4410 - 19 - 0.5; then from -19.5 on
@@ -132,16 +127,14 @@ TEST(Resample, CountsAndPositionsOverSuccessiveCalls)
     }
 }
 
-TEST(Resample, ShortBlockOnlyMovesThePosition)
-{
+TEST(Resample, ShortBlockOnlyMovesThePosition) {
     Stream s(0.8, 60, 2);
     s.Run(std::vector<float>(2 * 10, 0.5f), 10, false); // 10 < half length 19
     EXPECT_EQ(0, s.counts[0]);
     EXPECT_EQ(-10.0, s.r.Position());
 }
 
-TEST(Resample, FlushReadsIntoZeroedRoom)
-{
+TEST(Resample, FlushReadsIntoZeroedRoom) {
     CMorvaneResample r;
     mvArg arg;
     arg.dPitchRate = 0.5;
@@ -161,8 +154,7 @@ TEST(Resample, FlushReadsIntoZeroedRoom)
     EXPECT_NEAR(0.95 * 0.25, o0[198], 0.005);
 }
 
-TEST(Resample, UnitRatioOrNoTranspositionPassesThrough)
-{
+TEST(Resample, UnitRatioOrNoTranspositionPassesThrough) {
     for (bool preserve : {true, false}) {
         CMorvaneResample r;
         mvArg arg;
@@ -182,8 +174,7 @@ TEST(Resample, UnitRatioOrNoTranspositionPassesThrough)
     }
 }
 
-TEST(Resample, OnlyPositiveOversAreFlagged)
-{
+TEST(Resample, OnlyPositiveOversAreFlagged) {
     CMorvaneResample r;
     mvArg arg;
     arg.nChannels = 1;
@@ -199,8 +190,7 @@ TEST(Resample, OnlyPositiveOversAreFlagged)
     EXPECT_EQ(1, arg.bOver);
 }
 
-TEST(Resample, MovesFrequencyByTheRatioWithoutDelay)
-{
+TEST(Resample, MovesFrequencyByTheRatioWithoutDelay) {
     const double freq = 441.0 / 44100; // cycles per frame
     for (double ratio : {0.5, 0.7, 1.5, 2.0}) {
         Stream s(ratio, 60, 2);
@@ -210,15 +200,15 @@ TEST(Resample, MovesFrequencyByTheRatioWithoutDelay)
         EXPECT_NEAR(1.0, measured / (freq * ratio), 0.001) << ratio;
         // output frame k is the input read at k * ratio: no delay, amplitude kept
         for (int k = static_cast<int>(40 / ratio); k < static_cast<int>(4000 / ratio); ++k)
-            ASSERT_NEAR(0.5 * std::sin(2 * M_PI * freq * k * ratio), s.out1[k], 0.01) << ratio << " " << k;
+            ASSERT_NEAR(0.5 * std::sin(2 * M_PI * freq * k * ratio), s.out1[k], 0.01)
+                << ratio << " " << k;
     }
 }
 
 // At a negative read position the split truncates toward zero: ip rounds up and the phase is
 // negative, so a tap's coefficient extends the table segment next to the wanted one instead of
 // interpolating inside it. Checked at the centre tap, where the table curves most.
-TEST(Resample, NegativePositionsTruncateTowardZero)
-{
+TEST(Resample, NegativePositionsTruncateTowardZero) {
     CMorvaneResample r;
     mvArg arg;
     arg.nChannels = 1;
@@ -244,7 +234,8 @@ TEST(Resample, NegativePositionsTruncateTowardZero)
     const double f8 = (p - ip) * 8.0;
     const int phase = static_cast<int>(f8);
     ASSERT_LT(phase, 0);
-    const int truncated = coefficient(3 - phase + 8 * half, static_cast<int>((f8 - phase) * 32768.0));
+    const int truncated =
+        coefficient(3 - phase + 8 * half, static_cast<int>((f8 - phase) * 32768.0));
     EXPECT_EQ(static_cast<float>(truncated) * 3.0517578125e-5f, o[0]);
 
     // the same output split with floor(): another table segment, another coefficient

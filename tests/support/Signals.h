@@ -8,8 +8,7 @@
 namespace Signals {
 
 inline std::vector<float> Sine(int frames, int channels, double cyclesPerFrame, double amp,
-                               double phase = 0.0)
-{
+                               double phase = 0.0) {
     std::vector<float> v(static_cast<size_t>(frames) * channels);
     for (int i = 0; i < frames; ++i)
         for (int c = 0; c < channels; ++c)
@@ -19,8 +18,7 @@ inline std::vector<float> Sine(int frames, int channels, double cyclesPerFrame, 
 }
 
 // Uniform noise in [-amp, amp) from a fixed linear congruential sequence.
-inline std::vector<float> Noise(int frames, int channels, double amp, uint32_t seed = 1)
-{
+inline std::vector<float> Noise(int frames, int channels, double amp, uint32_t seed = 1) {
     std::vector<float> v(static_cast<size_t>(frames) * channels);
     for (auto& s : v) {
         seed = seed * 1664525u + 1013904223u;
@@ -31,8 +29,7 @@ inline std::vector<float> Noise(int frames, int channels, double amp, uint32_t s
 
 // A short piece of stereo music: a bass line and a melody of harmonic notes that change every
 // quarter second, and a noise-burst drum hit every half second.
-inline std::vector<float> Music(int frames, int rate)
-{
+inline std::vector<float> Music(int frames, int rate) {
     static const double notes[] = {220.0, 246.94, 261.63, 293.66, 329.63, 293.66, 261.63, 196.0};
     std::vector<float> v(static_cast<size_t>(frames) * 2);
     uint32_t seed = 12345;
@@ -43,8 +40,8 @@ inline std::vector<float> Music(int frames, int rate)
         phase += 2 * M_PI * notes[step % 8] / rate;
         bass += 2 * M_PI * notes[(step / 4) % 8] / 4 / rate;
         const double envelope = std::exp(-3.0 * (t * 4 - step));
-        const double melody = envelope * (std::sin(phase) + 0.4 * std::sin(2 * phase) +
-                                          0.2 * std::sin(3 * phase));
+        const double melody =
+            envelope * (std::sin(phase) + 0.4 * std::sin(2 * phase) + 0.2 * std::sin(3 * phase));
         seed = seed * 1664525u + 1013904223u;
         const double beat = t * 2 - std::floor(t * 2);
         const double drum = std::exp(-40.0 * beat) * ((seed >> 8) / 8388608.0 - 1.0);
@@ -56,8 +53,7 @@ inline std::vector<float> Music(int frames, int rate)
 
 // Frequency in cycles per frame of a sine in channel 0 of frames [from, to), from the spacing
 // of its upward zero crossings, located by linear interpolation.
-inline double ZeroCrossingFrequency(const float* x, int channels, int from, int to)
-{
+inline double ZeroCrossingFrequency(const float* x, int channels, int from, int to) {
     double first = -1, last = -1;
     int crossings = 0;
     for (int i = from + 1; i < to; ++i) {
