@@ -31,6 +31,9 @@ public:
     // Returns the frames written.
     int Resample(float** out, float* in, int n, mvArg* arg, bool preserve);
 
+    // Starts reading a new stream: the position returns to 0 as after IniResample.
+    void Restart() { m_dPos = 0.0; }
+
     // Closed-form design figures, exposed so they can be checked against the formulas.
     static int RawLength(int attenuation, double transition);
     static double KaiserBeta(int attenuation);

@@ -1,0 +1,231 @@
+#include "CMorvane.h"
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+
+namespace {
+
+constexpr int kHistoryFrames = 1024; // audio kept before the current data for the splice search
+
+// Differing is the unordered inequality: a NaN on either side counts as a change.
+bool Differs(double a, double b) {
+    return !(a == b);
+}
+
+// The parameter code keeps rates within 0.5 to 2.0. The engine holds to that too, because its
+// buffers are sized for it and a NaN rate would make the frame arithmetic undefined.
+double SafeRate(double rate) {
+    return rate == rate ? std::clamp(rate, 0.5, 2.0) : 1.0;
+}
+
+} // namespace
+
+CMorvane::CMorvane() {
+    InitMorvane();
+    bOver = 0;
+}
+
+CMorvane::~CMorvane() {
+    delete[] m_pInBuf;
+    delete[] m_pOutBuf;
+}
+
+int CMorvane::InitMorvane() {
+    static_cast<mvArg&>(*this) = mvArg{};
+    m_Block.IniBlock();
+    m_nFill = 0;
+    bLowSound = 1;
+    m_Detect.IniDetect(882);
+    m_nLatency = m_Resample.IniResample(dPitchRate, 60, 0.1, 100.0, true);
+    AllocMem();
+    bActive = 1;
+    bOver = 0;
+    bPreServ = 1;
+    return m_nLatency;
+}
+
+void CMorvane::AllocMem() {
+    m_bPending = 0;
+    m_nSavedFinal = 100;
+    delete[] m_pInBuf;
+    delete[] m_pOutBuf;
+    m_pInBuf = new float[5 * static_cast<size_t>(nSampleRate)]();
+    m_pOutBuf = new float[10 * static_cast<size_t>(nSampleRate)]();
+    m_Block.SetBufferPointer(m_pInBuf);
+}
+
+void CMorvane::SetTimeRate(double rate, bool running) {
+    std::lock_guard lock(m_cs);
+    rate = SafeRate(rate);
+    if (running && Differs(rate, dTimeRate)) {
+        dTimeRateNext = rate;
+        m_bPending = 1;
+        return;
+    }
+    dTimeRateNext = dTimeRate = rate;
+    dStretch = rate * dPitchRate;
+}
+
+void CMorvane::SetPitchRate(double rate, bool running) {
+    std::lock_guard lock(m_cs);
+    rate = SafeRate(rate);
+    dPitchRateNext = rate;
+    if (running && Differs(rate, dPitchRate)) {
+        m_bPending = 1;
+        return;
+    }
+    dPitchRate = rate;
+    dStretch = dTimeRate * rate;
+    // 80 dB here, 60 dB at start-up and after a change during a job: deliberately different.
+    m_nLatency = m_Resample.IniResample(rate, 80, 0.1, 100.0, true);
+}
+
+void CMorvane::SetSamplingRate(int rate) {
+    std::lock_guard lock(m_cs);
+    rate = std::clamp(rate, kMinRate, kMaxRate);
+    const int f = (bLowSound ? rate * 20 : 0) / 1000; // 20 ms
+    nFrameLen = f & ~1;
+    nSubBlockLen = static_cast<int>(f * 1.8);
+    nSampleRate = rate;
+    m_Detect.IniDetect(nFrameLen);
+    AllocMem();
+    StartToProcess();
+}
+
+void CMorvane::StartToProcess() {
+    m_bPending = 0;
+    m_nSavedFinal = 100;
+    bFinal = 0;
+    m_Block.IniBlock();
+    m_nFill = 0;
+    // Every job starts from the same state, so the same input renders to the same bits: the
+    // splice search at the end of a stream reads past the held data, so both buffers are cleared
+    // whole, not only their history, and the resampler's read position starts again at 0.
+    m_Resample.Restart();
+    std::memset(m_pInBuf, 0, sizeof(float) * 5 * static_cast<size_t>(nSampleRate));
+    std::memset(m_pOutBuf, 0, sizeof(float) * 10 * static_cast<size_t>(nSampleRate));
+}
+
+void CMorvane::SetActive(bool on) {
+    std::lock_guard lock(m_cs);
+    bActive = on;
+}
+
+void CMorvane::SetOutputLevel(float gain) {
+    std::lock_guard lock(m_cs);
+    fOutputLevel = gain;
+}
+
+void CMorvane::SetPreServ(float v) {
+    std::lock_guard lock(m_cs);
+    bPreServ = v != 0;
+}
+
+void CMorvane::SetLowSound(float v) {
+    std::lock_guard lock(m_cs);
+    // Only -1.0 turns the option off; 0.0 and 1.0 both leave it on. Deliberate.
+    bLowSound = static_cast<double>(v) + 1.0 != 0;
+    const int f = nSampleRate / 50;
+    nFrameLen = bLowSound ? f & ~1 : 0;
+    nSubBlockLen = bLowSound ? static_cast<int>(f * 1.8) : 0;
+    m_Detect.IniDetect(nFrameLen);
+}
+
+void CMorvane::SetDrum(float v) {
+    std::lock_guard lock(m_cs);
+    bDrum = v != 0;
+}
+
+void CMorvane::get_OverLevel(bool* over) {
+    std::lock_guard lock(m_cs);
+    *over = bOver != 0;
+    bOver = 0;
+}
+
+int CMorvane::MaxOutput(int count) const {
+    // Held input (one second) plus this call's, stretched by at most 2 (time x pitch bound),
+    // read at a pitch step of at least 0.5, so the output is at most 2 x time-rate frames per
+    // input frame; add room for lags and the resampler's flush.
+    return static_cast<int>(std::min<long>(
+        4L * (static_cast<long>(count) + nSampleRate) + 2L * nSampleRate, 0x7fffffff));
+}
+
+int CMorvane::Segment(float** out, int produced, bool lastFlag) {
+    float* current = m_pInBuf + 2 * kHistoryFrames;
+    int L = m_Detect.Detect(current, m_nFill, this);
+    L = std::clamp(L, 0, m_nFill);
+
+    float* stretched = m_pOutBuf + 2 * m_nLatency;
+    const int M = m_Block.Block(stretched, current, L, this);
+
+    // The last 1024 frames before the next segment become its history.
+    std::memmove(m_pInBuf, m_pInBuf + 2 * L,
+                 sizeof(float) * 2 * static_cast<size_t>(kHistoryFrames - L + m_nFill));
+
+    bLastSegment = lastFlag && L == m_nFill;
+    float* dest[2] = {out[0] + produced, out[1] + produced};
+    const int K = m_Resample.Resample(dest, stretched, M, this, bPreServ != 0);
+
+    // Keep the resampler's history in front of the next segment.
+    std::memmove(m_pOutBuf, m_pOutBuf + 2 * static_cast<size_t>(M), sizeof(float) * 2 * m_nLatency);
+    m_nFill -= L;
+    return K;
+}
+
+int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
+    std::lock_guard lock(m_cs);
+    count = std::max(count, 0);
+    if (!bActive || (dPitchRate == 1.0 && dTimeRate == 1.0)) {
+        std::memmove(out[0], in[0], sizeof(float) * count);
+        std::memmove(out[1], in[1], sizeof(float) * count);
+        return count;
+    }
+
+    const int cap = nSampleRate;
+    int produced = 0;
+    int taken = 0;
+
+    if (m_bPending) {
+        // Flush what is held with the old rates, as if the stream ended here; then switch.
+        m_nSavedFinal = bFinal;
+        m_bPending = 0;
+        do {
+            if (!bFinal && m_nFill < cap)
+                bFinal = 1;
+            produced += Segment(out, produced, true);
+        } while (m_nFill >= 1);
+        bFinal = m_nSavedFinal != 0;
+        m_nSavedFinal = 100;
+        m_nFill = 0;
+        if (Differs(dTimeRateNext, dTimeRate)) {
+            dTimeRate = dTimeRateNext;
+            dStretch = dTimeRate * dPitchRate;
+        }
+        if (Differs(dPitchRateNext, dPitchRate)) {
+            dPitchRate = dPitchRateNext;
+            dStretch = dTimeRate * dPitchRate;
+            m_nLatency = m_Resample.IniResample(dPitchRate, 60, 0.1, 100.0, true);
+        }
+    }
+
+    do {
+        if (!bFinal) {
+            const int k = std::min(cap - m_nFill, count - taken);
+            float* dst = m_pInBuf + 2 * (kHistoryFrames + m_nFill);
+            for (int i = 0; i < k; ++i) {
+                dst[2 * i] = in[0][taken + i];
+                dst[2 * i + 1] = in[1][taken + i];
+            }
+            m_nFill += k;
+            taken += k;
+            if (m_nFill < cap) {
+                if (!last)
+                    break; // wait for more input
+                bFinal = 1;
+            }
+        }
+        produced += Segment(out, produced, last);
+    } while (m_nFill > 0);
+    return produced;
+}

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdint>
+
+#include "CCriticalSection.h"
+#include "CMorvaneBlock.h"
+#include "CMorvaneDetect.h"
+#include "CMorvaneResample.h"
+#include "CRemez.h"
+#include "mvArg.h"
+
+// The engine front: takes the host's blocks, holds up to one second, cuts it at onsets, stretches
+// each segment by time x pitch rate and resamples it by the pitch rate. Every public operation
+// but construction takes the engine lock, so settings from the user-interface thread never
+// interleave with a block. The stages see the settings through this object's mvArg base.
+class CMorvane : public mvArg {
+public:
+    // Rates outside this range are taken as the nearest bound, for buffer sizes and frames.
+    static constexpr int kMinRate = 1000;
+    static constexpr int kMaxRate = 768000;
+
+    CMorvane();
+    ~CMorvane();
+    CMorvane(const CMorvane&) = delete;
+    CMorvane& operator=(const CMorvane&) = delete;
+
+    int InitMorvane(); // defaults for 44100 Hz; returns the resampler's history length
+    void flash() {}
+    void AllocMem();
+
+    void SetTimeRate(double rate, bool running);
+    void SetPitchRate(double rate, bool running);
+    void SetSamplingRate(int rate);
+    void StartToProcess(); // between blocks only: takes no lock
+    void SetActive(bool on);
+    void SetOutputLevel(float gain);
+    void SetPreServ(float v);
+    void SetLowSound(float v);
+    void SetDrum(float v);
+    void get_OverLevel(bool* over);
+
+    // Processes count frames of in[0] and in[1]; last marks the block that ends the recording.
+    // Writes from index 0 of out[0] and out[1] and returns the frames written: at most
+    // MaxOutput(count) for this call.
+    int procMorvane(float** out, float** in, int count, bool last);
+
+    // What one call may write, whatever the rates: everything held plus the new frames, at the
+    // largest stretch, plus what the lag and resampler can add.
+    int MaxOutput(int count) const;
+    int Latency() const { return m_nLatency; }
+    int Held() const { return m_nFill; }
+    bool Pending() const { return m_bPending != 0; }
+
+private:
+    int Segment(float** out, int produced, bool lastFlag);
+
+    CCriticalSection m_cs;
+    CMorvaneDetect m_Detect;
+    CMorvaneBlock m_Block;
+    CMorvaneResample m_Resample;
+    CRemez m_Remez; // kept with the engine for filter design; never used while processing
+    float* m_pInBuf = nullptr;
+    float* m_pOutBuf = nullptr;
+    int32_t m_nLatency = 0;
+    int32_t m_nFill = 0;
+    uint8_t m_bPending = 0;
+    uint32_t m_nSavedFinal = 100;
+};
