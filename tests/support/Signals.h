@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -68,6 +69,21 @@ inline double ZeroCrossingFrequency(const float* x, int channels, int from, int 
         }
     }
     return crossings > 1 ? (crossings - 1) / (last - first) : 0.0;
+}
+
+// The same, as the median over windows of the given length: a splice disturbs the windows it
+// falls in, not the estimate.
+inline double MedianFrequency(const float* x, int channels, int from, int to, int window = 4096) {
+    std::vector<double> f;
+    for (int w = from; w + window <= to; w += window / 2) {
+        const double v = ZeroCrossingFrequency(x, channels, w, w + window);
+        if (v > 0)
+            f.push_back(v);
+    }
+    if (f.empty())
+        return 0.0;
+    std::nth_element(f.begin(), f.begin() + f.size() / 2, f.end());
+    return f[f.size() / 2];
 }
 
 } // namespace Signals

@@ -1,0 +1,152 @@
+#include "AMorvane.h"
+
+#include <dlfcn.h>
+
+#include <cstring>
+#include <mutex>
+
+#include "CWinApp.h"
+#include "ParamRange.h"
+
+// The window layer's application object for this module.
+static CWinApp CInMorvane;
+
+AMorvaneProgram::AMorvaneProgram()
+    : fValue{1.0f, ValToNormalizeValue(1, 1.0f), 1.0f, 1.0f, 1.0f}, szName("Empty"), nCurrent(0) {}
+
+AMorvane::AMorvane(audioMasterCallback audioMaster)
+    : AudioEffectX(audioMaster, kNumPrograms, kNumParams) {
+    m_fHost[0] = 1.0f;
+    m_fHost[1] = ValToNormalizeValue(1, 1.0f);
+    m_fHost[2] = m_fHost[3] = m_fHost[4] = 1.0f;
+    m_fPercent = 1.0f;
+    setSampleRate(44100);
+    setNumInputs(2);
+    setNumOutputs(2);
+    setInitialDelay(kInitialDelay);
+    setUniqueID(FourCC("Qzvh"));
+    programsAreChunks(true);
+    canMono(false);
+    // The editor registers itself here (and sets effFlagsHasEditor) once the panel exists.
+    resume();
+}
+
+AMorvane::~AMorvane() {
+    FreeBuffers();
+}
+
+void AMorvane::open() {
+    // Hosts on Linux rarely answer the directory request; the loaded object knows its place.
+    const char* dir = static_cast<const char*>(getDirectory());
+    Dl_info info{};
+    static const int kAnchor = 0; // any address inside this module
+    if (!dir && dladdr(&kAnchor, &info) && info.dli_fname)
+        dir = info.dli_fname;
+    if (dir) {
+        vst_strncpy(m_szPluginDir, dir, sizeof(m_szPluginDir));
+        const size_t n = std::strlen(m_szPluginDir);
+        if (n > 1 && m_szPluginDir[n - 1] != '/') {
+            char* slash = std::strrchr(m_szPluginDir, '/');
+            if (slash)
+                slash[1] = 0;
+        }
+    }
+    setProgram(0);
+    std::memcpy(m_Initial, m_Programs, sizeof(m_Programs));
+}
+
+void AMorvane::suspend() {
+    m_Engine.SetActive(false);
+    m_fHost[0] = 0.0f;
+    m_nConsumed = 0;
+}
+
+void AMorvane::resume() {
+    m_Engine.SetActive(true);
+    m_fHost[0] = 1.0f;
+    AudioEffectX::resume();
+}
+
+bool AMorvane::getEffectName(char* name) {
+    vst_strncpy(name, "Morvane", kVstMaxEffectNameLen);
+    return true;
+}
+
+bool AMorvane::getVendorString(char* text) {
+    vst_strncpy(text, "KORVELLE Co.,Ltd.", kVstMaxVendorStrLen);
+    return true;
+}
+
+bool AMorvane::getProductString(char* text) {
+    vst_strncpy(text, "Morvane", kVstMaxProductStrLen);
+    return true;
+}
+
+VstInt32 AMorvane::canDo(char* text) {
+    static const struct {
+        const char* text;
+        VstInt32 answer;
+    } kAnswers[] = {
+        {"sendVstEvents", -1},      {"sendVstMidiEvent", -1},
+        {"receiveVstEvents", -1},   {"receiveVstMidiEvent", -1},
+        {"receiveVstTimeInfo", -1}, {"offline", 1},
+        {"midiProgramNames", -1},   {"bypass", 1}, // answered yes; setBypass stays the default
+    };
+    for (const auto& a : kAnswers)
+        if (std::strcmp(text, a.text) == 0)
+            return a.answer;
+    return 0;
+}
+
+// Programs ------------------------------------------------------------------------------------
+
+void AMorvane::setProgram(VstInt32 program) {
+    if (program < 0 || program >= kNumPrograms)
+        return;
+    curProgram = program;
+    for (int p = 0; p < kNumParams; ++p)
+        setParameter(p, m_Programs[program].fValue[p]);
+}
+
+void AMorvane::setProgramName(char* name) {
+    std::memcpy(m_Programs[curProgram].szName, name, strnlen(name, 23));
+    m_Programs[curProgram].szName[std::min<size_t>(strnlen(name, 23), 23)] = 0;
+}
+
+void AMorvane::getProgramName(char* name) {
+    vst_strncpy(name, m_Programs[curProgram].szName, kVstMaxProgNameLen);
+}
+
+bool AMorvane::getProgramNameIndexed(VstInt32, VstInt32 index, char* text) {
+    if (index < 0 || index >= kNumPrograms)
+        return false;
+    vst_strncpy(text, m_Programs[index].szName, kVstMaxProgNameLen);
+    return true;
+}
+
+VstInt32 AMorvane::getChunk(void** data, bool isPreset) {
+    if (isPreset) {
+        *data = &m_Programs[curProgram];
+        return sizeof(AMorvaneProgram);
+    }
+    m_Programs[0].nCurrent = curProgram;
+    *data = m_Programs;
+    return sizeof(m_Programs);
+}
+
+VstInt32 AMorvane::setChunk(void* data, VstInt32 size, bool isPreset) {
+    // A chunk larger than the table is cut at the table; a shorter one changes what it covers.
+    if (isPreset) {
+        std::memcpy(&m_Programs[curProgram], data,
+                    std::min<size_t>(static_cast<size_t>(size), sizeof(AMorvaneProgram)));
+        m_Programs[curProgram].szName[23] = 0;
+        setProgram(curProgram);
+        return 0;
+    }
+    std::memcpy(m_Programs, data, std::min<size_t>(static_cast<size_t>(size), sizeof(m_Programs)));
+    for (auto& p : m_Programs)
+        p.szName[23] = 0;
+    const int32_t current = m_Programs[0].nCurrent;
+    setProgram(current >= 0 && current < kNumPrograms ? current : 0);
+    return 0;
+}

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstdint>
+
+#include "AMorvaneProgram.h"
+#include "AudioEffectX.h"
+#include "CCriticalSection.h"
+#include "CMorvane.h"
+
+// The effect the host drives: an offline time-stretch and pitch-shift that works only in the
+// variable-I/O call. Five parameters, 64 programs, a fixed announced delay of 44100 frames.
+class AMorvane : public AudioEffectX {
+public:
+    static constexpr int kNumPrograms = 64;
+    static constexpr int kNumParams = 5;
+    static constexpr VstInt32 kInitialDelay = 44100;
+
+    explicit AMorvane(audioMasterCallback audioMaster);
+    ~AMorvane() override;
+
+    // host interface
+    void open() override;
+    void suspend() override;
+    void resume() override;
+    void setSampleRate(float rate) override;
+    void processReplacing(float**, float**, VstInt32) override {}
+    void processDoubleReplacing(double**, double**, VstInt32) override {}
+    void setParameter(VstInt32 index, float value) override;
+    float getParameter(VstInt32 index) override;
+    void setProgram(VstInt32 program) override;
+    void setProgramName(char* name) override;
+    void getProgramName(char* name) override;
+    void getParameterLabel(VstInt32 index, char* text) override;
+    void getParameterDisplay(VstInt32 index, char* text) override;
+    void getParameterName(VstInt32 index, char* text) override;
+    VstInt32 getChunk(void** data, bool isPreset) override;
+    VstInt32 setChunk(void* data, VstInt32 size, bool isPreset) override;
+    VstInt32 processEvents(void*) override { return 0; }
+    bool getProgramNameIndexed(VstInt32 category, VstInt32 index, char* text) override;
+    VstInt32 startProcess() override;
+    bool processVariableIo(VstVariableIo* io) override;
+    VstInt32 setTotalSampleToProcess(VstInt32 value) override;
+    bool getEffectName(char* name) override;
+    bool getVendorString(char* text) override;
+    bool getProductString(char* text) override;
+    VstInt32 getVendorVersion() override { return 1000; }
+    VstInt32 canDo(char* text) override;
+    VstInt32 getPlugCategory() override { return kPlugCategOfflineProcess; }
+
+    // editor side
+    float getParameterDisplayVal(int index);
+    void setParameterFromDiaplay(int index, float value);
+    void setParameterFormUI(int index, float value, int noCheck);
+    void GetVU(float* m0, float* m1, float* m2, float* m3);
+    bool GetClip();
+    uint16_t ProcessCount() const { return m_nProcessCount; }
+    const char* PluginDirectory() const { return m_szPluginDir; }
+
+private:
+    bool Running() const { return m_nConsumed != 0; }
+    void SetOutputGain(float gain);
+    void FreeBuffers();
+    void CopyFromFifo(float** out, int64_t frames);
+    void AppendToFifo(float* const* src, int64_t frames);
+
+    uint16_t m_nProcessCount = 0xFFFF;
+    AMorvaneProgram m_Programs[kNumPrograms];
+    CCriticalSection m_cs;
+    CMorvane m_Engine;
+    char m_szPluginDir[2048] = {};
+    AMorvaneProgram m_Initial[kNumPrograms];
+    AMorvaneProgram m_Factory[kNumPrograms];
+    float m_fGain = 1.0f;
+    float m_fHost[kNumParams] = {};
+    float m_fLevel = 0; // output level, 6 dB per doubling
+    float m_fCents = 0;
+    float m_fPercent = 0;
+
+    struct WaveFormat {
+        uint16_t wFormatTag = 3; // IEEE float
+        uint16_t nChannels = 2;
+        uint32_t nSamplesPerSec = 44100;
+        uint32_t nAvgBytesPerSec = 44100 * 8;
+        uint16_t nBlockAlign = 8;
+        uint16_t wBitsPerSample = 32;
+        uint16_t cbSize = 0;
+    } m_Format;
+
+    // offline driver
+    float* m_pEngineOut[2] = {};
+    float* m_pFifo[2] = {};
+    int64_t m_nRead = 0;
+    int64_t m_nWrite = 0;
+    int64_t m_nFill = 0;
+    int64_t m_nCapacity = 0;
+    int64_t m_nSlice = 0; // input frames per engine call; its output always fits
+    uint8_t m_bFinished = 0;
+    int64_t m_nTotal = 0;
+    int64_t m_nConsumed = 0;
+    float m_fMeter[4] = {};
+};

@@ -1,0 +1,169 @@
+// The offline job: the host's variable-I/O calls, the engine's variable output, and the FIFO that
+// reconciles the two.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <mutex>
+
+#include "AMorvane.h"
+
+void AMorvane::FreeBuffers() {
+    for (int c = 0; c < 2; ++c) {
+        delete[] m_pEngineOut[c];
+        delete[] m_pFifo[c];
+        m_pEngineOut[c] = m_pFifo[c] = nullptr;
+    }
+}
+
+void AMorvane::setSampleRate(float rate) {
+    std::lock_guard lock(m_cs);
+    // A rate the engine cannot run at is held to its range; the framework's own member is left.
+    const int r = rate == rate ? static_cast<int>(std::clamp(rate, float(CMorvane::kMinRate),
+                                                             float(CMorvane::kMaxRate)))
+                               : 44100;
+    m_Format.nSamplesPerSec = static_cast<uint32_t>(r);
+    m_Format.nAvgBytesPerSec = static_cast<uint32_t>(r) * 8;
+    m_Engine.SetSamplingRate(r);
+
+    // Four seconds, and never less than the announced delay plus three seconds: at low rates
+    // 44100 frames of lead-in are more than four seconds.
+    FreeBuffers();
+    m_nCapacity = std::max<int64_t>(static_cast<int64_t>(r * 4.0), kInitialDelay + 3L * r);
+    for (int c = 0; c < 2; ++c) {
+        m_pEngineOut[c] = new float[m_nCapacity];
+        m_pFifo[c] = new float[m_nCapacity];
+    }
+    // A host block is fed to the engine in slices whose output (held second plus slice, at a
+    // time rate of at most 2, plus splice lags) always fits the engine buffers.
+    m_nSlice = r / 4;
+    m_nRead = m_nWrite = m_nFill = 0;
+    m_bFinished = 0;
+    m_nTotal = 0;
+    m_nConsumed = 0;
+}
+
+VstInt32 AMorvane::startProcess() {
+    m_bFinished = 0;
+    m_nFill = m_nRead = m_nWrite = 0;
+    m_nTotal = 0;
+    m_nConsumed = 0;
+    m_Engine.StartToProcess();
+    for (int c = 0; c < 2; ++c)
+        std::memset(m_pFifo[c], 0, sizeof(float) * m_nCapacity);
+    // The job's output starts with the announced delay as silence.
+    m_nFill = m_nWrite = cEffect.initialDelay;
+    std::fill(std::begin(m_fMeter), std::end(m_fMeter), 0.0f);
+    m_nProcessCount = 0xFFFF;
+    return 0;
+}
+
+VstInt32 AMorvane::setTotalSampleToProcess(VstInt32 value) {
+    m_nTotal = value;
+    return value;
+}
+
+void AMorvane::CopyFromFifo(float** out, int64_t frames) {
+    const int64_t first = std::min(frames, m_nCapacity - m_nRead);
+    for (int c = 0; c < 2; ++c) {
+        std::memcpy(out[c], m_pFifo[c] + m_nRead, sizeof(float) * first);
+        std::memcpy(out[c] + first, m_pFifo[c], sizeof(float) * (frames - first));
+    }
+    m_nRead = (m_nRead + frames) % m_nCapacity;
+    m_nFill -= frames;
+}
+
+void AMorvane::AppendToFifo(float* const* src, int64_t frames) {
+    const int64_t first = std::min(frames, m_nCapacity - m_nWrite);
+    for (int c = 0; c < 2; ++c) {
+        std::memcpy(m_pFifo[c] + m_nWrite, src[c], sizeof(float) * first);
+        std::memcpy(m_pFifo[c], src[c] + first, sizeof(float) * (frames - first));
+    }
+    m_nWrite = (m_nWrite + frames) % m_nCapacity;
+    m_nFill += frames;
+}
+
+bool AMorvane::processVariableIo(VstVariableIo* io) {
+    std::lock_guard lock(m_cs);
+    ++m_nProcessCount;
+    std::fill(std::begin(m_fMeter), std::end(m_fMeter), 0.0f);
+    if (!io)
+        return true;
+
+    // Channel arrays that are missing count as no room and no input.
+    const bool hasIn = io->inputs && io->inputs[0] && io->inputs[1];
+    const bool hasOut = io->outputs && io->outputs[0] && io->outputs[1];
+    const int64_t offered = hasIn ? std::max<VstInt32>(io->numSamplesInput, 0) : 0;
+    const int64_t want = hasOut ? std::max<VstInt32>(io->numSamplesOutput, 0) : 0;
+    auto report = [&](int64_t taken, int64_t written) {
+        if (io->numSamplesInputProcessed)
+            *io->numSamplesInputProcessed = static_cast<VstInt32>(taken);
+        if (io->numSamplesOutputProcessed)
+            *io->numSamplesOutputProcessed = static_cast<VstInt32>(written);
+    };
+
+    if (m_bFinished) {
+        // Draining: what was queued when the input ended leaves at unity gain, unmetered.
+        m_nConsumed += offered;
+        const int64_t k = std::min(m_nFill, want);
+        if (k > 0)
+            CopyFromFifo(io->outputs, k);
+        report(offered, k);
+        return true;
+    }
+
+    // Feed the engine slice by slice while the FIFO has room for what a slice can produce. A host
+    // that asks for too little output is told, through the input count it gets back, how much
+    // input was taken; it offers the rest again. Nothing is dropped and nothing overflows.
+    const int64_t worst = 2 * (m_Engine.nSampleRate + m_nSlice) + m_Engine.nSampleRate / 2;
+    int64_t taken = 0;
+    do {
+        if (m_nCapacity - m_nFill < worst)
+            break;
+        const int64_t slice = std::min(offered - taken, m_nSlice);
+        const bool last = m_nConsumed + slice >= m_nTotal && m_nTotal > 0;
+        static float none = 0.0f;
+        float* in[2] = {hasIn ? io->inputs[0] + taken : &none,
+                        hasIn ? io->inputs[1] + taken : &none};
+        const int produced = m_Engine.procMorvane(m_pEngineOut, in, static_cast<int>(slice), last);
+        m_nConsumed += slice;
+        taken += slice;
+        AppendToFifo(m_pEngineOut, produced);
+        if (last) {
+            m_bFinished = 1; // the engine is not called again in this job
+            break;
+        }
+    } while (taken < offered);
+
+    const int64_t n = std::min(m_nFill, want);
+    if (n > 0)
+        CopyFromFifo(io->outputs, n);
+    if (m_nFill == 0)
+        m_nRead = m_nWrite = 0;
+    report(taken, n);
+
+    if (n < 1)
+        return true;
+    float* left = io->outputs[0];
+    float* right = io->outputs[1];
+    for (int64_t i = 0; i < n; ++i) {
+        left[i] *= m_fGain;
+        right[i] *= m_fGain;
+        m_fMeter[2] = std::max(m_fMeter[2], std::fabs(left[i]));
+        m_fMeter[3] = std::max(m_fMeter[3], std::fabs(right[i]));
+    }
+    return true;
+}
+
+void AMorvane::GetVU(float* m0, float* m1, float* m2, float* m3) {
+    std::lock_guard lock(m_cs);
+    *m0 = m_fMeter[0];
+    *m1 = m_fMeter[1];
+    *m2 = m_fMeter[2];
+    *m3 = m_fMeter[3];
+}
+
+bool AMorvane::GetClip() {
+    bool over = false;
+    m_Engine.get_OverLevel(&over);
+    return over;
+}

@@ -1,0 +1,239 @@
+// The five parameters: what the host, a typed value and a panel control each change.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <strings.h>
+
+#include "AMorvane.h"
+#include "CStringResource.h"
+#include "ParamRange.h"
+
+namespace {
+
+constexpr double kCentsPerLn = 1731.2340490667561; // 1200 / ln 2
+constexpr double kCentStep = 1.0005778074264526;   // 2^(1/1200) at float precision
+constexpr int kStrPitchTimeBound = 20200;
+
+double ClampRate(double v) {
+    return std::clamp(v, 0.5, 2.0);
+}
+
+void Write(char* text, const char* value) {
+    vst_strncpy(text, value, kVstMaxParamStrLen);
+}
+
+} // namespace
+
+void AMorvane::SetOutputGain(float gain) {
+    std::lock_guard lock(m_cs);
+    m_fGain = gain;
+}
+
+float AMorvane::getParameter(VstInt32 index) {
+    return index >= 0 && index < kNumParams ? m_fHost[index] : 0.0f;
+}
+
+void AMorvane::setParameter(VstInt32 index, float v) {
+    AMorvaneProgram& program = m_Programs[curProgram];
+    switch (index) {
+    case 0:
+        m_fHost[0] = v;
+        m_Engine.SetActive(static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0);
+        program.fValue[0] = v;
+        break;
+    case 1:
+        m_fHost[1] = v;
+        m_fLevel = NormalizeValToInternalVal(1, v);
+        program.fValue[1] = v;
+        SetOutputGain(static_cast<float>(std::pow(2.0, m_fLevel / 6.0)));
+        break;
+    case 2: {
+        // Pitch and Time reach the program record only through the panel and program changes.
+        const double p = ClampRate(v);
+        m_fHost[2] = static_cast<float>(p);
+        if (p * m_fHost[3] <= 2.0)
+            m_Engine.SetPitchRate(p, Running());
+        else
+            m_fHost[2] = static_cast<float>(2.0 / m_fHost[3]); // the host's path lowers silently
+        m_fCents = static_cast<float>(std::log(m_fHost[2]) * kCentsPerLn);
+        break;
+    }
+    case 3: {
+        const double t = ClampRate(v);
+        m_fHost[3] = static_cast<float>(t);
+        if (t * m_fHost[2] <= 2.0)
+            m_Engine.SetTimeRate(t, Running());
+        else
+            m_fHost[3] = static_cast<float>(2.0 / m_fHost[2]);
+        m_fPercent = m_fHost[3] * 100.0f;
+        break;
+    }
+    case 4:
+        m_fHost[4] = v;
+        m_Engine.SetLowSound(v);
+        program.fValue[4] = v;
+        break;
+    default:
+        break;
+    }
+}
+
+void AMorvane::setParameterFromDiaplay(int index, float d) {
+    AMorvaneProgram& program = m_Programs[curProgram];
+    switch (index) {
+    case 3: {
+        m_fPercent = d;
+        const double t = ClampRate(d / 100.0);
+        m_fHost[3] = static_cast<float>(t);
+        if (m_fHost[2] * t > 2.0) {
+            std::puts("error1");
+            MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
+            m_fHost[3] = static_cast<float>(2.0 / m_fHost[2]);
+            setParameter(3, static_cast<float>(2.0 / m_fHost[2]));
+            return;
+        }
+        m_Engine.SetTimeRate(t, Running());
+        program.fValue[3] = static_cast<float>(t);
+        break;
+    }
+    case 2: {
+        m_fCents = d;
+        const double p = ClampRate(std::pow(kCentStep, static_cast<double>(d)));
+        m_fHost[2] = static_cast<float>(p);
+        if (m_fHost[3] * p > 2.0) {
+            std::puts("error0");
+            MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
+            m_fHost[2] = static_cast<float>(2.0 / m_fHost[3]);
+            setParameter(2, 2.0f); // the bound itself, which the host path lowers again
+            return;
+        }
+        m_Engine.SetPitchRate(p, Running());
+        program.fValue[2] = static_cast<float>(p);
+        break;
+    }
+    case 1: {
+        m_fLevel = d; // kept as typed
+        const float g = std::clamp(static_cast<float>(std::pow(2.0, d / 6.0)), 0.001f, 2.0f);
+        const float n = ValToNormalizeValue(1, g);
+        m_fHost[1] = n;
+        program.fValue[1] = n;
+        SetOutputGain(g);
+        break;
+    }
+    default:
+        return;
+    }
+    if (audioMaster)
+        endEdit(index);
+}
+
+void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
+    AMorvaneProgram& program = m_Programs[curProgram];
+    switch (index) {
+    case 0:
+        m_fHost[0] = v;
+        program.fValue[0] = v;
+        m_Engine.SetActive(static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0);
+        break;
+    case 1:
+        m_fHost[1] = v;
+        m_fLevel = NormalizeValToInternalVal(1, v);
+        program.fValue[1] = v;
+        SetOutputGain(static_cast<float>(std::pow(2.0, m_fLevel / 6.0)));
+        break;
+    case 2: {
+        m_fCents = v;
+        const double p = ClampRate(std::pow(kCentStep, static_cast<double>(v)));
+        m_fHost[2] = static_cast<float>(p);
+        if (!noCheck) {
+            if (m_fHost[3] * p > 2.0) {
+                MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
+                m_fHost[2] = static_cast<float>(2.0 / m_fHost[3]);
+                setParameter(2, 2.0f);
+                return;
+            }
+            m_Engine.SetPitchRate(p, Running());
+        }
+        program.fValue[2] = m_fHost[2];
+        break;
+    }
+    case 3: {
+        m_fPercent = v; // kept unclamped
+        m_fHost[3] = static_cast<float>(ClampRate(v / 100.0));
+        if (!noCheck) {
+            if (m_fHost[2] * m_fHost[3] > 2.0) {
+                MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
+                m_fHost[3] = static_cast<float>(2.0 / m_fHost[2]);
+                setParameter(3, static_cast<float>(2.0 / m_fHost[2]));
+                return;
+            }
+            m_Engine.SetTimeRate(m_fHost[3], Running());
+        }
+        program.fValue[3] = m_fHost[3];
+        break;
+    }
+    case 4:
+        m_fHost[4] = v;
+        program.fValue[4] = v;
+        m_Engine.SetLowSound(v);
+        break;
+    default:
+        break;
+    }
+}
+
+float AMorvane::getParameterDisplayVal(int index) {
+    // The offsets make a later truncation to one or two decimals round half away from zero.
+    switch (index) {
+    case 0:
+    case 4:
+        return m_fHost[index];
+    case 1:
+        return m_fLevel + (m_fLevel < 0 ? -0.05f : 0.05f);
+    case 2:
+        return m_fCents + (m_fCents < 0 ? -0.05f : 0.05f);
+    case 3:
+        return m_fPercent + (m_fPercent < 0 ? -0.005f : 0.005f);
+    default:
+        return 0;
+    }
+}
+
+void AMorvane::getParameterName(VstInt32 index, char* text) {
+    static const char* const kNames[kNumParams] = {"ON/OFF", "Output", "Pitch", "Time", "LowSound"};
+    // Hosts give names more room than labels; "LowSound" needs nine bytes.
+    if (index >= 0 && index < kNumParams)
+        vst_strncpy(text, kNames[index], kVstMaxNameLen);
+}
+
+void AMorvane::getParameterLabel(VstInt32 index, char* text) {
+    static const char* const kLabels[kNumParams] = {"", "dB", "cent", "%", ""};
+    if (index >= 0 && index < kNumParams)
+        Write(text, kLabels[index]);
+}
+
+void AMorvane::getParameterDisplay(VstInt32 index, char* text) {
+    char buf[64];
+    switch (index) {
+    case 0:
+    case 4:
+        Write(text, m_fHost[index] == 1.0f ? "ON" : "OFF");
+        return;
+    case 1:
+        std::snprintf(buf, sizeof(buf), "%.1f", m_fLevel);
+        Write(text, strcasecmp(buf, "-0.0") == 0 ? "0.0" : buf);
+        return;
+    case 2:
+        std::snprintf(buf, sizeof(buf), "%.1f", m_fCents);
+        Write(text, buf);
+        return;
+    case 3:
+        std::snprintf(buf, sizeof(buf), "%.2f", m_fPercent);
+        Write(text, buf);
+        return;
+    default:
+        return;
+    }
+}

@@ -1,0 +1,66 @@
+#include "ParamRange.h"
+
+#include <algorithm>
+#include <cmath>
+
+const ParamMinMax AutomateParamMinMax_Tbl[6] = {
+    {0.0, 1.0, 1.0, 1},        // ON/OFF
+    {0.001, 2.0, 1.0, 0},      // Output, linear gain
+    {-1200.0, 1200.0, 0.0, 0}, // Pitch, cents
+    {0.5, 2.0, 1.0, 0},        // Time, rate
+    {0.0, 1.0, 1.0, 0},        // LowSound
+    {0.0, 0.0, 0.0, 0},
+};
+
+const double kLn2 = 0.6931471805599453;
+
+namespace {
+
+float Level(double gain) {
+    return static_cast<float>(std::clamp(std::log(gain) / kLn2 * 6, -100.0, 6.0));
+}
+
+} // namespace
+
+float ValToNormalizeValue(int index, float value) {
+    if (index < 0 || index > 5)
+        return 0;
+    const ParamMinMax& row = AutomateParamMinMax_Tbl[index];
+    const float range = static_cast<float>(row.dMax - row.dMin);
+    if (row.bStepped)
+        return value * (1.0f / range);
+    const double n = (value - row.dMin) / range;
+    return static_cast<float>(n < 0 ? 0 : n > 1 ? 1 : n);
+}
+
+float NormalizeValToInternalVal(int index, float normalised) {
+    if (index < 0 || index > 5)
+        return 0;
+    const ParamMinMax& row = AutomateParamMinMax_Tbl[index];
+    const float range = static_cast<float>(row.dMax - row.dMin);
+    if (row.bStepped) {
+        const double steps = std::floor(normalised / (1.0f / range) + 0.5);
+        const double clamped = std::clamp(steps, 0.0, row.dMax); // also keeps NaN out of the cast
+        return static_cast<float>(static_cast<uint32_t>(clamped == clamped ? clamped : 0.0));
+    }
+    double v = range * static_cast<double>(normalised) + row.dMin;
+    if (v != v)
+        v = row.dMin; // a NaN from a host reads as the bottom of the range
+    v = v < row.dMin ? row.dMin : v > row.dMax ? row.dMax : v;
+    if (index == 1)
+        return Level(v);
+    return static_cast<float>(v);
+}
+
+void GetParamMinMax(int index, float* min, float* max) {
+    if (index < 0 || index > 5)
+        return;
+    const ParamMinMax& row = AutomateParamMinMax_Tbl[index];
+    if (index == 1) {
+        *min = Level(row.dMin);
+        *max = Level(row.dMax);
+    } else {
+        *min = static_cast<float>(row.dMin);
+        *max = static_cast<float>(row.dMax);
+    }
+}

@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "support/PluginHost.h"
+
+namespace {
+
+TEST(PluginEntry, RecordAsAHostSeesIt) {
+    PluginHost host(MORVANE_PLUGIN);
+    const AEffect* e = host.effect;
+    ASSERT_NE(nullptr, e);
+    EXPECT_EQ(kEffectMagic, e->magic);
+    EXPECT_EQ(64, e->numPrograms);
+    EXPECT_EQ(5, e->numParams);
+    EXPECT_EQ(2, e->numInputs);
+    EXPECT_EQ(2, e->numOutputs);
+    EXPECT_EQ(effFlagsCanReplacing | effFlagsProgramChunks, e->flags);
+    EXPECT_EQ(44100, e->initialDelay);
+    EXPECT_EQ(0, e->realQualities);
+    EXPECT_EQ(0, e->offQualities);
+    EXPECT_EQ(1.0f, e->ioRatio);
+    EXPECT_EQ(0x517A7668, e->uniqueID); // "Qzvh"
+    EXPECT_EQ(1, e->version);
+    EXPECT_NE(nullptr, e->processReplacing);
+    EXPECT_NE(reinterpret_cast<void*>(e->process), reinterpret_cast<void*>(e->processReplacing));
+    EXPECT_EQ(0, e->resvd1);
+    EXPECT_EQ(0, e->resvd2);
+}
+
+TEST(PluginEntry, OldNameAndOldHosts) {
+    PluginHost viaMain(MORVANE_PLUGIN, "main");
+    ASSERT_NE(nullptr, viaMain.effect);
+    EXPECT_EQ(0x517A7668, viaMain.effect->uniqueID);
+
+    // a host that does not answer the version request, or gives no callback, gets nothing
+    PluginHost::hostVersion = 0;
+    EXPECT_EQ(nullptr, viaMain.EntryPoint()(&PluginHost::Callback));
+    PluginHost::hostVersion = 2400;
+    EXPECT_EQ(nullptr, viaMain.EntryPoint()(nullptr));
+}
+
+TEST(PluginEntry, NamesCategoryAndCapabilities) {
+    PluginHost host(MORVANE_PLUGIN);
+    EXPECT_EQ("Morvane", host.Text(effGetEffectName));
+    EXPECT_EQ("KORVELLE Co.,Ltd.", host.Text(effGetVendorString));
+    EXPECT_EQ("Morvane", host.Text(effGetProductString));
+    EXPECT_EQ(1000, host.Dispatch(effGetVendorVersion));
+    EXPECT_EQ(9, host.Dispatch(effGetPlugCategory));
+    EXPECT_EQ(2300, host.Dispatch(effGetVstVersion));
+
+    auto canDo = [&](const char* text) {
+        return host.Dispatch(effCanDo, 0, 0, const_cast<char*>(text));
+    };
+    for (const char* no : {"sendVstEvents", "sendVstMidiEvent", "receiveVstEvents",
+                           "receiveVstMidiEvent", "receiveVstTimeInfo", "midiProgramNames"})
+        EXPECT_EQ(-1, canDo(no)) << no;
+    EXPECT_EQ(1, canDo("offline"));
+    EXPECT_EQ(1, canDo("bypass"));
+    EXPECT_EQ(0, canDo("Bypass")); // case-sensitive
+    EXPECT_EQ(0, canDo("plugAsChannelInsert"));
+    EXPECT_EQ(0, host.Dispatch(effSetBypass, 0, 1)); // answered yes, kept at the default
+
+    char text[32] = "untouched";
+    EXPECT_EQ(0, host.Dispatch(effGetProgramNameIndexed, 64, 0, text));
+    EXPECT_STREQ("untouched", text);
+    EXPECT_EQ(1, host.Dispatch(effGetProgramNameIndexed, 63, 0, text));
+    EXPECT_STREQ("Empty", text);
+}
+
+TEST(PluginEntry, RealTimeCallsLeaveBuffersAlone) {
+    PluginHost host(MORVANE_PLUGIN);
+    std::vector<float> a(64, 0.25f), b(64, -3.0f);
+    float* in[2] = {a.data(), a.data()};
+    float* out[2] = {b.data(), b.data()};
+    host.effect->processReplacing(host.effect, in, out, 64);
+    host.effect->process(host.effect, in, out, 64);
+    EXPECT_EQ(std::vector<float>(64, -3.0f), b);
+}
+
+TEST(PluginEntry, OpenFindsThePluginsFolder) {
+    PluginHost host(MORVANE_PLUGIN);
+    host.Dispatch(effOpen);
+    // the host gave no directory; the loaded object's own folder is used
+    char name[64];
+    host.Dispatch(effGetProgramName, 0, 0, name);
+    EXPECT_STREQ("Empty", name);
+}
+
+TEST(PluginParameters, NamesLabelsAndDisplays) {
+    PluginHost host(MORVANE_PLUGIN);
+    host.Dispatch(effOpen);
+    const char* names[] = {"ON/OFF", "Output", "Pitch", "Time", "LowSound"};
+    const char* labels[] = {"", "dB", "cent", "%", ""};
+    const char* displays[] = {"ON", "0.0", "0.0", "100.00", "ON"};
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(names[i], host.Text(effGetParamName, i));
+        EXPECT_EQ(labels[i], host.Text(effGetParamLabel, i));
+        EXPECT_EQ(displays[i], host.Text(effGetParamDisplay, i)) << i;
+    }
+    EXPECT_EQ(1.0f, host.Get(0)); // a fresh effect is active
+    EXPECT_NEAR(0.49975, host.Get(1), 1e-5);
+    EXPECT_EQ(0.0f, host.Get(7));
+    EXPECT_EQ("", host.Text(effGetParamName, 7));
+    EXPECT_EQ("", host.Text(effGetParamDisplay, -1));
+}
+
+TEST(PluginParameters, HostPathConversionsAndBound) {
+    PluginHost host(MORVANE_PLUGIN);
+    host.Dispatch(effOpen);
+
+    host.Set(0, 0.5f); // truncated: off
+    EXPECT_EQ("OFF", host.Text(effGetParamDisplay, 0));
+    host.Set(0, 1.0f);
+    EXPECT_EQ("ON", host.Text(effGetParamDisplay, 0));
+
+    host.Set(2, 0.1f); // clamped to 0.5
+    EXPECT_EQ(0.5f, host.Get(2));
+    EXPECT_EQ("-1200.0", host.Text(effGetParamDisplay, 2));
+
+    host.Set(2, 1.0f);
+    host.Set(3, 1.5f);
+    EXPECT_EQ("150.00", host.Text(effGetParamDisplay, 3));
+    host.Set(2, 2.0f); // 2.0 x 1.5 breaks the bound: lowered to 2 / 1.5, silently
+    EXPECT_FLOAT_EQ(1.3333334f, host.Get(2));
+    EXPECT_EQ("498.0", host.Text(effGetParamDisplay, 2));
+    host.Set(3, 2.0f); // and the same from the other side
+    EXPECT_FLOAT_EQ(1.5f, host.Get(3));
+
+    // output: 6 dB per doubling, normalised over a gain of 0.001 to 2
+    host.Set(1, 1.0f);
+    EXPECT_EQ("6.0", host.Text(effGetParamDisplay, 1));
+    host.Set(1, 0.0f);
+    EXPECT_EQ("-59.8", host.Text(effGetParamDisplay, 1));
+    // a level of -0.04 is shown as 0.0, not -0.0
+    const float n = (std::pow(2.0f, -0.04f / 6) - 0.001f) / 1.999f;
+    host.Set(1, n);
+    EXPECT_EQ("0.0", host.Text(effGetParamDisplay, 1));
+
+    host.Set(4, 0.0f);
+    EXPECT_EQ("OFF", host.Text(effGetParamDisplay, 4));
+
+    // NaN from a host changes nothing that matters for the audio
+    host.Set(2, NAN);
+    host.Set(1, NAN);
+    EXPECT_EQ("-59.8", host.Text(effGetParamDisplay, 1));
+}
+
+TEST(PluginParameters, SuspendAndResumeMirrorOnOff) {
+    PluginHost host(MORVANE_PLUGIN);
+    host.Dispatch(effMainsChanged, 0, 0);
+    EXPECT_EQ(0.0f, host.Get(0));
+    host.Dispatch(effMainsChanged, 0, 1);
+    EXPECT_EQ(1.0f, host.Get(0));
+}
+
+} // namespace
