@@ -59,6 +59,8 @@ public:
 private:
     bool Running() const { return m_nConsumed != 0; }
     void SetOutputGain(float gain);
+    void SetSwitchOrOutput(int index, float v);
+    void SetRateFromHost(int index, float v);
     void FreeBuffers();
     void CopyFromFifo(float** out, int64_t frames);
     void AppendToFifo(float* const* src, int64_t frames);

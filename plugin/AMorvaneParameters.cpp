@@ -26,6 +26,22 @@ void Write(char* text, const char* value) {
 
 } // namespace
 
+// ON/OFF, Output and LowSound change alike from the host and from the panel: the host value,
+// the program record and what the engine or the output stage does with it.
+void AMorvane::SetSwitchOrOutput(int index, float v) {
+    m_fHost[index] = v;
+    m_Programs[curProgram].fValue[index] = v;
+    if (index == 0) {
+        // active when the value truncated to an integer is not 0 (0.99 is off)
+        m_Engine.SetActive(static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0);
+    } else if (index == 1) {
+        m_fLevel = NormalizeValToInternalVal(1, v);
+        SetOutputGain(static_cast<float>(std::pow(2.0, m_fLevel / 6.0)));
+    } else {
+        m_Engine.SetLowSound(v);
+    }
+}
+
 void AMorvane::SetOutputGain(float gain) {
     std::lock_guard lock(m_cs);
     m_fGain = gain;
@@ -35,45 +51,35 @@ float AMorvane::getParameter(VstInt32 index) {
     return index >= 0 && index < kNumParams ? m_fHost[index] : 0.0f;
 }
 
+// Pitch (2) or Time (3) from the host: clamped to 0.5 .. 2.0, and lowered silently when the
+// product with the other rate would pass 2.0, in which case the engine is not told. The program
+// record is not written: rates reach it only through the panel and program changes.
+void AMorvane::SetRateFromHost(int index, float v) {
+    const int other = index == 2 ? 3 : 2;
+    const double rate = ClampRate(v);
+    m_fHost[index] = static_cast<float>(rate);
+    if (!(rate * m_fHost[other] <= 2.0))
+        m_fHost[index] = static_cast<float>(2.0 / m_fHost[other]);
+    else if (index == 2)
+        m_Engine.SetPitchRate(rate, Running());
+    else
+        m_Engine.SetTimeRate(rate, Running());
+}
+
 void AMorvane::setParameter(VstInt32 index, float v) {
-    AMorvaneProgram& program = m_Programs[curProgram];
     switch (index) {
     case 0:
-        m_fHost[0] = v;
-        m_Engine.SetActive(static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0);
-        program.fValue[0] = v;
-        break;
     case 1:
-        m_fHost[1] = v;
-        m_fLevel = NormalizeValToInternalVal(1, v);
-        program.fValue[1] = v;
-        SetOutputGain(static_cast<float>(std::pow(2.0, m_fLevel / 6.0)));
+    case 4:
+        SetSwitchOrOutput(index, v);
         break;
-    case 2: {
-        // Pitch and Time reach the program record only through the panel and program changes.
-        const double p = ClampRate(v);
-        m_fHost[2] = static_cast<float>(p);
-        if (p * m_fHost[3] <= 2.0)
-            m_Engine.SetPitchRate(p, Running());
-        else
-            m_fHost[2] = static_cast<float>(2.0 / m_fHost[3]); // the host's path lowers silently
+    case 2:
+        SetRateFromHost(2, v);
         m_fCents = static_cast<float>(std::log(m_fHost[2]) * kCentsPerLn);
         break;
-    }
-    case 3: {
-        const double t = ClampRate(v);
-        m_fHost[3] = static_cast<float>(t);
-        if (t * m_fHost[2] <= 2.0)
-            m_Engine.SetTimeRate(t, Running());
-        else
-            m_fHost[3] = static_cast<float>(2.0 / m_fHost[2]);
+    case 3:
+        SetRateFromHost(3, v);
         m_fPercent = m_fHost[3] * 100.0f;
-        break;
-    }
-    case 4:
-        m_fHost[4] = v;
-        m_Engine.SetLowSound(v);
-        program.fValue[4] = v;
         break;
     default:
         break;
@@ -133,15 +139,9 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
     AMorvaneProgram& program = m_Programs[curProgram];
     switch (index) {
     case 0:
-        m_fHost[0] = v;
-        program.fValue[0] = v;
-        m_Engine.SetActive(static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0);
-        break;
     case 1:
-        m_fHost[1] = v;
-        m_fLevel = NormalizeValToInternalVal(1, v);
-        program.fValue[1] = v;
-        SetOutputGain(static_cast<float>(std::pow(2.0, m_fLevel / 6.0)));
+    case 4:
+        SetSwitchOrOutput(index, v);
         break;
     case 2: {
         m_fCents = v;
@@ -174,11 +174,6 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
         program.fValue[3] = m_fHost[3];
         break;
     }
-    case 4:
-        m_fHost[4] = v;
-        program.fValue[4] = v;
-        m_Engine.SetLowSound(v);
-        break;
     default:
         break;
     }

@@ -8,19 +8,8 @@
 
 namespace {
 
-struct Planar {
-    std::vector<float> left, right;
-    size_t size() const { return left.size(); }
-};
-
-Planar Split(const std::vector<float>& interleaved) {
-    Planar p;
-    for (size_t i = 0; i + 1 < interleaved.size(); i += 2) {
-        p.left.push_back(interleaved[i]);
-        p.right.push_back(interleaved[i + 1]);
-    }
-    return p;
-}
+using Signals::Planar;
+using Signals::Split;
 
 // Runs a whole job through the engine in blocks; the last block carries last = true.
 Planar RunJob(CMorvane& engine, const Planar& in, int block, std::vector<int>* counts = nullptr) {

@@ -9,19 +9,8 @@
 
 namespace {
 
-struct Planar {
-    std::vector<float> left, right;
-    size_t size() const { return left.size(); }
-};
-
-Planar Split(const std::vector<float>& x) {
-    Planar p;
-    for (size_t i = 0; i + 1 < x.size(); i += 2) {
-        p.left.push_back(x[i]);
-        p.right.push_back(x[i + 1]);
-    }
-    return p;
-}
+using Signals::Planar;
+using Signals::Split;
 
 // Block sizes a host uses: input offered and output asked for, per call.
 using Blocks = std::function<std::pair<int, int>(int call)>;

@@ -52,6 +52,21 @@ inline std::vector<float> Music(int frames, int rate) {
     return v;
 }
 
+// Two channels as the host hands them over: one array each.
+struct Planar {
+    std::vector<float> left, right;
+    size_t size() const { return left.size(); }
+};
+
+inline Planar Split(const std::vector<float>& interleaved) {
+    Planar p;
+    for (size_t i = 0; i + 1 < interleaved.size(); i += 2) {
+        p.left.push_back(interleaved[i]);
+        p.right.push_back(interleaved[i + 1]);
+    }
+    return p;
+}
+
 // Frequency in cycles per frame of a sine in channel 0 of frames [from, to), from the spacing
 // of its upward zero crossings, located by linear interpolation.
 inline double ZeroCrossingFrequency(const float* x, int channels, int from, int to) {
