@@ -5,6 +5,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "CString.h"
 #include "CWinApp.h"
 #include "ParamRange.h"
 
@@ -43,13 +44,12 @@ void AMorvane::open() {
     if (!dir && dladdr(&kAnchor, &info) && info.dli_fname)
         dir = info.dli_fname;
     if (dir) {
-        vst_strncpy(m_szPluginDir, dir, sizeof(m_szPluginDir));
-        const size_t n = std::strlen(m_szPluginDir);
-        if (n > 1 && m_szPluginDir[n - 1] != '/') {
-            char* slash = std::strrchr(m_szPluginDir, '/');
-            if (slash)
-                slash[1] = 0;
-        }
+        // A path that names the plug-in file becomes its folder, slash kept.
+        CString path(dir, static_cast<int>(strnlen(dir, sizeof(m_szPluginDir) - 1)));
+        const int n = path.GetLength();
+        if (n > 1 && path.GetAt(n - 1) != '/' && path.ReverseFind('/') >= 0)
+            path = path.Left(path.ReverseFind('/') + 1);
+        vst_strncpy(m_szPluginDir, path, sizeof(m_szPluginDir));
     }
     setProgram(0);
     std::memcpy(m_Initial, m_Programs, sizeof(m_Programs));
