@@ -1,0 +1,33 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <string>
+
+// Writes an audio file so that no partial file is ever left under the target's name: frames go
+// to a hidden temporary file beside the target, which Commit() renames over it. Destroying a
+// writer that was not committed removes the temporary file.
+class AudioWriter {
+public:
+    // Throws std::runtime_error with a sentence for the user.
+    AudioWriter(const std::string& target, int format, int channels, int sampleRate);
+    ~AudioWriter();
+    AudioWriter(const AudioWriter&) = delete;
+    AudioWriter& operator=(const AudioWriter&) = delete;
+
+    // Throws when the frames cannot be written (a full disk, among others).
+    void Write(const float* interleaved, sf_count_t frames);
+    // Closes and renames; throws on failure, leaving the target as it was.
+    void Commit();
+
+    const std::string& TemporaryPath() const { return m_temp; }
+    // Every temporary file of this process not yet committed; removed on a fatal signal.
+    static void RemoveAllTemporary();
+
+private:
+    void Discard();
+
+    std::string m_target;
+    std::string m_temp;
+    SNDFILE* m_file = nullptr;
+};

@@ -1,0 +1,176 @@
+#include "RenderJob.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <vector>
+
+#include "AudioReader.h"
+#include "AudioWriter.h"
+#include "VstPlugin.h"
+
+namespace {
+
+constexpr int kMinRate = 8000;
+constexpr int kMaxRate = 192000;
+
+} // namespace
+
+double RenderSettings::PitchRate() const {
+    return std::pow(2.0, pitchCents / 1200.0);
+}
+
+void RenderSettings::Validate() const {
+    if (!(timePercent >= 50.0 && timePercent <= 200.0))
+        throw UsageError("time must be 50 to 200 percent");
+    if (!(pitchCents >= -1200.0 && pitchCents <= 1200.0))
+        throw UsageError("pitch must be -1200 to +1200 cents (-12 to +12 semitones)");
+    // the plug-in keeps pitch rate x time rate at or below 2 and would lower one of them
+    if (static_cast<float>(TimeRate()) * static_cast<float>(PitchRate()) > 2.0f + 1e-6f)
+        throw UsageError(
+            "time x pitch above 2: at time " + std::to_string(timePercent).substr(0, 6) +
+            " % the pitch may rise at most " +
+            std::to_string(1200.0 * std::log2(2.0 / TimeRate())).substr(0, 6) + " cents");
+    if (!(outputDb >= -59.79 && outputDb <= 6.0))
+        throw UsageError("output level must be -59.79 to +6 dB (6 dB per doubling of gain)");
+    if (blockSize < 1 || blockSize > (1 << 22))
+        throw UsageError("block size must be 1 to 4194304 frames");
+}
+
+RenderResult RenderJob::Run(const std::string& input, const std::string& output,
+                            const std::function<void(double)>& progress) {
+    m_settings.Validate();
+    std::unique_ptr<AudioReader> reader;
+    try {
+        reader = std::make_unique<AudioReader>(input);
+    } catch (const std::exception& e) {
+        throw InputError(e.what());
+    }
+    const int channels = reader->Channels();
+    const int rate = reader->SampleRate();
+    if (channels < 1 || channels > 2)
+        throw InputError(input + " has " + std::to_string(channels) +
+                         " channels; Morvane takes mono or stereo");
+    if (rate < kMinRate || rate > kMaxRate)
+        throw InputError(input + " is at " + std::to_string(rate) +
+                         " Hz; Morvane takes 8000 to 192000 Hz");
+    const sf_count_t total = reader->Frames();
+    if (total > INT32_MAX)
+        throw InputError(input + " is too long for one job");
+
+    std::unique_ptr<VstPlugin> plugin;
+    try {
+        plugin = std::make_unique<VstPlugin>(m_settings.pluginPath);
+    } catch (const std::exception& e) {
+        throw PluginError(e.what());
+    }
+    const VstPlugin& p = *plugin;
+    p.Dispatch(effOpen);
+    p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
+    p.Dispatch(effSetBlockSize, 0, m_settings.blockSize);
+    p.Dispatch(effMainsChanged, 0, 1);
+    p.SetParameter(0, 1.0f);
+    p.SetParameter(3, static_cast<float>(m_settings.TimeRate()));
+    p.SetParameter(2, static_cast<float>(m_settings.PitchRate()));
+    // Normalised over a gain of 0.001 to 2 as the plug-in converts it (its range is a float),
+    // so that 0 dB comes back as a gain of exactly 1 and unit rates return the input to the bit.
+    const float gain = static_cast<float>(std::pow(2.0, m_settings.outputDb / 6.0));
+    const float range = static_cast<float>(2.0 - 0.001);
+    p.SetParameter(1, static_cast<float>((gain - 0.001) / range));
+    p.SetParameter(4, m_settings.lowSound ? 1.0f : 0.0f);
+
+    const sf_count_t target = static_cast<sf_count_t>(std::llround(total * m_settings.TimeRate()));
+    const sf_count_t latency = m_settings.keepLatency ? 0 : p.Effect()->initialDelay;
+    const sf_count_t length = target + (m_settings.keepLatency ? p.Effect()->initialDelay : 0);
+
+    const int format = m_settings.format ? m_settings.format : reader->Format();
+    std::unique_ptr<AudioWriter> writer;
+    try {
+        writer = std::make_unique<AudioWriter>(output, format, channels, rate);
+    } catch (const std::exception& e) {
+        throw OutputError(e.what());
+    }
+
+    // Each call asks for more output than the plug-in can hold, so its queue never fills.
+    const int block = m_settings.blockSize;
+    const int room = 4 * block + 4 * rate;
+    std::vector<float> fileBuf(static_cast<size_t>(block) * channels);
+    std::vector<float> inL(block), inR(block), outL(room), outR(room);
+    std::vector<float> interleaved(static_cast<size_t>(room) * channels);
+
+    p.Dispatch(effStartProcess);
+    p.Dispatch(effSetTotalSampleToProcess, 0, static_cast<VstIntPtr>(total));
+
+    RenderResult result;
+    result.inputFrames = total;
+    result.sampleRate = rate;
+    sf_count_t taken = 0, held = 0, heldAt = 0, toSkip = latency, written = 0;
+    for (int guard = 0;; ++guard) {
+        if (heldAt == held && taken < total) {
+            held = reader->Read(fileBuf.data(), block);
+            heldAt = 0;
+            if (held <= 0)
+                throw InputError("cannot read " + input + ": the file ends early");
+            for (sf_count_t i = 0; i < held; ++i) {
+                inL[i] = fileBuf[i * channels];
+                inR[i] = fileBuf[i * channels + channels - 1]; // mono goes through both
+            }
+        }
+        const VstInt32 offer = static_cast<VstInt32>(held - heldAt);
+        VstInt32 in = 0, out = 0;
+        float* ins[2] = {inL.data() + heldAt, inR.data() + heldAt};
+        float* outs[2] = {outL.data(), outR.data()};
+        VstVariableIo io{ins, outs, offer, room, &in, &out};
+        in = offer; // a plug-in that does not say takes everything
+        p.Dispatch(effProcessVarIo, 0, 0, &io);
+        in = std::clamp(in, 0, offer);
+        out = std::clamp(out, 0, room);
+        heldAt += in;
+        taken += in;
+
+        sf_count_t from = std::min<sf_count_t>(toSkip, out);
+        toSkip -= from;
+        const sf_count_t n = std::min<sf_count_t>(out - from, length - written);
+        for (sf_count_t i = 0; i < n; ++i) {
+            const float l = outL[from + i], r = outR[from + i];
+            result.peak = std::max({result.peak, std::fabs(l), std::fabs(r)});
+            if (channels == 2) {
+                interleaved[2 * i] = l;
+                interleaved[2 * i + 1] = r;
+            } else {
+                interleaved[i] = l;
+            }
+        }
+        try {
+            writer->Write(interleaved.data(), n);
+        } catch (const std::exception& e) {
+            throw OutputError(e.what());
+        }
+        written += n;
+        if (progress)
+            progress(total ? double(taken) / total : 1.0);
+        if (taken == total && offer == 0 && out == 0)
+            break;
+        if (guard > 100000000)
+            throw PluginError("the plug-in did not finish the job");
+    }
+
+    // The engine's length is right to a few milliseconds; the file is right to the frame.
+    std::fill(interleaved.begin(), interleaved.end(), 0.0f);
+    while (written < length) {
+        const sf_count_t n = std::min<sf_count_t>(length - written, room);
+        try {
+            writer->Write(interleaved.data(), n);
+        } catch (const std::exception& e) {
+            throw OutputError(e.what());
+        }
+        written += n;
+    }
+    try {
+        writer->Commit();
+    } catch (const std::exception& e) {
+        throw OutputError(e.what());
+    }
+    result.outputFrames = written;
+    return result;
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+// What the user asked for, in the units of the command line.
+struct RenderSettings {
+    double timePercent = 100.0; // 50 .. 200
+    double pitchCents = 0.0;    // -1200 .. 1200
+    double outputDb = 0.0;      // the plug-in's scale: 6 per doubling of gain, -59.79 .. +6
+    bool lowSound = true;
+    int blockSize = 8192;
+    bool keepLatency = false;
+    int format = 0; // libsndfile format of the output; 0 keeps the input's
+    std::string pluginPath;
+
+    // Throws UsageError with a sentence for the user when a value is out of range.
+    void Validate() const;
+    double TimeRate() const { return timePercent / 100.0; }
+    double PitchRate() const;
+};
+
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+struct InputError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+struct OutputError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+struct PluginError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct RenderResult {
+    sf_count_t inputFrames = 0;
+    sf_count_t outputFrames = 0;
+    int sampleRate = 0;
+    float peak = 0.0f; // largest |sample| written
+};
+
+// One input file through the plug-in into one output file, as a VST 2.4 offline host runs a
+// job. The announced delay is removed (unless kept) and the result is exactly
+// round(input frames x time rate) long.
+class RenderJob {
+public:
+    explicit RenderJob(RenderSettings settings) : m_settings(std::move(settings)) {}
+
+    // progress receives the share of input taken, 0 .. 1. Throws one of the errors above.
+    RenderResult Run(const std::string& input, const std::string& output,
+                     const std::function<void(double)>& progress = {});
+
+private:
+    RenderSettings m_settings;
+};

@@ -1,0 +1,103 @@
+#include "VstPlugin.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+bool Exists(const std::string& path) {
+    return !path.empty() && access(path.c_str(), R_OK) == 0;
+}
+
+std::string ProgramFolder() {
+    char buf[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf) - 1);
+    if (n <= 0)
+        return {};
+    std::string path(buf, static_cast<size_t>(n));
+    return path.substr(0, path.rfind('/') + 1);
+}
+
+} // namespace
+
+VstIntPtr VstPlugin::HostCallback(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) {
+    switch (opcode) {
+    case audioMasterVersion:
+        return 2400;
+    case audioMasterCurrentId:
+        return 0;
+    default:
+        return 0; // a plain offline host: no time info, no automation, no directory
+    }
+}
+
+VstPlugin::VstPlugin(const std::string& path) : m_path(path) {
+    m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!m_library)
+        throw std::runtime_error("cannot load plug-in " + path + ": " + dlerror());
+    using Entry = AEffect* (*)(audioMasterCallback);
+    auto entry = reinterpret_cast<Entry>(dlsym(m_library, "VSTPluginMain"));
+    if (!entry)
+        entry = reinterpret_cast<Entry>(dlsym(m_library, "main"));
+    if (!entry) {
+        dlclose(m_library);
+        throw std::runtime_error(path + " is not a VST 2 plug-in (no VSTPluginMain or main)");
+    }
+    m_effect = entry(&HostCallback);
+    if (!m_effect || m_effect->magic != kEffectMagic) {
+        dlclose(m_library);
+        throw std::runtime_error(path + " did not create an effect");
+    }
+}
+
+VstPlugin::~VstPlugin() {
+    if (m_effect)
+        Dispatch(effClose); // the plug-in deletes itself
+    if (m_library)
+        dlclose(m_library);
+}
+
+VstIntPtr VstPlugin::Dispatch(VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr,
+                              float opt) const {
+    return m_effect->dispatcher(m_effect, opcode, index, value, ptr, opt);
+}
+
+std::string VstPlugin::Text(VstInt32 opcode, VstInt32 index, VstIntPtr value) const {
+    std::vector<char> buf(1024, 0);
+    Dispatch(opcode, index, value, buf.data());
+    buf.back() = 0;
+    return buf.data();
+}
+
+void VstPlugin::SetParameter(int index, float value) const {
+    m_effect->setParameter(m_effect, index, value);
+}
+
+float VstPlugin::GetParameter(int index) const {
+    return m_effect->getParameter(m_effect, index);
+}
+
+std::string VstPlugin::FindMorvane() {
+    std::vector<std::string> candidates;
+    if (const char* env = std::getenv("MORVANE_PLUGIN"))
+        candidates.push_back(env);
+    const std::string here = ProgramFolder();
+    if (!here.empty()) {
+        candidates.push_back(here + "../plugin/Morvane.so");  // build tree
+        candidates.push_back(here + "../lib/vst/Morvane.so"); // install tree
+    }
+    if (const char* home = std::getenv("HOME"))
+        candidates.push_back(std::string(home) + "/.vst/Morvane.so");
+    candidates.push_back("/usr/local/lib/vst/Morvane.so");
+    candidates.push_back("/usr/lib/vst/Morvane.so");
+    for (const auto& c : candidates)
+        if (Exists(c))
+            return c;
+    return {};
+}

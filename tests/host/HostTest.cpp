@@ -1,0 +1,255 @@
+#include <gtest/gtest.h>
+
+#include <sndfile.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/Signals.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Result {
+    int code;
+    std::string out, err;
+};
+
+struct Host : ::testing::Test {
+    fs::path dir;
+
+    void SetUp() override {
+        char name[] = "/tmp/morvane-host-XXXXXX";
+        dir = mkdtemp(name);
+    }
+    void TearDown() override { fs::remove_all(dir); }
+
+    std::string P(const std::string& name) const { return (dir / name).string(); }
+
+    // Runs the built morvane with its output captured; prefix runs in the shell before it.
+    Result Run(const std::string& args, const std::string& prefix = "") const {
+        const std::string cmd = prefix + " exec " MORVANE_CLI " " + args + " >" + P("stdout") +
+                                " 2>" + P("stderr") + " </dev/null";
+        const int status = std::system(("sh -c '" + cmd + "'").c_str());
+        auto slurp = [](const std::string& f) {
+            std::ifstream in(f);
+            std::stringstream s;
+            s << in.rdbuf();
+            return s.str();
+        };
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(P("stdout")),
+                slurp(P("stderr"))};
+    }
+
+    void Write(const std::string& name, const std::vector<float>& interleaved, int channels,
+               int rate, int format = SF_FORMAT_WAV | SF_FORMAT_FLOAT) const {
+        SF_INFO info{};
+        info.channels = channels;
+        info.samplerate = rate;
+        info.format = format;
+        SNDFILE* f = sf_open(P(name).c_str(), SFM_WRITE, &info);
+        ASSERT_NE(nullptr, f) << sf_strerror(nullptr);
+        sf_writef_float(f, interleaved.data(),
+                        static_cast<sf_count_t>(interleaved.size() / channels));
+        sf_close(f);
+    }
+
+    std::vector<float> Read(const std::string& name, SF_INFO* info) const {
+        *info = SF_INFO{};
+        SNDFILE* f = sf_open(P(name).c_str(), SFM_READ, info);
+        if (!f)
+            return {};
+        std::vector<float> v(static_cast<size_t>(info->frames * info->channels));
+        sf_readf_float(f, v.data(), info->frames);
+        sf_close(f);
+        return v;
+    }
+
+    // Files left in the folder other than the ones named.
+    std::vector<std::string> Leftovers() const {
+        std::vector<std::string> names;
+        for (const auto& e : fs::directory_iterator(dir))
+            names.push_back(e.path().filename().string());
+        return names;
+    }
+};
+
+double Cents(const std::vector<float>& x, int channels, double inFreq) {
+    const int n = static_cast<int>(x.size()) / channels;
+    return 1200 *
+           std::log2(Signals::MedianFrequency(x.data(), channels, n / 10, n - n / 10) / inFreq);
+}
+
+TEST_F(Host, LengthAndPitchAtSeveralSettingsFormatsAndRates) {
+    struct Case {
+        const char* args;
+        int rate, format;
+        double time, cents;
+    };
+    for (Case c : {Case{"-t 150", 44100, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1.5, 0},
+                   Case{"-p 700", 48000, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 1.0, 700},
+                   Case{"-t 75 -p -500", 96000, SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 0.75, -500},
+                   Case{"-t 125 -s 3", 22050, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1.25, 300},
+                   Case{"-t 200", 8000, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2.0, 0}}) {
+        const double freq = 220.0 / c.rate;
+        const int frames = c.rate * 3;
+        Write("in", Signals::Sine(frames, 2, freq, 0.4), 2, c.rate, c.format);
+        const Result r = Run("render " + std::string(c.args) + " " + P("in") + " " + P("out"));
+        ASSERT_EQ(0, r.code) << c.args << ": " << r.err;
+        SF_INFO info;
+        const auto out = Read("out", &info);
+        EXPECT_EQ(std::llround(frames * c.time), info.frames) << c.args;
+        EXPECT_EQ(c.format, info.format) << c.args; // format and depth kept
+        EXPECT_EQ(c.rate, info.samplerate);
+        EXPECT_NEAR(c.cents, Cents(out, 2, freq), 3.0) << c.args;
+    }
+}
+
+TEST_F(Host, MonoStaysMonoAndUnitRatesAreExact) {
+    const auto music = Signals::Music(44100 * 2, 44100);
+    std::vector<float> mono(music.size() / 2);
+    for (size_t i = 0; i < mono.size(); ++i)
+        mono[i] = music[2 * i];
+    Write("mono.wav", mono, 1, 44100);
+    ASSERT_EQ(0, Run("render -t 150 " + P("mono.wav") + " " + P("slow.wav")).code);
+    SF_INFO info;
+    Read("slow.wav", &info);
+    EXPECT_EQ(1, info.channels);
+    EXPECT_EQ(44100 * 3, info.frames);
+
+    // time 100 %, pitch 0: the input comes back to the bit
+    Write("stereo.wav", music, 2, 44100);
+    ASSERT_EQ(0, Run("render " + P("stereo.wav") + " " + P("same.wav")).code);
+    EXPECT_EQ(music, Read("same.wav", &info));
+    ASSERT_EQ(0, Run("render " + P("mono.wav") + " " + P("same-mono.wav")).code);
+    EXPECT_EQ(mono, Read("same-mono.wav", &info));
+
+    // the announced delay can be kept, as silence in front
+    ASSERT_EQ(0, Run("render --keep-latency " + P("stereo.wav") + " " + P("late.wav")).code);
+    const auto late = Read("late.wav", &info);
+    EXPECT_EQ(44100 * 2 + 44100, info.frames);
+    EXPECT_EQ(0.0f, late[2 * 44099]);
+    EXPECT_EQ(music[0], late[2 * 44100]);
+}
+
+TEST_F(Host, BadInputGivesOneLineAnExitCodeAndNoFile) {
+    Write("ok.wav", Signals::Sine(4410, 2, 0.01, 0.3), 2, 44100);
+    Write("three.wav", Signals::Sine(4410, 3, 0.01, 0.3), 3, 44100);
+    std::ofstream(P("text.wav")) << "this is not audio\n";
+    struct Case {
+        std::string args;
+        int code;
+        const char* says;
+    };
+    for (const Case& c : std::vector<Case>{
+             {P("missing.wav") + " " + P("o1.wav"), 3, "cannot read"},
+             {P("text.wav") + " " + P("o2.wav"), 3, "cannot read"},
+             {P("three.wav") + " " + P("o3.wav"), 3, "3 channels"},
+             {"-t 150 -p 600 " + P("ok.wav") + " " + P("o4.wav"), 2, "time x pitch above 2"},
+             {"-t 300 " + P("ok.wav") + " " + P("o5.wav"), 2, "50 to 200"},
+             {"-p 1300 " + P("ok.wav") + " " + P("o6.wav"), 2, "-1200"},
+             {"-l 9 " + P("ok.wav") + " " + P("o7.wav"), 2, "output level"},
+             {P("ok.wav") + " " + P("no/such/folder/o8.wav"), 4, "cannot write"},
+             {"--bits 8 -f ogg " + P("ok.wav") + " " + P("o9.ogg"), 4, "format"},
+             {"--plugin " + P("ok.wav") + " " + P("ok.wav") + " " + P("o10.wav"), 5, "plug-in"},
+             {P("ok.wav"), 2, "IN OUT"},
+             {"--no-such-option " + P("ok.wav") + " " + P("o11.wav"), 2, ""},
+         }) {
+        const Result r = Run("render " + c.args);
+        EXPECT_EQ(c.code, r.code) << c.args << "\n" << r.err;
+        EXPECT_NE(std::string::npos, r.err.find(c.says)) << c.args << "\n" << r.err;
+        if (c.args.find("--no-such") == std::string::npos) {
+            EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+        }
+    }
+    auto left = Leftovers();
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ((std::vector<std::string>{"ok.wav", "stderr", "stdout", "text.wav", "three.wav"}),
+              left);
+}
+
+TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
+    Write("long.wav", Signals::Music(44100 * 20, 44100), 2, 44100);
+    // a file-size limit makes the disk "full" after 100 kB; the write must fail cleanly
+    const Result full = Run("render -t 150 " + P("long.wav") + " " + P("out.wav"),
+                            "ulimit -f 100; trap \"\" XFSZ;");
+    EXPECT_EQ(4, full.code) << full.err;
+    EXPECT_NE(std::string::npos, full.err.find("cannot write")) << full.err;
+    EXPECT_FALSE(fs::exists(P("out.wav")));
+
+    // interrupted halfway: the signal goes to morvane itself, not to a shell around it
+    const std::string cmd = "sh -c '" MORVANE_CLI " render -t 150 " + P("long.wav") + " " +
+                            P("out.wav") + " 2>" + P("stderr") +
+                            " & pid=$!; sleep 0.5; kill -INT $pid; wait $pid; echo $? >" +
+                            P("code") + "'";
+    ASSERT_EQ(0, std::system(cmd.c_str()));
+    std::ifstream codeFile(P("code"));
+    Result stopped{-1, "", ""};
+    codeFile >> stopped.code;
+    std::ifstream errFile(P("stderr"));
+    std::getline(errFile, stopped.err, '\0');
+    EXPECT_EQ(130, stopped.code) << stopped.err;
+    EXPECT_NE(std::string::npos, stopped.err.find("interrupted"));
+    for (const auto& name : Leftovers())
+        EXPECT_TRUE(name == "long.wav" || name == "stdout" || name == "stderr" || name == "code")
+            << name;
+}
+
+TEST_F(Host, BatchKeepsGoingAndReportsFailures) {
+    Write("a.wav", Signals::Sine(44100, 2, 0.01, 0.3), 2, 44100);
+    Write("b.wav", Signals::Sine(22050, 1, 0.01, 0.3), 1, 44100);
+    std::ofstream(P("bad.wav")) << "nope";
+    fs::create_directory(dir / "out");
+    const Result r = Run("render -t 50 -j 2 -d " + P("out") + " " + P("a.wav") + " " +
+                         P("bad.wav") + " " + P("b.wav"));
+    EXPECT_EQ(1, r.code);
+    EXPECT_NE(std::string::npos, r.err.find("1 of 3 files failed")) << r.err;
+    SF_INFO info;
+    Read("out/a.wav", &info);
+    EXPECT_EQ(22050, info.frames);
+    Read("out/b.wav", &info);
+    EXPECT_EQ(11025, info.frames);
+    EXPECT_FALSE(fs::exists(dir / "out" / "bad.wav"));
+}
+
+TEST_F(Host, InfoHelpAndDemo) {
+    const Result info = Run("info");
+    EXPECT_EQ(0, info.code);
+    EXPECT_NE(std::string::npos, info.out.find("'Qzvh'"));
+    EXPECT_NE(std::string::npos, info.out.find("Time                           100.00 %"));
+    EXPECT_NE(std::string::npos, info.out.find("offline                yes"));
+    EXPECT_NE(std::string::npos, info.out.find("64  Empty"));
+
+    EXPECT_EQ(0, Run("--help").code);
+    EXPECT_EQ(0, Run("render --help").code);
+    EXPECT_EQ(2, Run("").code);
+    EXPECT_EQ(5, Run("info " + P("nothing.so")).code);
+
+    ASSERT_EQ(0, Run("demo " + P("demo.wav")).code);
+    SF_INFO a, b;
+    const auto first = Read("demo.wav", &a);
+    ASSERT_EQ(0, Run("demo " + P("demo2.wav")).code);
+    EXPECT_EQ(first, Read("demo2.wav", &b)); // deterministic
+    EXPECT_EQ(2, a.channels);
+    EXPECT_GE(a.frames, 44100 * 10);
+}
+
+TEST_F(Host, InfoOnAnotherVendorsPlugin) {
+    const char* eq = "/usr/lib/vst/3BandEQ-vst.so"; // Debian's dpf-plugins-vst: exports only main
+    if (!fs::exists(eq))
+        GTEST_SKIP() << "dpf-plugins-vst is not installed";
+    const Result r = Run(std::string("info ") + eq);
+    EXPECT_EQ(0, r.code) << r.err;
+    EXPECT_NE(std::string::npos, r.out.find("DISTRHO"));
+    EXPECT_NE(std::string::npos, r.out.find("Parameters (6)"));
+}
+
+} // namespace
