@@ -172,5 +172,6 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         throw OutputError(e.what());
     }
     result.outputFrames = written;
+    result.format = format;
     return result;
 }

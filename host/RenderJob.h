@@ -42,6 +42,7 @@ struct RenderResult {
     sf_count_t outputFrames = 0;
     int sampleRate = 0;
     float peak = 0.0f; // largest |sample| written
+    int format = 0;    // libsndfile format of the file written
 };
 
 // One input file through the plug-in into one output file, as a VST 2.4 offline host runs a

@@ -67,15 +67,16 @@ std::string BaseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-void WarnIfClipping(const std::string& output, const RenderResult& r, bool floatFormat) {
+void WarnIfClipping(const std::string& output, const RenderResult& r, double levelDb,
+                    bool floatFormat) {
     if (r.peak <= 1.0f)
         return;
     const double dbfs = 20 * std::log10(r.peak);
+    // the plug-in's level is 6 per doubling: the peak's ratio in its units, rounded down
+    const double suggest = std::floor((levelDb - 6 * std::log2(r.peak)) * 10) / 10;
     std::fprintf(
-        stderr,
-        "morvane: warning: %s clips (peak %+.1f dBFS). Lower the level with --level %.1f%s\n",
-        output.c_str(), dbfs, -std::ceil(dbfs / 20 * 6 * 3.3219280949 * 10) / 10,
-        floatFormat ? "" : ", or keep the peaks with --bits float");
+        stderr, "morvane: warning: %s clips (peak %+.1f dBFS). Render again with --level %.1f%s\n",
+        output.c_str(), dbfs, suggest, floatFormat ? "" : ", or keep the peaks with --bits float");
 }
 
 int ErrorCode(const std::exception& e) {
@@ -298,8 +299,9 @@ int main(int argc, char** argv) {
                         bar.Update(f);
                 });
                 std::lock_guard lock(report);
-                const int sub = (s.format ? s.format : SF_FORMAT_FLOAT) & SF_FORMAT_SUBMASK;
-                WarnIfClipping(out, r, sub == SF_FORMAT_FLOAT || sub == SF_FORMAT_DOUBLE);
+                const int sub = r.format & SF_FORMAT_SUBMASK;
+                WarnIfClipping(out, r, s.outputDb,
+                               sub == SF_FORMAT_FLOAT || sub == SF_FORMAT_DOUBLE);
                 if (!single && !quiet)
                     std::fprintf(stderr, "morvane: %s -> %s\n", in.c_str(), out.c_str());
             } catch (const std::exception& e) {

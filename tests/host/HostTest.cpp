@@ -98,7 +98,8 @@ TEST_F(Host, LengthAndPitchAtSeveralSettingsFormatsAndRates) {
                    Case{"-p 700", 48000, SF_FORMAT_FLAC | SF_FORMAT_PCM_24, 1.0, 700},
                    Case{"-t 75 -p -500", 96000, SF_FORMAT_AIFF | SF_FORMAT_PCM_24, 0.75, -500},
                    Case{"-t 125 -s 3", 22050, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1.25, 300},
-                   Case{"-t 200", 8000, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2.0, 0}}) {
+                   Case{"-t 200", 8000, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 2.0, 0},
+                   Case{"-t 110", 44100, SF_FORMAT_OGG | SF_FORMAT_VORBIS, 1.1, 0}}) {
         const double freq = 220.0 / c.rate;
         const int frames = c.rate * 3;
         Write("in", Signals::Sine(frames, 2, freq, 0.4), 2, c.rate, c.format);
@@ -201,6 +202,21 @@ TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
     for (const auto& name : Leftovers())
         EXPECT_TRUE(name == "long.wav" || name == "stdout" || name == "stderr" || name == "code")
             << name;
+}
+
+TEST_F(Host, ClippingIsReportedWithAdvice) {
+    Write("loud.wav", Signals::Sine(44100, 2, 0.01, 0.9), 2, 44100,
+          SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    const Result r = Run("render -l 3 " + P("loud.wav") + " " + P("out.wav"));
+    EXPECT_EQ(0, r.code);
+    // +3 on the plug-in's scale (6 per doubling) is a gain of 1.414: 0.9 becomes +2.1 dBFS
+    EXPECT_NE(std::string::npos, r.err.find("clips (peak +2.1 dBFS)")) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("--level 0.9")) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("--bits float")) << r.err;
+    // the advice works
+    const Result again = Run("render -l 0.9 " + P("loud.wav") + " " + P("out.wav"));
+    EXPECT_EQ(0, again.code);
+    EXPECT_EQ("", again.err);
 }
 
 TEST_F(Host, BatchKeepsGoingAndReportsFailures) {
