@@ -69,17 +69,36 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
     p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
     p.Dispatch(effSetBlockSize, 0, m_settings.blockSize);
     p.Dispatch(effMainsChanged, 0, 1);
+    if (m_settings.program) {
+        if (m_settings.program < 1 || m_settings.program > p.Effect()->numPrograms)
+            throw UsageError("program must be 1 to " + std::to_string(p.Effect()->numPrograms));
+        p.Dispatch(effSetProgram, 0, m_settings.program - 1);
+    }
     p.SetParameter(0, 1.0f);
-    p.SetParameter(3, static_cast<float>(m_settings.TimeRate()));
-    p.SetParameter(2, static_cast<float>(m_settings.PitchRate()));
-    // Normalised over a gain of 0.001 to 2 as the plug-in converts it (its range is a float),
-    // so that 0 dB comes back as a gain of exactly 1 and unit rates return the input to the bit.
-    const float gain = static_cast<float>(std::pow(2.0, m_settings.outputDb / 6.0));
-    const float range = static_cast<float>(2.0 - 0.001);
-    p.SetParameter(1, static_cast<float>((gain - 0.001) / range));
-    p.SetParameter(4, m_settings.lowSound ? 1.0f : 0.0f);
+    // Time before pitch, so that a lower time rate makes room for a higher pitch.
+    if (m_settings.hasTime)
+        p.SetParameter(3, static_cast<float>(m_settings.TimeRate()));
+    if (m_settings.hasPitch)
+        p.SetParameter(2, static_cast<float>(m_settings.PitchRate()));
+    if (m_settings.hasLevel) {
+        // Normalised over a gain of 0.001 to 2 as the plug-in converts it (its range is a
+        // float), so that 0 dB comes back as a gain of exactly 1 and unit rates return the
+        // input to the bit.
+        const float gain = static_cast<float>(std::pow(2.0, m_settings.outputDb / 6.0));
+        const float range = static_cast<float>(2.0 - 0.001);
+        p.SetParameter(1, static_cast<float>((gain - 0.001) / range));
+    }
+    if (m_settings.hasLowSound)
+        p.SetParameter(4, m_settings.lowSound ? 1.0f : 0.0f);
+    // The plug-in lowers a rate silently to keep time x pitch at or below 2: a program's rate
+    // with the user's other one may not fit.
+    if ((m_settings.hasTime && p.GetParameter(3) != static_cast<float>(m_settings.TimeRate())) ||
+        (m_settings.hasPitch && p.GetParameter(2) != static_cast<float>(m_settings.PitchRate())))
+        throw UsageError("time x pitch above 2 with program " + std::to_string(m_settings.program));
 
-    const sf_count_t target = static_cast<sf_count_t>(std::llround(total * m_settings.TimeRate()));
+    // the rate the plug-in holds, which a program may have set
+    const double timeRate = p.GetParameter(3);
+    const sf_count_t target = static_cast<sf_count_t>(std::llround(total * timeRate));
     const sf_count_t latency = m_settings.keepLatency ? 0 : p.Effect()->initialDelay;
     const sf_count_t length = target + (m_settings.keepLatency ? p.Effect()->initialDelay : 0);
 

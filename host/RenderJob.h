@@ -17,6 +17,9 @@ struct RenderSettings {
     bool keepLatency = false;
     int format = 0; // libsndfile format of the output; 0 keeps the input's
     std::string pluginPath;
+    int program = 0; // 1 .. 64: start from that program of the plug-in's bank; 0: none
+    // Which settings the user gave; with a program, only those override it.
+    bool hasTime = true, hasPitch = true, hasLevel = true, hasLowSound = true;
 
     // Throws UsageError with a sentence for the user when a value is out of range.
     void Validate() const;

@@ -16,6 +16,7 @@
 
 #include "AudioReader.h"
 #include "AudioWriter.h"
+#include "BankTool.h"
 #include "DemoSong.h"
 #include "ProgressBar.h"
 #include "RenderJob.h"
@@ -189,11 +190,25 @@ int main(int argc, char** argv) {
     render->add_option("-d,--dir", outDir, "Render every input into this folder");
     render->add_option("-j,--jobs", jobs, "Files rendered at once")->check(CLI::Range(1, 256));
     render->add_option("--plugin", settings.pluginPath, "The plug-in file (default: found)");
+    render
+        ->add_option("--program", settings.program,
+                     "Start from program N (1-64) of the plug-in's bank; other options given "
+                     "override it")
+        ->check(CLI::Range(1, 64));
     render->add_flag("-q,--quiet", quiet, "No progress bar");
 
     std::string infoPath;
     auto* info = app.add_subcommand("info", "Show what a VST 2.4 plug-in file holds");
     info->add_option("plugin", infoPath, "Plug-in file (default: Morvane)");
+
+    std::string bankPath, exportPath, importPath;
+    auto* bank = app.add_subcommand("bank", "List a bank file's programs, or export or import "
+                                            "the plug-in's bank");
+    bank->add_option("file", bankPath, "A bank file (.fxb) to list");
+    bank->add_option("--export", exportPath, "Write the plug-in's current bank to this .fxb");
+    bank->add_option("--import", importPath,
+                     "Make this .fxb the user's bank, which the plug-in loads from now on");
+    bank->add_option("--plugin", settings.pluginPath, "The plug-in file (default: found)");
 
     std::string demoPath;
     auto* demo = app.add_subcommand("demo", "Write the 12-second demo piece (stereo, 24-bit WAV)");
@@ -234,7 +249,35 @@ int main(int argc, char** argv) {
         return kOk;
     }
 
+    if (*bank) {
+        if (settings.pluginPath.empty())
+            settings.pluginPath = VstPlugin::FindMorvane();
+        if (settings.pluginPath.empty())
+            return Fail(kBadPlugin, "the Morvane plug-in was not found; name it with --plugin");
+        if (bankPath.empty() == (exportPath.empty() && importPath.empty()) ||
+            (!exportPath.empty() && !importPath.empty()))
+            return Fail(kUsage, "bank takes a FILE to list, or --export FILE, or --import FILE");
+        try {
+            BankTool tool(settings.pluginPath);
+            if (!bankPath.empty())
+                tool.List(bankPath);
+            else if (!exportPath.empty())
+                tool.Export(exportPath);
+            else
+                tool.Import(importPath);
+        } catch (const std::exception& e) {
+            return Fail(ErrorCode(e), e.what());
+        }
+        return kOk;
+    }
+
     // render
+    if (settings.program) {
+        settings.hasTime = render->count("--time") > 0;
+        settings.hasPitch = render->count("--pitch") + render->count("--semitones") > 0;
+        settings.hasLevel = render->count("--level") > 0;
+        settings.hasLowSound = render->count("--low-sound") > 0;
+    }
     if (render->count("--semitones"))
         settings.pitchCents = semitones * 100.0;
     settings.lowSound = lowSound == "on";

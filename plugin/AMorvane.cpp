@@ -8,6 +8,7 @@
 #include "CString.h"
 #include "CWinApp.h"
 #include "ParamRange.h"
+#include "PreferencesFolder.h"
 
 // The window layer's application object for this module.
 static CWinApp CInMorvane;
@@ -26,6 +27,7 @@ AMorvane::AMorvane(audioMasterCallback audioMaster)
     setNumOutputs(2);
     setInitialDelay(kInitialDelay);
     setUniqueID(FourCC("Qzvh"));
+    GetMy_SHFOLDER_PathName(); // once for the whole process
     programsAreChunks(true);
     canMono(false);
     // The editor registers itself here (and sets effFlagsHasEditor) once the panel exists.
@@ -53,6 +55,7 @@ void AMorvane::open() {
     }
     setProgram(0);
     std::memcpy(m_Initial, m_Programs, sizeof(m_Programs));
+    LoadBanks();
 }
 
 void AMorvane::suspend() {
@@ -95,58 +98,5 @@ VstInt32 AMorvane::canDo(char* text) {
     for (const auto& a : kAnswers)
         if (std::strcmp(text, a.text) == 0)
             return a.answer;
-    return 0;
-}
-
-// Programs ------------------------------------------------------------------------------------
-
-void AMorvane::setProgram(VstInt32 program) {
-    if (program < 0 || program >= kNumPrograms)
-        return;
-    curProgram = program;
-    for (int p = 0; p < kNumParams; ++p)
-        setParameter(p, m_Programs[program].fValue[p]);
-}
-
-void AMorvane::setProgramName(char* name) {
-    std::memcpy(m_Programs[curProgram].szName, name, strnlen(name, 23));
-    m_Programs[curProgram].szName[std::min<size_t>(strnlen(name, 23), 23)] = 0;
-}
-
-void AMorvane::getProgramName(char* name) {
-    vst_strncpy(name, m_Programs[curProgram].szName, kVstMaxProgNameLen);
-}
-
-bool AMorvane::getProgramNameIndexed(VstInt32, VstInt32 index, char* text) {
-    if (index < 0 || index >= kNumPrograms)
-        return false;
-    vst_strncpy(text, m_Programs[index].szName, kVstMaxProgNameLen);
-    return true;
-}
-
-VstInt32 AMorvane::getChunk(void** data, bool isPreset) {
-    if (isPreset) {
-        *data = &m_Programs[curProgram];
-        return sizeof(AMorvaneProgram);
-    }
-    m_Programs[0].nCurrent = curProgram;
-    *data = m_Programs;
-    return sizeof(m_Programs);
-}
-
-VstInt32 AMorvane::setChunk(void* data, VstInt32 size, bool isPreset) {
-    // A chunk larger than the table is cut at the table; a shorter one changes what it covers.
-    if (isPreset) {
-        std::memcpy(&m_Programs[curProgram], data,
-                    std::min<size_t>(static_cast<size_t>(size), sizeof(AMorvaneProgram)));
-        m_Programs[curProgram].szName[23] = 0;
-        setProgram(curProgram);
-        return 0;
-    }
-    std::memcpy(m_Programs, data, std::min<size_t>(static_cast<size_t>(size), sizeof(m_Programs)));
-    for (auto& p : m_Programs)
-        p.szName[23] = 0;
-    const int32_t current = m_Programs[0].nCurrent;
-    setProgram(current >= 0 && current < kNumPrograms ? current : 0);
     return 0;
 }

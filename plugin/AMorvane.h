@@ -49,6 +49,16 @@ public:
 
     // editor side
     float getParameterDisplayVal(int index);
+    bool IsProgramChanged();
+    void ProgramToInitial();
+    void ProgramToAllInitial();
+    void ProgramToFactory();
+    void ProgramToAllFactory();
+    void CopyPgFrom(int source);
+    // Stores the current settings as program destination under name and writes the user's
+    // bank; false (after telling the user) when the bank file could not be written.
+    bool SaveProgram(int destination, const char* name);
+    void SetFactoryProgram();
     void setParameterFromDiaplay(int index, float value);
     void setParameterFormUI(int index, float value, int noCheck);
     void GetVU(float* m0, float* m1, float* m2, float* m3);
@@ -57,6 +67,9 @@ public:
     const char* PluginDirectory() const { return m_szPluginDir; }
 
 private:
+    enum class BankRead { Stop, NotChunks, Loaded };
+    BankRead ReadBank(const char* path, AMorvaneProgram* chunk, size_t* bytes);
+    void LoadBanks();
     bool Running() const { return m_nConsumed != 0; }
     void SetOutputGain(float gain);
     void SetSwitchOrOutput(int index, float v);

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -36,8 +37,9 @@ struct Host : ::testing::Test {
 
     // Runs the built morvane with its output captured; prefix runs in the shell before it.
     Result Run(const std::string& args, const std::string& prefix = "") const {
-        const std::string cmd = prefix + " exec " MORVANE_CLI " " + args + " >" + P("stdout") +
-                                " 2>" + P("stderr") + " </dev/null";
+        const std::string cmd = prefix + " XDG_CONFIG_HOME=" + P("config") +
+                                " exec " MORVANE_CLI " " + args + " >" + P("stdout") + " 2>" +
+                                P("stderr") + " </dev/null";
         const int status = std::system(("sh -c '" + cmd + "'").c_str());
         auto slurp = [](const std::string& f) {
             std::ifstream in(f);
@@ -242,7 +244,7 @@ TEST_F(Host, InfoHelpAndDemo) {
     EXPECT_NE(std::string::npos, info.out.find("'Qzvh'"));
     EXPECT_NE(std::string::npos, info.out.find("Time                           100.00 %"));
     EXPECT_NE(std::string::npos, info.out.find("offline                yes"));
-    EXPECT_NE(std::string::npos, info.out.find("64  Empty"));
+    EXPECT_NE(std::string::npos, info.out.find("64  Octave down, half time"));
 
     EXPECT_EQ(0, Run("--help").code);
     EXPECT_EQ(0, Run("render --help").code);
@@ -256,6 +258,51 @@ TEST_F(Host, InfoHelpAndDemo) {
     EXPECT_EQ(first, Read("demo2.wav", &b)); // deterministic
     EXPECT_EQ(2, a.channels);
     EXPECT_GE(a.frames, 44100 * 10);
+}
+
+TEST_F(Host, ProgramsAndBanks) {
+    Write("in.wav", Signals::Sine(44100, 2, 0.01, 0.3), 2, 44100);
+    SF_INFO info;
+    // program 46 is "Double speed": time 50 %
+    ASSERT_EQ(0, Run("render --program 46 " + P("in.wav") + " " + P("fast.wav")).code);
+    Read("fast.wav", &info);
+    EXPECT_EQ(22050, info.frames);
+    // an option given on the command line overrides the program's value
+    ASSERT_EQ(0, Run("render --program 46 -t 150 " + P("in.wav") + " " + P("slow.wav")).code);
+    Read("slow.wav", &info);
+    EXPECT_EQ(66150, info.frames);
+    // "Pitch +12 (octave up)" with time 150 % breaks the bound
+    const Result bound = Run("render --program 13 -t 150 " + P("in.wav") + " " + P("no.wav"));
+    EXPECT_EQ(2, bound.code);
+    EXPECT_NE(std::string::npos, bound.err.find("time x pitch above 2 with program 13"));
+    EXPECT_FALSE(fs::exists(P("no.wav")));
+    EXPECT_EQ(2, Run("render --program 65 " + P("in.wav") + " " + P("no.wav")).code);
+
+    // the factory bank, listed through the plug-in
+    const std::string factory =
+        fs::path(MORVANE_CLI).parent_path().parent_path() / "plugin/Morvane.fxb";
+    const Result list = Run("bank " + factory);
+    EXPECT_EQ(0, list.code) << list.err;
+    EXPECT_EQ(64, std::count(list.out.begin(), list.out.end(), '\n'));
+    EXPECT_NE(std::string::npos,
+              list.out.find(" 64  Octave down, half time   time    50.00 %  pitch  -1200.0"));
+    EXPECT_NE(std::string::npos, list.out.find(" 58  Tape -12 semitones       time   200.00 %"));
+
+    // export what the plug-in holds (the factory bank, no user bank yet), import it back
+    ASSERT_EQ(0, Run("bank --export " + P("mine.fxb")).code);
+    std::ifstream a(factory, std::ios::binary), b(P("mine.fxb"), std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(a), {}),
+              std::string(std::istreambuf_iterator<char>(b), {}));
+    fs::create_directory(dir / "config");
+    ASSERT_EQ(0, Run("bank --import " + P("mine.fxb")).code);
+    EXPECT_EQ(3232u, fs::file_size(dir / "config" / "Morvane.fxb"));
+
+    // a file that is not this plug-in's bank is refused and the user's bank stays
+    std::ofstream(P("junk.fxb")) << "CcnK but nothing more";
+    const Result junk = Run("bank --import " + P("junk.fxb"));
+    EXPECT_EQ(3, junk.code);
+    EXPECT_EQ(3232u, fs::file_size(dir / "config" / "Morvane.fxb"));
+    EXPECT_EQ(2, Run("bank").code);
 }
 
 TEST_F(Host, InfoOnAnotherVendorsPlugin) {

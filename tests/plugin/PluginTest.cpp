@@ -66,7 +66,7 @@ TEST(PluginEntry, NamesCategoryAndCapabilities) {
     EXPECT_EQ(0, host.Dispatch(effGetProgramNameIndexed, 64, 0, text));
     EXPECT_STREQ("untouched", text);
     EXPECT_EQ(1, host.Dispatch(effGetProgramNameIndexed, 63, 0, text));
-    EXPECT_STREQ("Empty", text);
+    EXPECT_STREQ("Empty", text); // not opened: the factory bank is not loaded yet
 }
 
 TEST(PluginEntry, RealTimeCallsLeaveBuffersAlone) {
@@ -81,11 +81,14 @@ TEST(PluginEntry, RealTimeCallsLeaveBuffersAlone) {
 
 TEST(PluginEntry, OpenFindsThePluginsFolder) {
     PluginHost host(MORVANE_PLUGIN);
+    // before open: a fresh table
+    EXPECT_EQ("Empty", host.Text(effGetProgramName));
     host.Dispatch(effOpen);
-    // the host gave no directory; the loaded object's own folder is used
+    // the host gave no directory: the factory bank beside the loaded file was found and loaded
+    EXPECT_EQ("Original", host.Text(effGetProgramName));
     char name[64];
-    host.Dispatch(effGetProgramName, 0, 0, name);
-    EXPECT_STREQ("Empty", name);
+    EXPECT_EQ(1, host.Dispatch(effGetProgramNameIndexed, 45, 0, name));
+    EXPECT_STREQ("Double speed", name);
 }
 
 TEST(PluginParameters, NamesLabelsAndDisplays) {

@@ -1,0 +1,214 @@
+// The 64 programs: the table the host sees, the initial table edits are judged against, the
+// factory table, the host's chunks and the bank file "Morvane.fxb".
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "AMorvane.h"
+#include "BankFile.h"
+#include "BigEndian.h"
+#include "CFile.h"
+#include "CStringResource.h"
+#include "PreferencesFolder.h"
+
+namespace {
+
+constexpr const char* kBankName = "Morvane.fxb";
+constexpr int kStrBankNotWritten = 20135;
+
+bool Exists(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+// Every name ends inside its record, whatever a chunk or a file held.
+void Terminate(AMorvaneProgram* programs, size_t count) {
+    for (size_t i = 0; i < count; ++i)
+        programs[i].szName[sizeof(programs[i].szName) - 1] = 0;
+}
+
+} // namespace
+
+// Reads the bank chunk of an "FBCh" bank of this plug-in. Returns Stop when the file must be
+// ignored (cannot be opened, wrong magic, another plug-in's ID, cut short), NotChunks for a bank
+// of another kind (nothing to load, but not an error), Loaded with the chunk in 'chunk'.
+AMorvane::BankRead AMorvane::ReadBank(const char* path, AMorvaneProgram* chunk, size_t* bytes) {
+    CFile file;
+    if (!file.Open(path, CFile::modeRead))
+        return BankRead::Stop;
+    uint32_t magic = 0, ignored = 0, kind = 0;
+    if (!getDWordFile(file, &magic) || magic != static_cast<uint32_t>(FourCC("CcnK")))
+        return BankRead::Stop;
+    if (!getDWordFile(file, &ignored) || !getDWordFile(file, &kind))
+        return BankRead::Stop;
+    if (kind != static_cast<uint32_t>(FourCC("FBCh")))
+        return BankRead::NotChunks;
+    uint32_t id = 0, size = 0;
+    if (!getDWordFile(file, &ignored) || !getDWordFile(file, &id) ||
+        id != static_cast<uint32_t>(cEffect.uniqueID))
+        return BankRead::Stop;
+    if (!getDWordFile(file, &ignored) || !getDWordFile(file, &ignored) ||
+        file.Seek(128, CFile::current) < 0 || !getDWordFile(file, &size))
+        return BankRead::Stop;
+    // A stored chunk larger than the table is read only as far as the table goes.
+    const uint32_t want = std::min<uint32_t>(size, sizeof(m_Programs));
+    if (file.Read(chunk, want) != want)
+        return BankRead::Stop; // cut short: ignored rather than half loaded
+    *bytes = want;
+    return BankRead::Loaded;
+}
+
+void AMorvane::LoadBanks() {
+    GetMy_SHFOLDER_PathName();
+    std::string path = std::string(szGlobalMyApplicationDataPathName) + kBankName;
+    if (!szGlobalMyApplicationDataPathName[0] || !Exists(path))
+        path = std::string(m_szPluginDir) + kBankName; // the factory bank is the first user bank
+
+    AMorvaneProgram chunk[kNumPrograms];
+    size_t bytes = 0;
+    const BankRead r = ReadBank(path.c_str(), chunk, &bytes);
+    if (r == BankRead::Stop)
+        return;
+    if (r == BankRead::Loaded)
+        setChunk(chunk, static_cast<VstInt32>(bytes), false);
+    std::memcpy(m_Initial, m_Programs, sizeof(m_Programs));
+    SetFactoryProgram();
+}
+
+void AMorvane::SetFactoryProgram() {
+    const std::string path = std::string(m_szPluginDir) + kBankName;
+    AMorvaneProgram chunk[kNumPrograms];
+    size_t bytes = 0;
+    if (ReadBank(path.c_str(), chunk, &bytes) != BankRead::Loaded)
+        return;
+    std::memcpy(m_Factory, chunk, bytes);
+    Terminate(m_Factory, kNumPrograms);
+}
+
+void AMorvane::setProgram(VstInt32 program) {
+    if (program < 0 || program >= kNumPrograms)
+        return;
+    curProgram = program;
+    for (int p = 0; p < kNumParams; ++p)
+        setParameter(p, m_Programs[program].fValue[p]);
+}
+
+void AMorvane::setProgramName(char* name) {
+    const size_t n = strnlen(name, 23);
+    std::memcpy(m_Programs[curProgram].szName, name, n);
+    m_Programs[curProgram].szName[n] = 0;
+}
+
+void AMorvane::getProgramName(char* name) {
+    vst_strncpy(name, m_Programs[curProgram].szName, kVstMaxProgNameLen);
+}
+
+bool AMorvane::getProgramNameIndexed(VstInt32, VstInt32 index, char* text) {
+    if (index < 0 || index >= kNumPrograms)
+        return false;
+    vst_strncpy(text, m_Programs[index].szName, kVstMaxProgNameLen);
+    return true;
+}
+
+VstInt32 AMorvane::getChunk(void** data, bool isPreset) {
+    if (isPreset) {
+        *data = &m_Programs[curProgram];
+        return sizeof(AMorvaneProgram);
+    }
+    m_Programs[0].nCurrent = curProgram;
+    *data = m_Programs;
+    return sizeof(m_Programs);
+}
+
+VstInt32 AMorvane::setChunk(void* data, VstInt32 size, bool isPreset) {
+    // A chunk larger than the table is cut at the table; a shorter one changes what it covers.
+    const size_t n = static_cast<size_t>(std::max<VstInt32>(size, 0));
+    if (isPreset) {
+        std::memmove(&m_Programs[curProgram], data, std::min(n, sizeof(AMorvaneProgram)));
+        Terminate(&m_Programs[curProgram], 1);
+        setProgram(curProgram);
+        return 0;
+    }
+    std::memmove(m_Programs, data, std::min(n, sizeof(m_Programs)));
+    Terminate(m_Programs, kNumPrograms);
+    const int32_t current = m_Programs[0].nCurrent;
+    setProgram(current >= 0 && current < kNumPrograms ? current : 0);
+    return 0;
+}
+
+bool AMorvane::IsProgramChanged() {
+    // the five values only; the name is not compared
+    return std::memcmp(m_Programs[curProgram].fValue, m_Initial[curProgram].fValue,
+                       sizeof(m_Programs[curProgram].fValue)) != 0;
+}
+
+void AMorvane::ProgramToInitial() {
+    m_Programs[curProgram] = m_Initial[curProgram];
+    setProgram(curProgram);
+    updateDisplay();
+}
+
+void AMorvane::ProgramToAllInitial() {
+    std::memcpy(m_Programs, m_Initial, sizeof(m_Programs));
+    setProgram(curProgram);
+    updateDisplay();
+}
+
+void AMorvane::ProgramToFactory() {
+    m_Programs[curProgram] = m_Factory[curProgram];
+    setProgram(curProgram);
+    updateDisplay();
+}
+
+void AMorvane::ProgramToAllFactory() {
+    // Deliberately empty: the panel offers it, and it does nothing.
+}
+
+void AMorvane::CopyPgFrom(int source) {
+    if (source < 0 || source >= kNumPrograms)
+        return;
+    m_Programs[curProgram] = m_Programs[source];
+    setProgram(curProgram);
+    updateDisplay();
+}
+
+bool AMorvane::SaveProgram(int destination, const char* name) {
+    if (destination < 0 || destination >= kNumPrograms)
+        return false;
+    GetMy_SHFOLDER_PathName();
+    const std::string folder = szGlobalMyApplicationDataPathName;
+
+    AMorvaneProgram& saved = m_Programs[destination];
+    saved = m_Programs[curProgram];
+    vst_strncpy(saved.szName, name ? name : "", sizeof(saved.szName));
+    m_Initial[destination] = saved; // the saved state is the new reference
+    m_Programs[curProgram] = m_Initial[curProgram];
+    curProgram = destination;
+    setProgram(destination);
+    m_Programs[0].nCurrent = curProgram;
+
+    // The bank is written beside itself and renamed into place, so a failure at any point
+    // leaves the previous bank whole.
+    bool ok = !folder.empty() && MakeFolder(folder.c_str());
+    const std::string path = folder + kBankName;
+    const std::string temp = folder + "." + kBankName + ".tmp-" + std::to_string(getpid());
+    if (ok) {
+        CFile file;
+        ok = file.Open(temp.c_str(), CFile::modeCreate | CFile::modeWrite);
+        ok = ok &&
+             WriteChunkBank(file, static_cast<uint32_t>(cEffect.uniqueID), kNumPrograms, m_Programs,
+                            sizeof(m_Programs)) &&
+             file.Flush();
+        ok = file.Close() && ok;
+        ok = ok && std::rename(temp.c_str(), path.c_str()) == 0;
+        if (!ok)
+            unlink(temp.c_str());
+    }
+    if (!ok)
+        MorvaneMessageBox(LoadStringResource(kStrBankNotWritten));
+    if (audioMaster)
+        updateDisplay();
+    return ok;
+}
