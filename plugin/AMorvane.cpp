@@ -11,7 +11,7 @@
 #include "PreferencesFolder.h"
 
 // The window layer's application object for this module.
-static CWinApp CInMorvane;
+[[maybe_unused]] static CWinApp CInMorvane;
 
 AMorvaneProgram::AMorvaneProgram()
     : fValue{1.0f, ValToNormalizeValue(1, 1.0f), 1.0f, 1.0f, 1.0f}, szName("Empty"), nCurrent(0) {}
