@@ -257,10 +257,17 @@ void CRemez::Remez(int16_t* out, int n, double fp, double fs, double k) {
     const int L = 2 * n - 1;
     for (int i = 0; i < n; ++i)
         m_pA[i] = lag(-2 * std::cos(2 * M_PI * i / L));
+    ResponseToTaps(m_pA, n, out);
+}
+
+void CRemez::ResponseToTaps(const double* A, int n, int16_t* out) {
+    // The inverse transform of the symmetric response; the gain of 8 makes each of the 8 phases
+    // of an interpolation table sum to unity.
+    const int L = 2 * n - 1;
     for (int i = 0; i < n; ++i) {
-        double v = m_pA[0];
+        double v = A[0];
         for (int j = 1; j < n; ++j)
-            v += 2 * m_pA[j] * std::cos(j * 2 * M_PI * i / L);
+            v += 2 * A[j] * std::cos(j * 2 * M_PI * i / L);
         // Half added, then truncated toward zero (negative taps round unevenly, as designed),
         // then the low 16 bits.
         const double scaled = std::clamp(v * (8.0 / L) * 32768 + 0.5, -2147483648.0, 2147483647.0);

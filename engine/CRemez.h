@@ -30,6 +30,10 @@ public:
     // Arguments outside 3 <= n <= 9999, 0 < fp < fs < 1, k > 0 write nothing.
     void Remez(int16_t* out, int n, double fp, double fs, double k);
 
+    // The taps of a symmetric response sampled at A[0 .. n - 1] (A[i] at frequency 2i/L of
+    // Nyquist), scaled for an 8-phase table: what Remez does with its final response.
+    static void ResponseToTaps(const double* A, int n, int16_t* out);
+
     void prp(double k);   // weights, deviation, values and sign for the current points
     double lag(double x); // the interpolating polynomial P(x)
     void mov();           // bisection for the extremum between search low and high
