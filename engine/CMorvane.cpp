@@ -90,10 +90,16 @@ void CMorvane::SetSamplingRate(int rate) {
     nSampleRate = rate;
     m_Detect.IniDetect(nFrameLen);
     AllocMem();
-    StartToProcess();
+    Restart();
 }
 
 void CMorvane::StartToProcess() {
+    // Between blocks, but the user-interface thread may set a rate at this very moment.
+    std::lock_guard lock(m_cs);
+    Restart();
+}
+
+void CMorvane::Restart() {
     m_bPending = 0;
     m_nSavedFinal = 100;
     bFinal = 0;

@@ -31,7 +31,7 @@ public:
     void SetTimeRate(double rate, bool running);
     void SetPitchRate(double rate, bool running);
     void SetSamplingRate(int rate);
-    void StartToProcess(); // between blocks only: takes no lock
+    void StartToProcess(); // prepares a new job
     void SetActive(bool on);
     void SetOutputLevel(float gain);
     void SetPreServ(float v);
@@ -52,6 +52,7 @@ public:
     bool Pending() const { return m_bPending != 0; }
 
 private:
+    void Restart(); // StartToProcess under a lock already held
     int Segment(float** out, int produced, bool lastFlag);
 
     CCriticalSection m_cs;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "AMorvaneProgram.h"
@@ -78,7 +79,8 @@ private:
     void CopyFromFifo(float** out, int64_t frames);
     void AppendToFifo(float* const* src, int64_t frames);
 
-    uint16_t m_nProcessCount = 0xFFFF;
+    // read by the panel without the lock to see whether new meter values exist
+    std::atomic<uint16_t> m_nProcessCount{0xFFFF};
     AMorvaneProgram m_Programs[kNumPrograms];
     CCriticalSection m_cs;
     CMorvane m_Engine;
@@ -111,6 +113,7 @@ private:
     int64_t m_nSlice = 0; // input frames per engine call; its output always fits
     uint8_t m_bFinished = 0;
     int64_t m_nTotal = 0;
-    int64_t m_nConsumed = 0;
+    // also tells the parameter setters (user-interface thread) that a job is running
+    std::atomic<int64_t> m_nConsumed{0};
     float m_fMeter[4] = {};
 };

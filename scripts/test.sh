@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, builds, runs every test, then builds and runs
-# everything again under AddressSanitizer + UndefinedBehaviorSanitizer. Fails on any failure.
+# everything again under AddressSanitizer + UndefinedBehaviorSanitizer, and again under
+# ThreadSanitizer. Fails on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -21,4 +22,9 @@ run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 echo "== tests under AddressSanitizer + UndefinedBehaviorSanitizer =="
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
     run_suite build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMORVANE_SANITIZE=address,undefined \
+    -DMORVANE_BUILD_BENCH=OFF
+
+echo "== tests under ThreadSanitizer =="
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    run_suite build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMORVANE_SANITIZE=thread \
     -DMORVANE_BUILD_BENCH=OFF
