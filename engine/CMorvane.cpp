@@ -1,6 +1,7 @@
 #include "CMorvane.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <mutex>
 
@@ -15,6 +16,17 @@ bool Differs(double a, double b) {
 
 // The parameter code keeps rates within 0.5 to 2.0. The engine holds to that too, because its
 // buffers are sized for it and a NaN rate would make the frame arithmetic undefined.
+// A damaged recording must not spread: non-finite samples are taken as silence, and finite ones
+// beyond 120 dB above full scale are limited there, so every sum stays finite.
+constexpr float kMaxSample = 1.0e6f;
+inline float Clean(float x) {
+    if (std::fabs(x) <= kMaxSample)
+        return x;
+    if (!std::isfinite(x))
+        return 0.0f;
+    return x > 0 ? kMaxSample : -kMaxSample;
+}
+
 double SafeRate(double rate) {
     return rate == rate ? std::clamp(rate, 0.5, 2.0) : 1.0;
 }
@@ -183,8 +195,10 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
     std::lock_guard lock(m_cs);
     count = std::max(count, 0);
     if (!bActive || (dPitchRate == 1.0 && dTimeRate == 1.0)) {
-        std::memmove(out[0], in[0], sizeof(float) * count);
-        std::memmove(out[1], in[1], sizeof(float) * count);
+        for (int i = 0; i < count; ++i) {
+            out[0][i] = Clean(in[0][i]);
+            out[1][i] = Clean(in[1][i]);
+        }
         return count;
     }
 
@@ -220,8 +234,8 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
             const int k = std::min(cap - m_nFill, count - taken);
             float* dst = m_pInBuf + 2 * (kHistoryFrames + m_nFill);
             for (int i = 0; i < k; ++i) {
-                dst[2 * i] = in[0][taken + i];
-                dst[2 * i + 1] = in[1][taken + i];
+                dst[2 * i] = Clean(in[0][taken + i]);
+                dst[2 * i + 1] = Clean(in[1][taken + i]);
             }
             m_nFill += k;
             taken += k;
