@@ -221,6 +221,23 @@ TEST_F(Host, ClippingIsReportedWithAdvice) {
     EXPECT_EQ("", again.err);
 }
 
+TEST_F(Host, VanishedOutputFolderIsAClearError) {
+    Write("long.wav", Signals::Music(44100 * 20, 44100), 2, 44100);
+    fs::create_directory(dir / "gone");
+    const std::string cmd = "sh -c '" MORVANE_CLI " render -q -t 150 " + P("long.wav") + " " +
+                            P("gone/out.wav") + " 2>" + P("stderr") +
+                            " & pid=$!; sleep 0.5; rm -rf " + P("gone") + "; wait $pid; echo $? >" +
+                            P("code") + "'";
+    ASSERT_EQ(0, std::system(cmd.c_str()));
+    int code = -1;
+    std::ifstream(P("code")) >> code;
+    std::string err;
+    std::getline(std::ifstream(P("stderr")), err, '\0');
+    EXPECT_EQ(4, code) << err;
+    EXPECT_NE(std::string::npos, err.find("cannot write")) << err;
+    EXPECT_FALSE(fs::exists(dir / "gone"));
+}
+
 TEST_F(Host, BatchKeepsGoingAndReportsFailures) {
     Write("a.wav", Signals::Sine(44100, 2, 0.01, 0.3), 2, 44100);
     Write("b.wav", Signals::Sine(22050, 1, 0.01, 0.3), 1, 44100);
