@@ -4,22 +4,10 @@
 #include <cstring>
 #include <vector>
 
-#include "AMorvane.h"
-
-namespace {
-
-VstIntPtr Host(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) {
-    return opcode == audioMasterVersion ? 2400 : 0;
-}
-
-} // namespace
+#include "FuzzEffect.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static AMorvane* effect = [] {
-        auto* e = new AMorvane(Host);
-        e->open();
-        return e;
-    }();
+    AMorvane* effect = &FuzzEffect();
     AEffect* a = effect->getAeffect();
     if (size < 1)
         return 0;

@@ -6,13 +6,9 @@
 #include <cstring>
 #include <vector>
 
-#include "AMorvane.h"
+#include "FuzzEffect.h"
 
 namespace {
-
-VstIntPtr Host(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) {
-    return opcode == audioMasterVersion ? 2400 : 0;
-}
 
 struct Bytes {
     const uint8_t* p;
@@ -39,11 +35,7 @@ struct Bytes {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static AMorvane* effect = [] {
-        auto* e = new AMorvane(Host);
-        e->open();
-        return e;
-    }();
+    AMorvane* effect = &FuzzEffect();
     static std::vector<float> in0(70000), in1(70000), out0(300000), out1(300000);
     Bytes b{data, size};
     const uint32_t setup = b.Take(1);
