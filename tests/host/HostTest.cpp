@@ -188,19 +188,20 @@ TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
     EXPECT_NE(std::string::npos, full.err.find("cannot write")) << full.err;
     EXPECT_FALSE(fs::exists(P("out.wav")));
 
-    // interrupted halfway: the signal goes to morvane itself, not to a shell around it
-    const std::string cmd = "sh -c '" MORVANE_CLI " render -t 150 " + P("long.wav") + " " +
-                            P("out.wav") + " 2>" + P("stderr") +
-                            " & pid=$!; sleep 0.5; kill -INT $pid; wait $pid; echo $? >" +
-                            P("code") + "'";
-    ASSERT_EQ(0, std::system(cmd.c_str()));
-    std::ifstream codeFile(P("code"));
-    Result stopped{-1, "", ""};
-    codeFile >> stopped.code;
-    std::ifstream errFile(P("stderr"));
-    std::getline(errFile, stopped.err, '\0');
-    EXPECT_EQ(130, stopped.code) << stopped.err;
-    EXPECT_NE(std::string::npos, stopped.err.find("interrupted"));
+    // interrupted halfway, by Ctrl-C or by a service manager: the signal goes to morvane itself
+    for (const char* sig : {"INT", "TERM"}) {
+        const std::string cmd = "sh -c '" MORVANE_CLI " render -t 150 " + P("long.wav") + " " +
+                                P("out.wav") + " 2>" + P("stderr") +
+                                " & pid=$!; sleep 0.5; kill -" + sig +
+                                " $pid; wait $pid; echo $? >" + P("code") + "'";
+        ASSERT_EQ(0, std::system(cmd.c_str()));
+        int code = -1;
+        std::ifstream(P("code")) >> code;
+        std::string err;
+        std::getline(std::ifstream(P("stderr")), err, '\0');
+        EXPECT_EQ(130, code) << sig << ": " << err;
+        EXPECT_NE(std::string::npos, err.find("interrupted")) << sig;
+    }
     for (const auto& name : Leftovers())
         EXPECT_TRUE(name == "long.wav" || name == "stdout" || name == "stderr" || name == "code")
             << name;
