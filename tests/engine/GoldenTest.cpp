@@ -1,0 +1,128 @@
+// The engine's output pinned to the bit. The digests were taken from the straightforward
+// implementation before any speed work; a faster one must reproduce every bit of them.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "CMorvane.h"
+#include "CMorvaneBlock.h"
+#include "CMorvaneDetect.h"
+#include "CMorvaneResample.h"
+#include "fft.h"
+#include "support/Signals.h"
+
+namespace {
+
+// taken from the straightforward implementation (commit "Golden tests" and before)
+constexpr uint64_t GOLDEN_FFT = 11430365565713475590ull;
+constexpr uint64_t GOLDEN_DETECT = 5429694981854434722ull;
+constexpr uint64_t GOLDEN_BLOCK = 16618441778306711739ull;
+constexpr uint64_t GOLDEN_RESAMPLE = 11730533940758054996ull;
+constexpr uint64_t GOLDEN_RENDER = 13079952082221375904ull;
+
+// FNV-1a over the bytes of the values.
+template <typename T> uint64_t Digest(const T* v, size_t n, uint64_t h = 1469598103934665603ull) {
+    const auto* b = reinterpret_cast<const unsigned char*>(v);
+    for (size_t i = 0; i < n * sizeof(T); ++i)
+        h = (h ^ b[i]) * 1099511628211ull;
+    return h;
+}
+
+std::vector<float> Material(int frames) {
+    return Signals::Music(frames, 44100);
+}
+
+TEST(Golden, Fft) {
+    auto x = Signals::Noise(4096, 2, 1.0, 5);
+    std::vector<double> d(x.begin(), x.end());
+    fft(d.data(), 4096, true);
+    fft_float(x.data(), 4096, false);
+    const uint64_t got = Digest(d.data(), d.size(), Digest(x.data(), x.size()));
+    RecordProperty("digest", std::to_string(got));
+    EXPECT_EQ(GOLDEN_FFT, got);
+}
+
+TEST(Golden, Detector) {
+    CMorvaneDetect detect;
+    mvArg arg;
+    detect.IniDetect(arg.nFrameLen);
+    auto x = Material(44100 * 6);
+    std::vector<int> cuts;
+    for (int pos = 0; pos + 44100 <= 44100 * 6;)
+        cuts.push_back(pos += detect.Detect(x.data() + 2 * pos, 44100, &arg));
+    const uint64_t got = Digest(cuts.data(), cuts.size());
+    RecordProperty("digest", std::to_string(got));
+    EXPECT_EQ(GOLDEN_DETECT, got);
+}
+
+TEST(Golden, BlockStretcher) {
+    auto x = Material(1024 + 44100 * 6);
+    std::vector<float> out(44100 * 4 * 2);
+    uint64_t h = 1469598103934665603ull;
+    for (double f : {0.5, 0.7 * 1.5, 1.5, 2.0}) {
+        CMorvaneBlock block;
+        block.SetBufferPointer(x.data());
+        mvArg arg;
+        arg.dStretch = f;
+        int pos = 0;
+        for (int L : {39691, 20000, 44100, 777, 39691}) {
+            const int n = block.Block(out.data(), x.data() + 2 * (1024 + pos), L, &arg);
+            h = Digest(out.data(), static_cast<size_t>(2 * n), h);
+            pos += L;
+        }
+    }
+    RecordProperty("digest", std::to_string(h));
+    EXPECT_EQ(GOLDEN_BLOCK, h);
+}
+
+TEST(Golden, Resampler) {
+    auto x = Material(44100 * 4);
+    uint64_t h = 1469598103934665603ull;
+    for (double ratio : {0.5, 0.7, 1.3, 2.0}) {
+        CMorvaneResample r;
+        mvArg arg;
+        arg.dPitchRate = ratio;
+        const int hist = r.IniResample(ratio, ratio < 1 ? 60 : 80, 0.1);
+        std::vector<float> buf((hist + 44100 + 64) * 2, 0.0f), o0(100000), o1(100000);
+        float* outs[2] = {o0.data(), o1.data()};
+        for (int pos = 0; pos < 44100 * 4; pos += 44100) {
+            std::memcpy(&buf[hist * 2], &x[2 * pos], sizeof(float) * 2 * 44100);
+            arg.bLastSegment = pos + 44100 == 44100 * 4;
+            const int k = r.Resample(outs, &buf[hist * 2], 44100, &arg, true);
+            h = Digest(o0.data(), k, Digest(o1.data(), k, h));
+            std::memmove(buf.data(), &buf[2 * 44100], sizeof(float) * 2 * hist);
+        }
+    }
+    RecordProperty("digest", std::to_string(h));
+    EXPECT_EQ(GOLDEN_RESAMPLE, h);
+}
+
+TEST(Golden, WholeRenders) {
+    const auto x = Signals::Split(Material(44100 * 8));
+    uint64_t h = 1469598103934665603ull;
+    struct Case {
+        double time, pitch;
+    };
+    for (Case c : {Case{1.5, 1.0}, Case{1.0, 1.4983070768766815}, Case{0.75, 0.7491535384383408},
+                   Case{2.0, 1.0}, Case{0.5, 2.0}}) {
+        CMorvane e;
+        e.SetTimeRate(c.time, false);
+        e.SetPitchRate(c.pitch, false);
+        e.StartToProcess();
+        std::vector<float> o0(e.MaxOutput(8192)), o1(e.MaxOutput(8192));
+        const int N = static_cast<int>(x.size());
+        for (int pos = 0; pos < N; pos += 8192) {
+            const int n = std::min(8192, N - pos);
+            float* ins[2] = {const_cast<float*>(&x.left[pos]), const_cast<float*>(&x.right[pos])};
+            float* outs[2] = {o0.data(), o1.data()};
+            const int k = e.procMorvane(outs, ins, n, pos + n == N);
+            h = Digest(o0.data(), k, Digest(o1.data(), k, h));
+        }
+    }
+    RecordProperty("digest", std::to_string(h));
+    EXPECT_EQ(GOLDEN_RENDER, h);
+}
+
+} // namespace
