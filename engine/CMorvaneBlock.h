@@ -19,6 +19,11 @@ public:
         int32_t lag;
     };
 
+    CMorvaneBlock();
+    ~CMorvaneBlock();
+    CMorvaneBlock(const CMorvaneBlock&) = delete;
+    CMorvaneBlock& operator=(const CMorvaneBlock&) = delete;
+
     void IniBlock() { m_nCarry = 0; }
     void SetBufferPointer(float* top) { m_pBufTop = top; }
 
@@ -38,12 +43,19 @@ public:
     int SubBlockCount() const { return m_nPlan; }
     const SubBlock& Plan(int k) const { return m_Plan[k]; }
 
+    // Samples of the splice search rounded once per sub-block (start-aligned region and
+    // end-aligned source); a larger search takes the direct path.
+    static constexpr int kRoundedCapacity = 1 << 16;
+
 private:
     int64_t Correlate(const float* a, const float* b, int samples) const;
+    int SearchLag(const float* start, const float* E, int back, int fwd, int span, int m, int ch);
 
     uint8_t m_bLastSub = 0;
     int32_t m_nCarry = 0; // output frames owed, carried from segment to segment
     float* m_pBufTop = nullptr;
     int32_t m_nPlan = 0;
     SubBlock m_Plan[kMaxSubBlocks] = {};
+    int32_t* m_pRoundedStart;
+    int32_t* m_pRoundedEnd;
 };
