@@ -35,6 +35,16 @@ struct Host : ::testing::Test {
 
     std::string P(const std::string& name) const { return (dir / name).string(); }
 
+    // Shell words that wait until morvane has started writing an output (its hidden temporary
+    // file exists), so that what follows happens in the middle of the render, however fast.
+    std::string WaitForTemporary(const std::string& output) const {
+        const fs::path out = dir / output;
+        const std::string pattern =
+            (out.parent_path() / ("." + out.filename().string() + ".morvane-*")).string();
+        return "for i in $(seq 1000); do ls " + pattern +
+               " >/dev/null 2>&1 && break; sleep 0.005; done;";
+    }
+
     // Runs the built morvane with its output captured; prefix runs in the shell before it.
     Result Run(const std::string& args, const std::string& prefix = "") const {
         const std::string cmd = prefix + " XDG_CONFIG_HOME=" + P("config") +
@@ -180,7 +190,7 @@ TEST_F(Host, BadInputGivesOneLineAnExitCodeAndNoFile) {
 }
 
 TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
-    Write("long.wav", Signals::Music(44100 * 20, 44100), 2, 44100);
+    Write("long.wav", Signals::Music(44100 * 30, 44100), 2, 44100);
     // a file-size limit makes the disk "full" after 100 kB; the write must fail cleanly
     const Result full = Run("render -t 150 " + P("long.wav") + " " + P("out.wav"),
                             "ulimit -f 100; trap \"\" XFSZ;");
@@ -191,8 +201,8 @@ TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
     // interrupted halfway, by Ctrl-C or by a service manager: the signal goes to morvane itself
     for (const char* sig : {"INT", "TERM"}) {
         const std::string cmd = "sh -c '" MORVANE_CLI " render -t 150 " + P("long.wav") + " " +
-                                P("out.wav") + " 2>" + P("stderr") +
-                                " & pid=$!; sleep 0.5; kill -" + sig +
+                                P("out.wav") + " 2>" + P("stderr") + " & pid=$!; " +
+                                WaitForTemporary("out.wav") + " kill -" + sig +
                                 " $pid; wait $pid; echo $? >" + P("code") + "'";
         ASSERT_EQ(0, std::system(cmd.c_str()));
         int code = -1;
@@ -223,12 +233,12 @@ TEST_F(Host, ClippingIsReportedWithAdvice) {
 }
 
 TEST_F(Host, VanishedOutputFolderIsAClearError) {
-    Write("long.wav", Signals::Music(44100 * 20, 44100), 2, 44100);
+    Write("long.wav", Signals::Music(44100 * 30, 44100), 2, 44100);
     fs::create_directory(dir / "gone");
     const std::string cmd = "sh -c '" MORVANE_CLI " render -q -t 150 " + P("long.wav") + " " +
-                            P("gone/out.wav") + " 2>" + P("stderr") +
-                            " & pid=$!; sleep 0.5; rm -rf " + P("gone") + "; wait $pid; echo $? >" +
-                            P("code") + "'";
+                            P("gone/out.wav") + " 2>" + P("stderr") + " & pid=$!; " +
+                            WaitForTemporary("gone/out.wav") + " rm -rf " + P("gone") +
+                            "; wait $pid; echo $? >" + P("code") + "'";
     ASSERT_EQ(0, std::system(cmd.c_str()));
     int code = -1;
     std::ifstream(P("code")) >> code;
