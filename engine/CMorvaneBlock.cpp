@@ -6,14 +6,21 @@
 
 #include "Scale16.h"
 
+// The kernel is built for AVX2 and for the baseline, chosen when the library loads. ThreadSanitizer
+// cannot run that load-time choice (it comes before the sanitizer starts), so its builds keep one.
+#if defined(__SANITIZE_THREAD__)
+#define MORVANE_CLONES
+#else
+#define MORVANE_CLONES __attribute__((target_clones("avx2", "default")))
+#endif
+
 namespace {
 
 // The correlation of one lag: each product of two rounded samples shifted down by 20 bits
 // (arithmetic), summed. When every rounded sample fits 16 bits the products fit 32 bits and the
 // 32-bit sum cannot overflow (at most 2^16 terms of at most 2^10), so both kernels give the same
 // number; the 32-bit one vectorises, and is built for AVX2 too, chosen when the CPU has it.
-__attribute__((target_clones("avx2", "default"))) int64_t Dot16(const int32_t* a, const int32_t* b,
-                                                                int n) {
+MORVANE_CLONES int64_t Dot16(const int32_t* a, const int32_t* b, int n) {
     int32_t sum = 0;
     for (int i = 0; i < n; ++i)
         sum += (a[i] * b[i]) >> 20;
