@@ -35,6 +35,21 @@ struct Host : ::testing::Test {
 
     std::string P(const std::string& name) const { return (dir / name).string(); }
 
+    // Starts morvane with args writing output, and once it has started writing runs action in
+    // the shell ($pid is morvane's); returns its exit code and standard error.
+    Result RunAndMeanwhile(const std::string& args, const std::string& output,
+                           const std::string& action) const {
+        const std::string cmd = "sh -c '" MORVANE_CLI " " + args + " 2>" + P("stderr") +
+                                " & pid=$!; " + WaitForTemporary(output) + " " + action +
+                                "; wait $pid; echo $? >" + P("code") + "'";
+        Result r{-1, "", ""};
+        if (std::system(cmd.c_str()) != 0)
+            return r;
+        std::ifstream(P("code")) >> r.code;
+        std::getline(std::ifstream(P("stderr")), r.err, '\0');
+        return r;
+    }
+
     // Shell words that wait until morvane has started writing an output (its hidden temporary
     // file exists), so that what follows happens in the middle of the render, however fast.
     std::string WaitForTemporary(const std::string& output) const {
@@ -200,17 +215,10 @@ TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
 
     // interrupted halfway, by Ctrl-C or by a service manager: the signal goes to morvane itself
     for (const char* sig : {"INT", "TERM"}) {
-        const std::string cmd = "sh -c '" MORVANE_CLI " render -t 150 " + P("long.wav") + " " +
-                                P("out.wav") + " 2>" + P("stderr") + " & pid=$!; " +
-                                WaitForTemporary("out.wav") + " kill -" + sig +
-                                " $pid; wait $pid; echo $? >" + P("code") + "'";
-        ASSERT_EQ(0, std::system(cmd.c_str()));
-        int code = -1;
-        std::ifstream(P("code")) >> code;
-        std::string err;
-        std::getline(std::ifstream(P("stderr")), err, '\0');
-        EXPECT_EQ(130, code) << sig << ": " << err;
-        EXPECT_NE(std::string::npos, err.find("interrupted")) << sig;
+        const Result r = RunAndMeanwhile("render -t 150 " + P("long.wav") + " " + P("out.wav"),
+                                         "out.wav", std::string("kill -") + sig + " $pid");
+        EXPECT_EQ(130, r.code) << sig << ": " << r.err;
+        EXPECT_NE(std::string::npos, r.err.find("interrupted")) << sig;
     }
     for (const auto& name : Leftovers())
         EXPECT_TRUE(name == "long.wav" || name == "stdout" || name == "stderr" || name == "code")
@@ -235,17 +243,10 @@ TEST_F(Host, ClippingIsReportedWithAdvice) {
 TEST_F(Host, VanishedOutputFolderIsAClearError) {
     Write("long.wav", Signals::Music(44100 * 30, 44100), 2, 44100);
     fs::create_directory(dir / "gone");
-    const std::string cmd = "sh -c '" MORVANE_CLI " render -q -t 150 " + P("long.wav") + " " +
-                            P("gone/out.wav") + " 2>" + P("stderr") + " & pid=$!; " +
-                            WaitForTemporary("gone/out.wav") + " rm -rf " + P("gone") +
-                            "; wait $pid; echo $? >" + P("code") + "'";
-    ASSERT_EQ(0, std::system(cmd.c_str()));
-    int code = -1;
-    std::ifstream(P("code")) >> code;
-    std::string err;
-    std::getline(std::ifstream(P("stderr")), err, '\0');
-    EXPECT_EQ(4, code) << err;
-    EXPECT_NE(std::string::npos, err.find("cannot write")) << err;
+    const Result r = RunAndMeanwhile("render -q -t 150 " + P("long.wav") + " " + P("gone/out.wav"),
+                                     "gone/out.wav", "rm -rf " + P("gone"));
+    EXPECT_EQ(4, r.code) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("cannot write")) << r.err;
     EXPECT_FALSE(fs::exists(dir / "gone"));
 }
 
