@@ -6,54 +6,9 @@
 
 #include "Scale16.h"
 
-// The kernel is built for AVX2 and for the baseline, chosen when the library loads. ThreadSanitizer
-// cannot run that load-time choice (it comes before the sanitizer starts), so its builds keep one.
-#if defined(__SANITIZE_THREAD__)
-#define MORVANE_CLONES
-#else
-#define MORVANE_CLONES __attribute__((target_clones("avx2", "default")))
-#endif
+CMorvaneBlock::CMorvaneBlock() = default;
 
-namespace {
-
-// The correlation of one lag: each product of two rounded samples shifted down by 20 bits
-// (arithmetic), summed. When every rounded sample fits 16 bits the products fit 32 bits and the
-// 32-bit sum cannot overflow (at most 2^16 terms of at most 2^10), so both kernels give the same
-// number; the 32-bit one vectorises, and is built for AVX2 too, chosen when the CPU has it.
-MORVANE_CLONES int64_t Dot16(const int32_t* a, const int32_t* b, int n) {
-    int32_t sum = 0;
-    for (int i = 0; i < n; ++i)
-        sum += (a[i] * b[i]) >> 20;
-    return sum;
-}
-
-int64_t Dot64(const int32_t* a, const int32_t* b, int n) {
-    int64_t sum = 0;
-    for (int i = 0; i < n; ++i)
-        sum += (int64_t{a[i]} * b[i]) >> 20;
-    return sum;
-}
-
-// Rounds n samples to the 16-bit scale; returns the largest magnitude.
-int32_t RoundAll(const float* x, int n, int32_t* out) {
-    int32_t most = 0;
-    for (int i = 0; i < n; ++i) {
-        out[i] = Scale16::Round(x[i]);
-        most = std::max(most, out[i] < 0 ? -out[i] : out[i]);
-    }
-    return most;
-}
-
-} // namespace
-
-CMorvaneBlock::CMorvaneBlock()
-    : m_pRoundedStart(new int32_t[kRoundedCapacity]), m_pRoundedEnd(new int32_t[kRoundedCapacity]) {
-}
-
-CMorvaneBlock::~CMorvaneBlock() {
-    delete[] m_pRoundedStart;
-    delete[] m_pRoundedEnd;
-}
+CMorvaneBlock::~CMorvaneBlock() = default;
 
 unsigned int CMorvaneBlock::sqr(unsigned int v) {
     unsigned int b = 1u << 30;
@@ -215,28 +170,27 @@ int CMorvaneBlock::SearchLag(const float* start, const float* E, int back, int f
     const int samples = m * ch;
     // frames from the first lag's start to the last lag's end: no more than the search reads
     const long region = std::max(0L, static_cast<long>(back) + fwd + m - 1) * ch;
-    const bool rounded = region <= kRoundedCapacity && samples <= kRoundedCapacity && samples >= 0;
-    bool fits16 = false;
-    if (rounded) {
-        const int32_t a = RoundAll(start - static_cast<long>(back) * ch, static_cast<int>(region),
-                                   m_pRoundedStart);
-        const int32_t b = RoundAll(E, samples, m_pRoundedEnd);
-        fits16 = a <= 32768 && b <= 32768;
-    }
+    const bool rounded = region <= CMorvaneCorrelate::kCapacity && samples >= 0 &&
+                         m_Correlate.Load(start - static_cast<long>(back) * ch,
+                                          static_cast<int>(region), E, samples);
     int64_t best = 0;
     int g = 0;
-    for (int lag = -back; lag < fwd; ++lag) {
-        int64_t R;
-        if (!rounded) {
-            R = Correlate(start + static_cast<long>(lag) * ch, E, samples);
+    int64_t R[kLagChunk];
+    for (int lag0 = -back; lag0 < fwd; lag0 += kLagChunk) {
+        const int count = std::min(kLagChunk, fwd - lag0);
+        if (rounded) {
+            m_Correlate.Lags(lag0 + back, count, ch, R);
         } else {
-            const int32_t* a = m_pRoundedStart + static_cast<long>(lag + back) * ch;
-            R = fits16 ? Dot16(a, m_pRoundedEnd, samples) : Dot64(a, m_pRoundedEnd, samples);
+            for (int j = 0; j < count; ++j)
+                R[j] = Correlate(start + static_cast<long>(lag0 + j) * ch, E, samples);
         }
-        const int64_t score = int64_t{(span - std::abs(lag)) >> 4} * R;
-        if (score > best) {
-            best = score;
-            g = lag;
+        for (int j = 0; j < count; ++j) {
+            const int lag = lag0 + j;
+            const int64_t score = int64_t{(span - std::abs(lag)) >> 4} * R[j];
+            if (score > best) {
+                best = score;
+                g = lag;
+            }
         }
     }
     return g;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "CMorvaneCorrelate.h"
 #include "mvArg.h"
 
 // Changes the length of one segment (the audio between two onsets) by arg->dStretch without
@@ -43,10 +44,6 @@ public:
     int SubBlockCount() const { return m_nPlan; }
     const SubBlock& Plan(int k) const { return m_Plan[k]; }
 
-    // Samples of the splice search rounded once per sub-block (start-aligned region and
-    // end-aligned source); a larger search takes the direct path.
-    static constexpr int kRoundedCapacity = 1 << 16;
-
 private:
     int64_t Correlate(const float* a, const float* b, int samples) const;
     int SearchLag(const float* start, const float* E, int back, int fwd, int span, int m, int ch);
@@ -56,6 +53,8 @@ private:
     float* m_pBufTop = nullptr;
     int32_t m_nPlan = 0;
     SubBlock m_Plan[kMaxSubBlocks] = {};
-    int32_t* m_pRoundedStart;
-    int32_t* m_pRoundedEnd;
+    // The splice search rounds its samples once per sub-block; a search wider than the
+    // correlator holds takes the direct path.
+    CMorvaneCorrelate m_Correlate;
+    static constexpr int kLagChunk = 64;
 };

@@ -1,0 +1,298 @@
+#include "CMorvaneCorrelate.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+// GCC 12's AVX-512 headers build some vectors from a deliberately undefined value, which its
+// uninitialised-use warnings then report inside the header (GCC bug 105593).
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include <immintrin.h>
+#pragma GCC diagnostic pop
+
+#include "Scale16.h"
+
+namespace {
+
+// Lags done per pass over b: b is loaded once for all of them.
+constexpr int kBatch = 4;
+
+int64_t Scalar32(const int32_t* a, const int32_t* b, int n) {
+    int32_t sum = 0; // at most 2^16 terms of at most 2^10 in magnitude
+    for (int i = 0; i < n; ++i)
+        sum += (a[i] * b[i]) >> 20;
+    return sum;
+}
+
+int64_t Scalar16(const int16_t* a, const int16_t* b, int n) {
+    int32_t sum = 0;
+    for (int i = 0; i < n; ++i)
+        sum += (int32_t{a[i]} * b[i]) >> 20;
+    return sum;
+}
+
+int64_t Scalar64(const int32_t* a, const int32_t* b, int n) {
+    int64_t sum = 0;
+    for (int i = 0; i < n; ++i)
+        sum += (int64_t{a[i]} * b[i]) >> 20;
+    return sum;
+}
+
+template <typename T, int64_t (*Dot)(const T*, const T*, int)>
+void PlainLags(const T* a, const T* b, int n, int stride, int count, int64_t* out) {
+    for (int j = 0; j < count; ++j)
+        out[j] = Dot(a + static_cast<long>(j) * stride, b, n);
+}
+
+#if defined(__SSE2__)
+
+// pmulhw keeps the high 16 bits of each 32-bit product; shifting them down by 4 more gives the
+// product shifted by 20, rounded the same way (toward minus infinity). pmaddwd with ones then
+// sums neighbouring pairs into 32-bit lanes.
+template <int L>
+void Narrow128(const int16_t* a, const int16_t* b, int n, int stride, int64_t* out) {
+    const __m128i ones = _mm_set1_epi16(1);
+    __m128i s[L];
+    for (int k = 0; k < L; ++k)
+        s[k] = _mm_setzero_si128();
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
+        for (int k = 0; k < L; ++k) {
+            const __m128i va =
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + k * stride + i));
+            const __m128i p = _mm_srai_epi16(_mm_mulhi_epi16(va, vb), 4);
+            s[k] = _mm_add_epi32(s[k], _mm_madd_epi16(p, ones));
+        }
+    }
+    for (int k = 0; k < L; ++k) {
+        alignas(16) int32_t lane[4];
+        _mm_store_si128(reinterpret_cast<__m128i*>(lane), s[k]);
+        out[k] = int64_t{lane[0]} + lane[1] + lane[2] + lane[3] +
+                 Scalar16(a + k * stride + i, b + i, n - i);
+    }
+}
+
+__attribute__((target("avx2"))) int64_t Sum256(__m256i v) {
+    alignas(32) int32_t lane[8];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(lane), v);
+    int64_t sum = 0;
+    for (int32_t x : lane)
+        sum += x;
+    return sum;
+}
+
+template <int L>
+__attribute__((target("avx2"))) void Narrow256(const int16_t* a, const int16_t* b, int n,
+                                               int stride, int64_t* out) {
+    const __m256i ones = _mm256_set1_epi16(1);
+    __m256i s[L];
+    for (int k = 0; k < L; ++k)
+        s[k] = _mm256_setzero_si256();
+    int i = 0;
+    for (; i + 16 <= n; i += 16) {
+        const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
+        for (int k = 0; k < L; ++k) {
+            const __m256i va =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + k * stride + i));
+            const __m256i p = _mm256_srai_epi16(_mm256_mulhi_epi16(va, vb), 4);
+            s[k] = _mm256_add_epi32(s[k], _mm256_madd_epi16(p, ones));
+        }
+    }
+    for (int k = 0; k < L; ++k)
+        out[k] = Sum256(s[k]) + Scalar16(a + k * stride + i, b + i, n - i);
+}
+
+template <int L>
+__attribute__((target("avx2"))) void Full256(const int32_t* a, const int32_t* b, int n, int stride,
+                                             int64_t* out) {
+    __m256i s[L];
+    for (int k = 0; k < L; ++k)
+        s[k] = _mm256_setzero_si256();
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
+        for (int k = 0; k < L; ++k) {
+            const __m256i va =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + k * stride + i));
+            s[k] = _mm256_add_epi32(s[k], _mm256_srai_epi32(_mm256_mullo_epi32(va, vb), 20));
+        }
+    }
+    for (int k = 0; k < L; ++k)
+        out[k] = Sum256(s[k]) + Scalar32(a + k * stride + i, b + i, n - i);
+}
+
+// AVX-512 reads the last partial vector through a mask, which never touches memory past n.
+template <int L>
+__attribute__((target("avx512f,avx512bw"))) void Narrow512(const int16_t* a, const int16_t* b,
+                                                           int n, int stride, int64_t* out) {
+    const __m512i ones = _mm512_set1_epi16(1);
+    __m512i s[L];
+    for (int k = 0; k < L; ++k)
+        s[k] = _mm512_setzero_si512();
+    for (int i = 0; i < n; i += 32) {
+        const __mmask32 m = n - i >= 32 ? ~__mmask32{0} : (__mmask32{1} << (n - i)) - 1;
+        const __m512i vb = _mm512_maskz_loadu_epi16(m, b + i);
+        for (int k = 0; k < L; ++k) {
+            const __m512i va = _mm512_maskz_loadu_epi16(m, a + k * stride + i);
+            const __m512i p = _mm512_srai_epi16(_mm512_mulhi_epi16(va, vb), 4);
+            s[k] = _mm512_add_epi32(s[k], _mm512_madd_epi16(p, ones));
+        }
+    }
+    for (int k = 0; k < L; ++k)
+        out[k] = _mm512_reduce_add_epi32(s[k]);
+}
+
+template <int L>
+__attribute__((target("avx512f"))) void Full512(const int32_t* a, const int32_t* b, int n,
+                                                int stride, int64_t* out) {
+    __m512i s[L];
+    for (int k = 0; k < L; ++k)
+        s[k] = _mm512_setzero_si512();
+    for (int i = 0; i < n; i += 16) {
+        const __mmask16 m = n - i >= 16 ? __mmask16(0xFFFF) : __mmask16((1u << (n - i)) - 1);
+        const __m512i vb = _mm512_maskz_loadu_epi32(m, b + i);
+        for (int k = 0; k < L; ++k) {
+            const __m512i va = _mm512_maskz_loadu_epi32(m, a + k * stride + i);
+            s[k] = _mm512_add_epi32(s[k], _mm512_srai_epi32(_mm512_mullo_epi32(va, vb), 20));
+        }
+    }
+    for (int k = 0; k < L; ++k)
+        out[k] = _mm512_reduce_add_epi32(s[k]);
+}
+
+// Runs a kernel over count lags, kBatch at a time and the rest one by one.
+template <typename T, void (*Many)(const T*, const T*, int, int, int64_t*),
+          void (*One)(const T*, const T*, int, int, int64_t*)>
+void Batched(const T* a, const T* b, int n, int stride, int count, int64_t* out) {
+    int j = 0;
+    for (; j + kBatch <= count; j += kBatch)
+        Many(a + static_cast<long>(j) * stride, b, n, stride, out + j);
+    for (; j < count; ++j)
+        One(a + static_cast<long>(j) * stride, b, n, stride, out + j);
+}
+
+#endif
+
+CMorvaneCorrelate::Isa FromEnvironment(CMorvaneCorrelate::Isa best) {
+    using Isa = CMorvaneCorrelate::Isa;
+    const char* cap = std::getenv("MORVANE_SIMD");
+    if (cap == nullptr)
+        return best;
+    Isa wanted = best;
+    if (std::strcmp(cap, "baseline") == 0)
+        wanted = Isa::Baseline;
+    else if (std::strcmp(cap, "avx2") == 0)
+        wanted = Isa::Avx2;
+    return std::min(wanted, best);
+}
+
+} // namespace
+
+bool CMorvaneCorrelate::Supported(Isa isa) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    __builtin_cpu_init();
+    switch (isa) {
+    case Isa::Baseline:
+        return true;
+    case Isa::Avx2:
+        return __builtin_cpu_supports("avx2");
+    case Isa::Avx512:
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+    }
+    return false;
+#else
+    return isa == Isa::Baseline;
+#endif
+}
+
+CMorvaneCorrelate::Isa CMorvaneCorrelate::Detected() {
+    static const Isa isa = FromEnvironment(Supported(Isa::Avx512) ? Isa::Avx512
+                                           : Supported(Isa::Avx2) ? Isa::Avx2
+                                                                  : Isa::Baseline);
+    return isa;
+}
+
+CMorvaneCorrelate::CMorvaneCorrelate(Isa isa)
+    : m_Isa(Supported(isa) ? isa : Isa::Baseline), m_pA32(new int32_t[kCapacity]),
+      m_pB32(new int32_t[kCapacity]), m_pA16(new int16_t[kCapacity]),
+      m_pB16(new int16_t[kCapacity]) {}
+
+CMorvaneCorrelate::~CMorvaneCorrelate() {
+    delete[] m_pA32;
+    delete[] m_pB32;
+    delete[] m_pA16;
+    delete[] m_pB16;
+}
+
+bool CMorvaneCorrelate::Load(const float* a, int aSamples, const float* b, int n) {
+    m_nA = m_nB = 0;
+    if (aSamples < 0 || n < 0 || aSamples > kCapacity || n > kCapacity)
+        return false;
+    int32_t lo = 0;
+    int32_t hi = 0;
+    for (int i = 0; i < aSamples; ++i) {
+        m_pA32[i] = Scale16::Round(a[i]);
+        lo = std::min(lo, m_pA32[i]);
+        hi = std::max(hi, m_pA32[i]);
+    }
+    for (int i = 0; i < n; ++i) {
+        m_pB32[i] = Scale16::Round(b[i]);
+        lo = std::min(lo, m_pB32[i]);
+        hi = std::max(hi, m_pB32[i]);
+    }
+    if (lo >= -32768 && hi <= 32767) {
+        m_Width = Width::Narrow16;
+        for (int i = 0; i < aSamples; ++i)
+            m_pA16[i] = static_cast<int16_t>(m_pA32[i]);
+        for (int i = 0; i < n; ++i)
+            m_pB16[i] = static_cast<int16_t>(m_pB32[i]);
+    } else if (lo >= -32768 && hi <= 32768) {
+        m_Width = Width::Full32; // products fit 32 bits
+    } else {
+        m_Width = Width::Wide64;
+    }
+    m_nA = aSamples;
+    m_nB = n;
+    return true;
+}
+
+void CMorvaneCorrelate::Lags(int first, int count, int stride, int64_t* out) const {
+    if (count <= 0)
+        return;
+    const long offset = static_cast<long>(first) * stride;
+    const int n = m_nB;
+    if (m_Width == Width::Wide64) {
+        PlainLags<int32_t, Scalar64>(m_pA32 + offset, m_pB32, n, stride, count, out);
+        return;
+    }
+#if defined(__SSE2__)
+    if (m_Width == Width::Narrow16) {
+        const int16_t* a = m_pA16 + offset;
+        switch (m_Isa) {
+        case Isa::Avx512:
+            Batched<int16_t, Narrow512<kBatch>, Narrow512<1>>(a, m_pB16, n, stride, count, out);
+            return;
+        case Isa::Avx2:
+            Batched<int16_t, Narrow256<kBatch>, Narrow256<1>>(a, m_pB16, n, stride, count, out);
+            return;
+        case Isa::Baseline:
+            Batched<int16_t, Narrow128<kBatch>, Narrow128<1>>(a, m_pB16, n, stride, count, out);
+            return;
+        }
+    }
+    const int32_t* a = m_pA32 + offset;
+    switch (m_Isa) {
+    case Isa::Avx512:
+        Batched<int32_t, Full512<kBatch>, Full512<1>>(a, m_pB32, n, stride, count, out);
+        return;
+    case Isa::Avx2:
+        Batched<int32_t, Full256<kBatch>, Full256<1>>(a, m_pB32, n, stride, count, out);
+        return;
+    case Isa::Baseline:
+        break;
+    }
+#endif
+    PlainLags<int32_t, Scalar32>(m_pA32 + offset, m_pB32, n, stride, count, out);
+}

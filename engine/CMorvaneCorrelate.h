@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+
+// The splice search's correlation at many lags at once:
+//   R(j) = sum over i < n of (a[j * stride + i] * b[i]) >> 20
+// where a and b are samples rounded to the 16-bit scale and each product is shifted down
+// (arithmetically) on its own. The numbers are integers, so every path gives the same sums;
+// which path runs depends on how wide the samples are and what the CPU offers:
+//   - samples in -32768..32767: 16-bit products (pmulhw: the high half shifted by 4 is
+//     exactly the product shifted by 20), for SSE2, AVX2 and AVX-512;
+//   - samples within +-32768: 32-bit products, for AVX2 and AVX-512, plain code otherwise;
+//   - anything wider (floats beyond full scale): 64-bit products, plain code.
+class CMorvaneCorrelate {
+public:
+    enum class Isa { Baseline, Avx2, Avx512 };
+    enum class Width { Narrow16, Full32, Wide64 };
+
+    // Samples one search may hold: a region of up to this many samples and as many in b.
+    static constexpr int kCapacity = 1 << 16;
+
+    // The best instruction set this CPU and OS run, capped by MORVANE_SIMD (baseline, avx2 or
+    // avx512) when it is set; read once per process.
+    static Isa Detected();
+    static bool Supported(Isa isa);
+
+    explicit CMorvaneCorrelate(Isa isa = Detected());
+    ~CMorvaneCorrelate();
+    CMorvaneCorrelate(const CMorvaneCorrelate&) = delete;
+    CMorvaneCorrelate& operator=(const CMorvaneCorrelate&) = delete;
+
+    // Rounds aSamples samples of a and n of b (both at most kCapacity) and picks the width.
+    // Returns false, holding nothing, when either is too long.
+    bool Load(const float* a, int aSamples, const float* b, int n);
+
+    // out[j] = R(first + j) for j < count, lags counted in steps of stride samples. The caller
+    // keeps (first + count - 1) * stride + n within the loaded a.
+    void Lags(int first, int count, int stride, int64_t* out) const;
+
+    Width LoadedWidth() const { return m_Width; }
+    Isa UsedIsa() const { return m_Isa; }
+
+private:
+    Isa m_Isa;
+    Width m_Width = Width::Narrow16;
+    int m_nA = 0;
+    int m_nB = 0;
+    int32_t* m_pA32;
+    int32_t* m_pB32;
+    int16_t* m_pA16;
+    int16_t* m_pB16;
+};
