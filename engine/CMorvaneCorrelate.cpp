@@ -1,8 +1,6 @@
 #include "CMorvaneCorrelate.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 // GCC 12's AVX-512 headers build some vectors from a deliberately undefined value, which its
 // uninitialised-use warnings then report inside the header (GCC bug 105593).
 #pragma GCC diagnostic push
@@ -175,47 +173,10 @@ void Batched(const T* a, const T* b, int n, int stride, int count, int64_t* out)
 
 #endif
 
-CMorvaneCorrelate::Isa FromEnvironment(CMorvaneCorrelate::Isa best) {
-    using Isa = CMorvaneCorrelate::Isa;
-    const char* cap = std::getenv("MORVANE_SIMD");
-    if (cap == nullptr)
-        return best;
-    Isa wanted = best;
-    if (std::strcmp(cap, "baseline") == 0)
-        wanted = Isa::Baseline;
-    else if (std::strcmp(cap, "avx2") == 0)
-        wanted = Isa::Avx2;
-    return std::min(wanted, best);
-}
-
 } // namespace
 
-bool CMorvaneCorrelate::Supported(Isa isa) {
-#if defined(__x86_64__) && defined(__SSE2__)
-    __builtin_cpu_init();
-    switch (isa) {
-    case Isa::Baseline:
-        return true;
-    case Isa::Avx2:
-        return __builtin_cpu_supports("avx2");
-    case Isa::Avx512:
-        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
-    }
-    return false;
-#else
-    return isa == Isa::Baseline;
-#endif
-}
-
-CMorvaneCorrelate::Isa CMorvaneCorrelate::Detected() {
-    static const Isa isa = FromEnvironment(Supported(Isa::Avx512) ? Isa::Avx512
-                                           : Supported(Isa::Avx2) ? Isa::Avx2
-                                                                  : Isa::Baseline);
-    return isa;
-}
-
 CMorvaneCorrelate::CMorvaneCorrelate(Isa isa)
-    : m_Isa(Supported(isa) ? isa : Isa::Baseline), m_pA32(new int32_t[kCapacity]),
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_pA32(new int32_t[kCapacity]),
       m_pB32(new int32_t[kCapacity]), m_pA16(new int16_t[kCapacity]),
       m_pB16(new int16_t[kCapacity]) {}
 

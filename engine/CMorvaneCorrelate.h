@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "CMorvaneIsa.h"
+
 // The splice search's correlation at many lags at once:
 //   R(j) = sum over i < n of (a[j * stride + i] * b[i]) >> 20
 // where a and b are samples rounded to the 16-bit scale and each product is shifted down
@@ -13,18 +15,13 @@
 //   - anything wider (floats beyond full scale): 64-bit products, plain code.
 class CMorvaneCorrelate {
 public:
-    enum class Isa { Baseline, Avx2, Avx512 };
+    using Isa = CMorvaneIsa::Level;
     enum class Width { Narrow16, Full32, Wide64 };
 
     // Samples one search may hold: a region of up to this many samples and as many in b.
     static constexpr int kCapacity = 1 << 16;
 
-    // The best instruction set this CPU and OS run, capped by MORVANE_SIMD (baseline, avx2 or
-    // avx512) when it is set; read once per process.
-    static Isa Detected();
-    static bool Supported(Isa isa);
-
-    explicit CMorvaneCorrelate(Isa isa = Detected());
+    explicit CMorvaneCorrelate(Isa isa = CMorvaneIsa::Detected());
     ~CMorvaneCorrelate();
     CMorvaneCorrelate(const CMorvaneCorrelate&) = delete;
     CMorvaneCorrelate& operator=(const CMorvaneCorrelate&) = delete;

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "Scale16.h"
-#include "fft.h"
 
 CMorvaneDetect::CMorvaneDetect()
     : m_pFluxPos(new double[kCurveLen]()), m_pFluxAbs(new double[kCurveLen]()),
@@ -29,6 +28,7 @@ int CMorvaneDetect::IniDetect(int F) {
     m_nFFT = 1;
     while (m_nFFT < F)
         m_nFFT *= 2;
+    m_Fft.Prepare(m_nFFT);
     return m_nFFT;
 }
 
@@ -40,7 +40,8 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
 
     // Without a usable frame (low-sound option off, or a frame the window was not prepared
     // for) the hop would not advance; take the no-onset answer.
-    const bool canSearch = H >= 1 && F <= N && N <= kMaxFrame && (ch == 1 || ch == 2);
+    const bool canSearch =
+        H >= 1 && F <= N && N <= kMaxFrame && m_Fft.Points() == N && (ch == 1 || ch == 2);
     if (canSearch) {
         std::memset(m_pMag1, 0, sizeof(double) * N);
         std::memset(m_pMag2, 0, sizeof(double) * N);
@@ -71,7 +72,7 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
                 m_pSpec[2 * (j + offset)] = static_cast<double>(v);
             }
 
-            fft(m_pSpec, N, true);
+            m_Fft.Transform(m_pSpec, true);
 
             double P = 0.0;
             double Q = 0.0;

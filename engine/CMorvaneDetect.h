@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "CMorvaneFft.h"
 #include "mvArg.h"
 
 // Finds where the next segment of held audio ends: at the next onset (a sudden rise of spectral
@@ -12,6 +13,7 @@ class CMorvaneDetect {
 public:
     static constexpr int kMaxFrame = 8192; // largest frame and transform the arrays hold
     static constexpr int kCurveLen = 1024; // analysis frames per Detect call
+    static_assert(kMaxFrame <= CMorvaneFft::kMaxPoints);
 
     CMorvaneDetect();
     ~CMorvaneDetect();
@@ -37,6 +39,7 @@ public:
 
 private:
     int32_t m_nFFT = 1;
+    CMorvaneFft m_Fft;
     int32_t m_Window[kMaxFrame + 1] = {};
     double* m_pFluxPos; // net magnitude rise per frame, floored at 0
     double* m_pFluxAbs; // total absolute magnitude change per frame

@@ -63,7 +63,7 @@ std::vector<Case> Cases(int n) {
 
 TEST(Correlate, EveryPathGivesTheDefinitionsSums) {
     for (Isa isa : {Isa::Baseline, Isa::Avx2, Isa::Avx512}) {
-        if (!CMorvaneCorrelate::Supported(isa)) {
+        if (!CMorvaneIsa::Supported(isa)) {
             std::printf("instruction set %d not on this CPU: skipped\n", static_cast<int>(isa));
             continue;
         }
@@ -107,7 +107,7 @@ TEST(Correlate, RefusesWhatItCannotHold) {
 TEST(Correlate, MissingInstructionsFallBackToTheBaseline) {
     for (Isa isa : {Isa::Avx2, Isa::Avx512}) {
         CMorvaneCorrelate c(isa);
-        EXPECT_EQ(CMorvaneCorrelate::Supported(isa) ? isa : Isa::Baseline, c.UsedIsa());
+        EXPECT_EQ(CMorvaneIsa::Supported(isa) ? isa : Isa::Baseline, c.UsedIsa());
     }
 }
 

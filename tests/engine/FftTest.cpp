@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "CMorvaneFft.h"
 #include "fft.h"
 #include "support/Signals.h"
 
@@ -137,6 +138,41 @@ TEST(Fft, ImpulseSizeOneAndEmpty) {
     double untouched[2] = {1.0, 2.0};
     fft(untouched, 0, true);
     fft(untouched, -4, false);
+    EXPECT_EQ(1.0, untouched[0]);
+    EXPECT_EQ(2.0, untouched[1]);
+}
+
+// The prepared transform the detector runs, on every instruction set this CPU has: the same
+// bits as the direct form, also for signed zeros and values far apart in size.
+TEST(Fft, PreparedPlansMatchTheDirectFormBitForBit) {
+    for (auto isa : {CMorvaneIsa::Baseline, CMorvaneIsa::Avx2, CMorvaneIsa::Avx512}) {
+        if (!CMorvaneIsa::Supported(isa))
+            continue;
+        CMorvaneFft plan(isa);
+        for (int n = 1; n <= CMorvaneFft::kMaxPoints; n *= 2) {
+            ASSERT_TRUE(plan.Prepare(n));
+            for (bool forward : {true, false}) {
+                auto a = RandomComplex<double>(n);
+                for (int i = 0; i < 2 * n; i += 7)
+                    a[i] = i % 3 == 0 ? -0.0 : a[i] * 1e12;
+                auto b = a;
+                plan.Transform(a.data(), forward);
+                DirectFft(b.data(), n, forward);
+                ASSERT_EQ(0, std::memcmp(a.data(), b.data(), sizeof(double) * a.size()))
+                    << "isa " << isa << " n=" << n << " forward=" << forward;
+            }
+        }
+    }
+}
+
+TEST(Fft, PlansRefuseSizesTheyCannotRun) {
+    CMorvaneFft plan;
+    for (int n : {0, -4, 3, 1000, 2 * CMorvaneFft::kMaxPoints}) {
+        EXPECT_FALSE(plan.Prepare(n)) << n;
+        EXPECT_EQ(0, plan.Points());
+    }
+    std::vector<double> untouched{1.0, 2.0};
+    plan.Transform(untouched.data(), true);
     EXPECT_EQ(1.0, untouched[0]);
     EXPECT_EQ(2.0, untouched[1]);
 }

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "CMorvaneIsa.h"
+
+// The engine's double-precision transform (the free function fft() in fft.h) with its tables
+// prepared once: the bit-reversal swaps and, for every stage and both directions, the twiddles
+// taken of the same accumulated angles. The butterflies are the same operations in the same
+// order per element, so the output is the same to the bit; the AVX2 path runs two butterflies
+// per instruction.
+class CMorvaneFft {
+public:
+    static constexpr int kMaxPoints = 8192;
+
+    explicit CMorvaneFft(CMorvaneIsa::Level isa = CMorvaneIsa::Detected());
+    ~CMorvaneFft();
+    CMorvaneFft(const CMorvaneFft&) = delete;
+    CMorvaneFft& operator=(const CMorvaneFft&) = delete;
+
+    // Fills the tables for n points, without allocating. Returns false, and leaves the plan
+    // doing nothing, unless n is a power of two from 1 to kMaxPoints.
+    bool Prepare(int n);
+    int Points() const { return m_nPoints; }
+
+    // In place on m_nPoints interleaved (re, im) pairs; see fft().
+    void Transform(double* data, bool forward) const;
+
+private:
+    void Butterflies(double* data, const double* twiddles) const;
+    void Butterflies256(double* data, const double* twiddles) const;
+
+    CMorvaneIsa::Level m_Isa;
+    int m_nPoints = 0;
+    int m_nSwaps = 0;
+    double m_dScale = 1.0;
+    int* m_pSwaps;      // pairs of indices to exchange
+    double* m_pForward; // per stage m, m pairs (wr, wi); stage m starts at 2 * (m - 1)
+    double* m_pInverse;
+};
