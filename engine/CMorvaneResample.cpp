@@ -61,6 +61,7 @@ int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, 
         m_Table[M + k] = c;
         m_Table[M - k] = c;
     }
+    m_Interpolator.Prepare(m_Table, kTableSize);
     return taps;
 }
 
@@ -103,6 +104,34 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
 
     const int taps = 2 * half + 1;
     int k = 0;
+    // Stereo goes through the vector kernels when every sample it may read is exact there.
+    const long first = static_cast<long>(m_dPos) - half;
+    const long last = static_cast<long>(limit) + half + 2;
+    const bool batched = ch == 2 && m_Interpolator.Available() &&
+                         CMorvaneInterpolator::Exact(in + first * ch, (last - first) * ch);
+    while (batched && limit > m_dPos) {
+        CMorvaneInterpolator::Point points[CMorvaneInterpolator::kBatch];
+        int count = 0;
+        for (; count < CMorvaneInterpolator::kBatch && limit > m_dPos; ++count) {
+            const int ip = static_cast<int>(m_dPos);
+            const double f8 = (m_dPos - ip) * 8.0;
+            const int phase = static_cast<int>(f8);
+            const int shift = phase > 3 ? 1 : 0;
+            points[count] = {in + static_cast<long>(ip - half + shift) * ch, 8 * shift + 3 - phase,
+                             static_cast<int32_t>((f8 - phase) * 32768.0)};
+            m_dPos += ratio;
+        }
+        float acc[2 * CMorvaneInterpolator::kBatch];
+        m_Interpolator.Run(points, count, taps, acc);
+        for (int i = 0; i < count; ++i, ++k) {
+            const float a = acc[2 * i] * level;
+            const float b = acc[2 * i + 1] * level;
+            out[0][k] = a;
+            out[1][k] = b;
+            if (a > 1.0f || b > 1.0f)
+                arg->bOver = 1;
+        }
+    }
     while (limit > m_dPos) {
         // The position is split by truncation toward zero, also below zero, where the first
         // frames of every block read back into the history. There the phase is negative and the

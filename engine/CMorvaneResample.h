@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "CMorvaneInterpolator.h"
 #include "mvArg.h"
 
 // Reads the stretched stream at a step of the pitch ratio per output frame, so that every
@@ -51,4 +52,6 @@ private:
     int32_t m_nHistory = 0;
     int32_t m_nHalf = 0;
     int16_t m_Table[kTableSize] = {};
+    CMorvaneInterpolator m_Interpolator;
+    static_assert(kMaxTaps <= CMorvaneInterpolator::kMaxTaps);
 };

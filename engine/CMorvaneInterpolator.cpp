@@ -1,0 +1,182 @@
+#include "CMorvaneInterpolator.h"
+
+#include <cmath>
+
+// GCC 12's AVX-512 headers build some vectors from a deliberately undefined value, which its
+// uninitialised-use warnings then report inside the header (GCC bug 105593).
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include <immintrin.h>
+#pragma GCC diagnostic pop
+
+namespace {
+
+constexpr int kRowLen = 2 * CMorvaneInterpolator::kMaxTaps;
+constexpr float kScale = 3.0517578125e-5f; // 2^-15
+
+} // namespace
+
+CMorvaneInterpolator::CMorvaneInterpolator(CMorvaneIsa::Level isa)
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_pBase(new int32_t[kRows * kRowLen]()),
+      m_pDelta(new int32_t[kRows * kRowLen]()) {}
+
+CMorvaneInterpolator::~CMorvaneInterpolator() {
+    delete[] m_pBase;
+    delete[] m_pDelta;
+}
+
+void CMorvaneInterpolator::Prepare(const int16_t* table, int entries) {
+    const auto at = [&](int i) { return i < entries ? int32_t{table[i]} : 0; };
+    for (int row = 0; row < kRows; ++row) {
+        for (int j = 0; j < kMaxTaps; ++j) {
+            const int32_t a = at(row + 8 * j + 1);
+            const int32_t d = at(row + 8 * j) - a;
+            for (int c = 0; c < 2; ++c) {
+                m_pBase[row * kRowLen + 2 * j + c] = a;
+                m_pDelta[row * kRowLen + 2 * j + c] = d;
+            }
+        }
+    }
+}
+
+bool CMorvaneInterpolator::Exact(const float* x, long samples) {
+    for (long i = 0; i < samples; ++i) {
+        const float a = std::fabs(x[i]);
+        if (!(a <= 3.4e38f) || (a != 0.0f && a < 0x1p-111f))
+            return false;
+    }
+    return true;
+}
+
+void CMorvaneInterpolator::Run(const Point* points, int count, int taps, float* acc) const {
+    if (count <= 0 || taps <= 0)
+        return;
+    if (taps > kMaxTaps)
+        taps = kMaxTaps;
+    if (m_Isa == CMorvaneIsa::Avx512) {
+        Run512(points, count, taps, acc);
+    } else {
+        for (int k = 0; k < count; k += 4)
+            Run256(points + k, count - k < 4 ? count - k : 4, taps, acc + 2 * k);
+    }
+}
+
+// Up to 8 points: the products of each point's taps go to one row of q, (left, right) pairs
+// as 64-bit units; an 8 x 8 transpose of those units turns 8 taps of 8 points into 8 vectors,
+// each holding one tap of every point, added in tap order.
+__attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point* points, int count,
+                                                                     int taps, float* acc) const {
+    alignas(64) float q[kBatch][kRowLen];
+    const int samples = 2 * taps;
+    const __m512i round = _mm512_set1_epi32(32767);
+    const __m512 scale = _mm512_set1_ps(kScale);
+    for (int k = 0; k < kBatch; ++k) {
+        if (k >= count) {
+            for (int i = 0; i < samples; i += 16)
+                _mm512_store_ps(q[k] + i, _mm512_setzero_ps());
+            continue;
+        }
+        const Point& p = points[k];
+        const int32_t* base = m_pBase + p.row * kRowLen;
+        const int32_t* delta = m_pDelta + p.row * kRowLen;
+        const __m512i sub = _mm512_set1_epi32(p.sub);
+        for (int i = 0; i < samples; i += 16) {
+            const __mmask16 m =
+                samples - i >= 16 ? __mmask16(0xFFFF) : __mmask16((1u << (samples - i)) - 1);
+            // delta * sub / 32768, truncated toward zero as integer division is
+            __m512i t = _mm512_mullo_epi32(_mm512_loadu_si512(delta + i), sub);
+            t = _mm512_add_epi32(t, _mm512_and_si512(_mm512_srai_epi32(t, 31), round));
+            t = _mm512_add_epi32(_mm512_loadu_si512(base + i), _mm512_srai_epi32(t, 15));
+            const __m512 x = _mm512_maskz_loadu_ps(m, p.x + i);
+            _mm512_store_ps(q[k] + i,
+                            _mm512_mul_ps(_mm512_mul_ps(x, _mm512_cvtepi32_ps(t)), scale));
+        }
+    }
+
+    const __m512i lo = _mm512_set_epi64(13, 12, 5, 4, 9, 8, 1, 0);
+    const __m512i hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
+    __m512 sum = _mm512_setzero_ps();
+    for (int j0 = 0; j0 < taps; j0 += 8) {
+        __m512d r[8];
+        for (int k = 0; k < 8; ++k)
+            r[k] = _mm512_load_pd(reinterpret_cast<const double*>(q[k] + 2 * j0));
+        __m512d a[8];
+        for (int k = 0; k < 8; k += 2) {
+            a[k] = _mm512_unpacklo_pd(r[k], r[k + 1]);     // taps 0 2 4 6 of points k, k+1
+            a[k + 1] = _mm512_unpackhi_pd(r[k], r[k + 1]); // taps 1 3 5 7
+        }
+        __m512d b[8];
+        for (int h = 0; h < 8; h += 4) {
+            b[h] = _mm512_permutex2var_pd(a[h], lo, a[h + 2]);         // taps 0, 4
+            b[h + 2] = _mm512_permutex2var_pd(a[h], hi, a[h + 2]);     // taps 2, 6
+            b[h + 1] = _mm512_permutex2var_pd(a[h + 1], lo, a[h + 3]); // taps 1, 5
+            b[h + 3] = _mm512_permutex2var_pd(a[h + 1], hi, a[h + 3]); // taps 3, 7
+        }
+        __m512d col[8];
+        for (int t = 0; t < 4; ++t) {
+            col[t] = _mm512_shuffle_f64x2(b[t], b[t + 4], 0x44);
+            col[t + 4] = _mm512_shuffle_f64x2(b[t], b[t + 4], 0xEE);
+        }
+        const int n = taps - j0 < 8 ? taps - j0 : 8;
+        for (int t = 0; t < n; ++t)
+            sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
+    }
+    alignas(64) float out[16];
+    _mm512_store_ps(out, sum);
+    for (int i = 0; i < 2 * count; ++i)
+        acc[i] = out[i];
+}
+
+// The same with 4 points and 4 x 4 transposes.
+__attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* points, int count,
+                                                                  int taps, float* acc) const {
+    alignas(32) float q[4][kRowLen];
+    const int samples = 2 * taps;
+    const __m256i round = _mm256_set1_epi32(32767);
+    const __m256 scale = _mm256_set1_ps(kScale);
+    const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    for (int k = 0; k < 4; ++k) {
+        if (k >= count) {
+            for (int i = 0; i < samples; i += 8)
+                _mm256_store_ps(q[k] + i, _mm256_setzero_ps());
+            continue;
+        }
+        const Point& p = points[k];
+        const int32_t* base = m_pBase + p.row * kRowLen;
+        const int32_t* delta = m_pDelta + p.row * kRowLen;
+        const __m256i sub = _mm256_set1_epi32(p.sub);
+        for (int i = 0; i < samples; i += 8) {
+            const __m256i m = _mm256_cmpgt_epi32(_mm256_set1_epi32(samples - i), lane);
+            __m256i t = _mm256_mullo_epi32(
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(delta + i)), sub);
+            t = _mm256_add_epi32(t, _mm256_and_si256(_mm256_srai_epi32(t, 31), round));
+            t = _mm256_add_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(base + i)),
+                                 _mm256_srai_epi32(t, 15));
+            const __m256 x = _mm256_maskload_ps(p.x + i, m);
+            _mm256_store_ps(q[k] + i,
+                            _mm256_mul_ps(_mm256_mul_ps(x, _mm256_cvtepi32_ps(t)), scale));
+        }
+    }
+
+    __m256 sum = _mm256_setzero_ps();
+    for (int j0 = 0; j0 < taps; j0 += 4) {
+        __m256d r[4];
+        for (int k = 0; k < 4; ++k)
+            r[k] = _mm256_load_pd(reinterpret_cast<const double*>(q[k] + 2 * j0));
+        const __m256d a0 = _mm256_unpacklo_pd(r[0], r[1]); // taps 0 2 of points 0, 1
+        const __m256d a1 = _mm256_unpackhi_pd(r[0], r[1]); // taps 1 3
+        const __m256d a2 = _mm256_unpacklo_pd(r[2], r[3]);
+        const __m256d a3 = _mm256_unpackhi_pd(r[2], r[3]);
+        const __m256d col[4] = {
+            _mm256_permute2f128_pd(a0, a2, 0x20), _mm256_permute2f128_pd(a1, a3, 0x20),
+            _mm256_permute2f128_pd(a0, a2, 0x31), _mm256_permute2f128_pd(a1, a3, 0x31)};
+        const int n = taps - j0 < 4 ? taps - j0 : 4;
+        for (int t = 0; t < n; ++t)
+            sum = _mm256_add_ps(sum, _mm256_castpd_ps(col[t]));
+    }
+    alignas(32) float out[8];
+    _mm256_store_ps(out, sum);
+    for (int i = 0; i < 2 * count; ++i)
+        acc[i] = out[i];
+}

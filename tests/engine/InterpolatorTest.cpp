@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "CMorvaneInterpolator.h"
+#include "CMorvaneResample.h"
+
+namespace {
+
+using Point = CMorvaneInterpolator::Point;
+
+// The resampler's plain loop for one stereo point.
+void Plain(const int16_t* table, const Point& p, int taps, float* acc) {
+    float a0 = 0.0f;
+    float a1 = 0.0f;
+    for (int j = 0, idx = p.row; j < taps; ++j, idx += 8) {
+        const int32_t c = table[idx + 1] + ((table[idx] - table[idx + 1]) * p.sub) / 32768;
+        const float fc = static_cast<float>(c);
+        a0 = static_cast<float>(static_cast<double>(a0) +
+                                static_cast<double>(p.x[2 * j] * fc) * 3.0517578125e-5);
+        a1 = static_cast<float>(static_cast<double>(a1) +
+                                static_cast<double>(p.x[2 * j + 1] * fc) * 3.0517578125e-5);
+    }
+    acc[0] = a0;
+    acc[1] = a1;
+}
+
+TEST(Interpolator, EveryKernelKeepsThePlainLoopsBits) {
+    std::mt19937 rng(5);
+    // Any 16-bit entries, so that differences and their products with the fraction reach
+    // their extremes; the table has room for the highest row.
+    std::vector<int16_t> table(8 * CMorvaneInterpolator::kMaxTaps + CMorvaneInterpolator::kRows);
+    std::uniform_int_distribution<int> entry(-32768, 32767);
+    for (int16_t& t : table)
+        t = static_cast<int16_t>(entry(rng));
+    table[0] = -32768;
+    table[1] = 32767;
+    // Differences of -1 and +1, which the fraction 32767 takes to -32767 and +32767: the
+    // truncated quotient is 0 either way.
+    table[2] = 5;
+    table[3] = 6;
+    table[4] = 7;
+
+    // Samples of every size the kernels accept, with signed zeros.
+    std::vector<float> x(2 * (CMorvaneInterpolator::kMaxTaps + 64));
+    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+    for (size_t i = 0; i < x.size(); ++i) {
+        const float s = u(rng);
+        switch (i % 5) {
+        case 0:
+            x[i] = s;
+            break;
+        case 1:
+            x[i] = s * 1e6f;
+            break;
+        case 2:
+            x[i] = s * 1e-30f;
+            break;
+        case 3:
+            x[i] = i % 2 ? -0.0f : 0.0f;
+            break;
+        default:
+            x[i] = s * 1e-3f;
+        }
+    }
+    ASSERT_TRUE(CMorvaneInterpolator::Exact(x.data(), static_cast<long>(x.size())));
+
+    std::uniform_int_distribution<int> row(0, CMorvaneInterpolator::kRows - 1);
+    std::uniform_int_distribution<int> sub(-32767, 32767);
+    std::uniform_int_distribution<int> start(0, 63);
+    for (auto isa : {CMorvaneIsa::Avx2, CMorvaneIsa::Avx512}) {
+        if (!CMorvaneIsa::Supported(isa))
+            continue;
+        CMorvaneInterpolator k(isa);
+        ASSERT_TRUE(k.Available());
+        k.Prepare(table.data(), static_cast<int>(table.size()));
+        for (int taps : {1, 2, 3, 4, 5, 7, 8, 9, 16, 39, 53, 101, 104}) {
+            for (int count = 1; count <= CMorvaneInterpolator::kBatch; ++count) {
+                Point points[CMorvaneInterpolator::kBatch];
+                for (int i = 0; i < count; ++i)
+                    points[i] = {x.data() + 2 * start(rng), row(rng), sub(rng)};
+                points[0].sub = 0;
+                if (count > 2) {
+                    points[1] = {points[1].x, 2, 32767};
+                    points[2] = {points[2].x, 3, -32767};
+                }
+                float got[2 * CMorvaneInterpolator::kBatch + 1];
+                got[2 * count] = 42.0f;
+                k.Run(points, count, taps, got);
+                EXPECT_EQ(42.0f, got[2 * count]) << "wrote past the points";
+                for (int i = 0; i < count; ++i) {
+                    float want[2];
+                    Plain(table.data(), points[i], taps, want);
+                    ASSERT_EQ(0, std::memcmp(want, got + 2 * i, sizeof want))
+                        << "isa " << isa << " taps " << taps << " point " << i << " of " << count
+                        << ": " << want[0] << " " << got[2 * i];
+                }
+            }
+        }
+    }
+}
+
+TEST(Interpolator, ExactRefusesSamplesItCouldRoundDifferently) {
+    const float ok[] = {0.0f, -0.0f, 0x1p-111f, -1.0f, 3e38f};
+    EXPECT_TRUE(CMorvaneInterpolator::Exact(ok, 5));
+    for (float bad : {0x1p-112f, -1e-36f, INFINITY, -INFINITY, NAN}) {
+        const float x[] = {0.5f, bad};
+        EXPECT_FALSE(CMorvaneInterpolator::Exact(x, 2)) << bad;
+    }
+}
+
+// The plain resampling loop, in full, as the reference for whole calls.
+struct PlainResampler {
+    const int16_t* table;
+    int half;
+    double pos = 0.0;
+
+    int Run(float** out, const float* in, int n, double ratio, bool last) {
+        const double limit = last ? n - 0.5 : (n - half) - 0.5;
+        int k = 0;
+        while (limit > pos) {
+            const int ip = static_cast<int>(pos);
+            const double f8 = (pos - ip) * 8.0;
+            const int phase = static_cast<int>(f8);
+            const int shift = phase > 3 ? 1 : 0;
+            const Point p{in + 2L * (ip - half + shift), 8 * shift + 3 - phase,
+                          static_cast<int32_t>((f8 - phase) * 32768.0)};
+            float acc[2];
+            Plain(table, p, 2 * half + 1, acc);
+            out[0][k] = acc[0];
+            out[1][k] = acc[1];
+            ++k;
+            pos += ratio;
+        }
+        pos -= n;
+        return k;
+    }
+};
+
+// Whole calls at several ratios, with the first outputs reading back into the history, and a
+// stretch of samples too small for the kernels (the call then takes the plain loop).
+TEST(Interpolator, ResamplerCallsMatchThePlainLoop) {
+    for (double ratio : {0.5, 0.7491535384383408, 1.4983070768766815, 2.0}) {
+        for (bool tiny : {false, true}) {
+            CMorvaneResample r;
+            mvArg arg;
+            arg.dPitchRate = ratio;
+            const int hist = r.IniResample(ratio, ratio < 1 ? 60 : 80, 0.1);
+            PlainResampler plain{r.Table(), r.HalfLength()};
+            const int n = 3000;
+            std::vector<float> buf(2 * (hist + n + hist + 4), 0.0f);
+            std::vector<float> a0(3 * n), a1(3 * n), b0(3 * n), b1(3 * n);
+            float* got[2] = {a0.data(), a1.data()};
+            float* want[2] = {b0.data(), b1.data()};
+            std::mt19937 rng(9);
+            std::uniform_real_distribution<float> u(-0.9f, 0.9f);
+            for (int call = 0; call < 4; ++call) {
+                for (int i = 0; i < 2 * n; ++i)
+                    buf[2 * hist + i] = u(rng);
+                if (tiny && call == 2)
+                    buf[2 * hist + 100] = 1e-36f;
+                arg.bLastSegment = call == 3;
+                const int k = r.Resample(got, &buf[2 * hist], n, &arg, true);
+                const int m = plain.Run(want, &buf[2 * hist], n, ratio, call == 3);
+                ASSERT_EQ(m, k);
+                ASSERT_EQ(0, std::memcmp(a0.data(), b0.data(), sizeof(float) * k)) << ratio;
+                ASSERT_EQ(0, std::memcmp(a1.data(), b1.data(), sizeof(float) * k)) << ratio;
+                std::memmove(buf.data(), &buf[2 * n], sizeof(float) * 2 * hist);
+            }
+        }
+    }
+}
+
+} // namespace
