@@ -51,7 +51,8 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
 
     if (canSearch && H < count - H) {
         const int offset = (N - F) / 2; // the frame sits in the middle of the padded buffer
-        const double norm = N / 2;
+        // N / 2 is a power of two, so multiplying by its reciprocal is exactly the division.
+        const double perNorm = 1.0 / (N / 2);
         for (int t = 1; t < kCurveLen; ++t) {
             const int s = (t - 1) * H;
             const int pos = t * H; // centre of frame t
@@ -79,7 +80,7 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
             for (int b = 0; b <= N / 2; ++b) {
                 const double re = m_pSpec[2 * b];
                 const double im = m_pSpec[2 * b + 1];
-                const double a = std::sqrt(re * re + im * im) / norm;
+                const double a = std::sqrt(re * re + im * im) * perNorm;
                 const double d = a - m_pMag2[b];
                 m_pMag2[b] = m_pMag1[b];
                 m_pMag1[b] = a;

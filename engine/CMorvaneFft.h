@@ -27,6 +27,7 @@ public:
 private:
     void Butterflies(double* data, const double* twiddles) const;
     void Butterflies256(double* data, const double* twiddles) const;
+    static void Divide256(double* data, int count, double divisor);
 
     CMorvaneIsa::Level m_Isa;
     int m_nPoints = 0;

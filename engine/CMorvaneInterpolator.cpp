@@ -12,19 +12,16 @@
 
 namespace {
 
-constexpr int kRowLen = 2 * CMorvaneInterpolator::kMaxTaps;
+constexpr int kRowStride = CMorvaneInterpolator::kRowStride;
+constexpr int kRowLen = 2 * kRowStride;    // products per point, a pair per tap
 constexpr float kScale = 3.0517578125e-5f; // 2^-15
 
 } // namespace
 
 CMorvaneInterpolator::CMorvaneInterpolator(CMorvaneIsa::Level isa)
-    : m_Isa(CMorvaneIsa::Usable(isa)), m_pBase(new int32_t[kRows * kRowLen]()),
-      m_pDelta(new int32_t[kRows * kRowLen]()) {}
+    : m_Isa(CMorvaneIsa::Usable(isa)) {}
 
-CMorvaneInterpolator::~CMorvaneInterpolator() {
-    delete[] m_pBase;
-    delete[] m_pDelta;
-}
+CMorvaneInterpolator::~CMorvaneInterpolator() = default;
 
 void CMorvaneInterpolator::Prepare(const int16_t* table, int entries) {
     const auto at = [&](int i) { return i < entries ? int32_t{table[i]} : 0; };
@@ -32,10 +29,8 @@ void CMorvaneInterpolator::Prepare(const int16_t* table, int entries) {
         for (int j = 0; j < kMaxTaps; ++j) {
             const int32_t a = at(row + 8 * j + 1);
             const int32_t d = at(row + 8 * j) - a;
-            for (int c = 0; c < 2; ++c) {
-                m_pBase[row * kRowLen + 2 * j + c] = a;
-                m_pDelta[row * kRowLen + 2 * j + c] = d;
-            }
+            m_Base[row * kRowStride + j] = a;
+            m_Delta[row * kRowStride + j] = d;
         }
     }
 }
@@ -43,7 +38,7 @@ void CMorvaneInterpolator::Prepare(const int16_t* table, int entries) {
 bool CMorvaneInterpolator::Exact(const float* x, long samples) {
     for (long i = 0; i < samples; ++i) {
         const float a = std::fabs(x[i]);
-        if (!(a <= 3.4e38f) || (a != 0.0f && a < 0x1p-111f))
+        if (!(a <= 0x1p100f) || (a != 0.0f && a < 0x1p-111f))
             return false;
     }
     return true;
@@ -68,9 +63,12 @@ void CMorvaneInterpolator::Run(const Point* points, int count, int taps, float* 
 __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point* points, int count,
                                                                      int taps, float* acc) const {
     alignas(64) float q[kBatch][kRowLen];
-    const int samples = 2 * taps;
     const __m512i round = _mm512_set1_epi32(32767);
     const __m512 scale = _mm512_set1_ps(kScale);
+    const __m512i pairsLo = _mm512_set_epi32(7, 7, 6, 6, 5, 5, 4, 4, 3, 3, 2, 2, 1, 1, 0, 0);
+    const __m512i pairsHi =
+        _mm512_set_epi32(15, 15, 14, 14, 13, 13, 12, 12, 11, 11, 10, 10, 9, 9, 8, 8);
+    const int samples = 2 * taps;
     for (int k = 0; k < kBatch; ++k) {
         if (k >= count) {
             for (int i = 0; i < samples; i += 16)
@@ -78,19 +76,26 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
             continue;
         }
         const Point& p = points[k];
-        const int32_t* base = m_pBase + p.row * kRowLen;
-        const int32_t* delta = m_pDelta + p.row * kRowLen;
+        const int32_t* base = m_Base + p.row * kRowStride;
+        const int32_t* delta = m_Delta + p.row * kRowStride;
         const __m512i sub = _mm512_set1_epi32(p.sub);
-        for (int i = 0; i < samples; i += 16) {
-            const __mmask16 m =
-                samples - i >= 16 ? __mmask16(0xFFFF) : __mmask16((1u << (samples - i)) - 1);
-            // delta * sub / 32768, truncated toward zero as integer division is
-            __m512i t = _mm512_mullo_epi32(_mm512_loadu_si512(delta + i), sub);
+        for (int j = 0; j < taps; j += 16) {
+            // base + delta * sub / 32768, the quotient truncated toward zero as integer
+            // division is, then scaled by 2^-15 (exact)
+            __m512i t = _mm512_mullo_epi32(_mm512_loadu_si512(delta + j), sub);
             t = _mm512_add_epi32(t, _mm512_and_si512(_mm512_srai_epi32(t, 31), round));
-            t = _mm512_add_epi32(_mm512_loadu_si512(base + i), _mm512_srai_epi32(t, 15));
-            const __m512 x = _mm512_maskz_loadu_ps(m, p.x + i);
-            _mm512_store_ps(q[k] + i,
-                            _mm512_mul_ps(_mm512_mul_ps(x, _mm512_cvtepi32_ps(t)), scale));
+            t = _mm512_add_epi32(_mm512_loadu_si512(base + j), _mm512_srai_epi32(t, 15));
+            const __m512 c = _mm512_mul_ps(_mm512_cvtepi32_ps(t), scale);
+            for (int h = 0; h < 2; ++h) {
+                const int i = 2 * j + 16 * h;
+                const int left = samples - i;
+                const __mmask16 m = left >= 16 ? __mmask16(0xFFFF)
+                                    : left > 0 ? __mmask16((1u << left) - 1)
+                                               : __mmask16(0);
+                const __m512 x = _mm512_maskz_loadu_ps(m, p.x + i);
+                const __m512 cc = _mm512_permutexvar_ps(h == 0 ? pairsLo : pairsHi, c);
+                _mm512_store_ps(q[k] + i, _mm512_mul_ps(x, cc));
+            }
         }
     }
 
@@ -98,29 +103,43 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
     const __m512i hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
     __m512 sum = _mm512_setzero_ps();
     for (int j0 = 0; j0 < taps; j0 += 8) {
+        const double* row = reinterpret_cast<const double*>(q[0] + 2 * j0);
+        constexpr int kStride = kRowLen / 2; // in (left, right) pairs
         __m512d r[8];
+#pragma GCC unroll 8
         for (int k = 0; k < 8; ++k)
-            r[k] = _mm512_load_pd(reinterpret_cast<const double*>(q[k] + 2 * j0));
-        __m512d a[8];
-        for (int k = 0; k < 8; k += 2) {
-            a[k] = _mm512_unpacklo_pd(r[k], r[k + 1]);     // taps 0 2 4 6 of points k, k+1
-            a[k + 1] = _mm512_unpackhi_pd(r[k], r[k + 1]); // taps 1 3 5 7
+            r[k] = _mm512_load_pd(row + k * kStride);
+        // taps 0 2 4 6 and 1 3 5 7 of points (0, 1), (2, 3), (4, 5), (6, 7)
+        const __m512d a0 = _mm512_unpacklo_pd(r[0], r[1]);
+        const __m512d a1 = _mm512_unpackhi_pd(r[0], r[1]);
+        const __m512d a2 = _mm512_unpacklo_pd(r[2], r[3]);
+        const __m512d a3 = _mm512_unpackhi_pd(r[2], r[3]);
+        const __m512d a4 = _mm512_unpacklo_pd(r[4], r[5]);
+        const __m512d a5 = _mm512_unpackhi_pd(r[4], r[5]);
+        const __m512d a6 = _mm512_unpacklo_pd(r[6], r[7]);
+        const __m512d a7 = _mm512_unpackhi_pd(r[6], r[7]);
+        // taps (0, 4), (1, 5), (2, 6), (3, 7) of points 0-3 and of points 4-7
+        const __m512d b0 = _mm512_permutex2var_pd(a0, lo, a2);
+        const __m512d b1 = _mm512_permutex2var_pd(a1, lo, a3);
+        const __m512d b2 = _mm512_permutex2var_pd(a0, hi, a2);
+        const __m512d b3 = _mm512_permutex2var_pd(a1, hi, a3);
+        const __m512d b4 = _mm512_permutex2var_pd(a4, lo, a6);
+        const __m512d b5 = _mm512_permutex2var_pd(a5, lo, a7);
+        const __m512d b6 = _mm512_permutex2var_pd(a4, hi, a6);
+        const __m512d b7 = _mm512_permutex2var_pd(a5, hi, a7);
+        const __m512d col[8] = {
+            _mm512_shuffle_f64x2(b0, b4, 0x44), _mm512_shuffle_f64x2(b1, b5, 0x44),
+            _mm512_shuffle_f64x2(b2, b6, 0x44), _mm512_shuffle_f64x2(b3, b7, 0x44),
+            _mm512_shuffle_f64x2(b0, b4, 0xEE), _mm512_shuffle_f64x2(b1, b5, 0xEE),
+            _mm512_shuffle_f64x2(b2, b6, 0xEE), _mm512_shuffle_f64x2(b3, b7, 0xEE)};
+        if (taps - j0 >= 8) {
+#pragma GCC unroll 8
+            for (int t = 0; t < 8; ++t)
+                sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
+        } else {
+            for (int t = 0; t < taps - j0; ++t)
+                sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
         }
-        __m512d b[8];
-        for (int h = 0; h < 8; h += 4) {
-            b[h] = _mm512_permutex2var_pd(a[h], lo, a[h + 2]);         // taps 0, 4
-            b[h + 2] = _mm512_permutex2var_pd(a[h], hi, a[h + 2]);     // taps 2, 6
-            b[h + 1] = _mm512_permutex2var_pd(a[h + 1], lo, a[h + 3]); // taps 1, 5
-            b[h + 3] = _mm512_permutex2var_pd(a[h + 1], hi, a[h + 3]); // taps 3, 7
-        }
-        __m512d col[8];
-        for (int t = 0; t < 4; ++t) {
-            col[t] = _mm512_shuffle_f64x2(b[t], b[t + 4], 0x44);
-            col[t + 4] = _mm512_shuffle_f64x2(b[t], b[t + 4], 0xEE);
-        }
-        const int n = taps - j0 < 8 ? taps - j0 : 8;
-        for (int t = 0; t < n; ++t)
-            sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
     }
     alignas(64) float out[16];
     _mm512_store_ps(out, sum);
@@ -132,10 +151,12 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
 __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* points, int count,
                                                                   int taps, float* acc) const {
     alignas(32) float q[4][kRowLen];
-    const int samples = 2 * taps;
     const __m256i round = _mm256_set1_epi32(32767);
     const __m256 scale = _mm256_set1_ps(kScale);
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    const __m256i pairsLo = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
+    const __m256i pairsHi = _mm256_setr_epi32(4, 4, 5, 5, 6, 6, 7, 7);
+    const int samples = 2 * taps;
     for (int k = 0; k < 4; ++k) {
         if (k >= count) {
             for (int i = 0; i < samples; i += 8)
@@ -143,19 +164,23 @@ __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* p
             continue;
         }
         const Point& p = points[k];
-        const int32_t* base = m_pBase + p.row * kRowLen;
-        const int32_t* delta = m_pDelta + p.row * kRowLen;
+        const int32_t* base = m_Base + p.row * kRowStride;
+        const int32_t* delta = m_Delta + p.row * kRowStride;
         const __m256i sub = _mm256_set1_epi32(p.sub);
-        for (int i = 0; i < samples; i += 8) {
-            const __m256i m = _mm256_cmpgt_epi32(_mm256_set1_epi32(samples - i), lane);
+        for (int j = 0; j < taps; j += 8) {
             __m256i t = _mm256_mullo_epi32(
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(delta + i)), sub);
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(delta + j)), sub);
             t = _mm256_add_epi32(t, _mm256_and_si256(_mm256_srai_epi32(t, 31), round));
-            t = _mm256_add_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(base + i)),
+            t = _mm256_add_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(base + j)),
                                  _mm256_srai_epi32(t, 15));
-            const __m256 x = _mm256_maskload_ps(p.x + i, m);
-            _mm256_store_ps(q[k] + i,
-                            _mm256_mul_ps(_mm256_mul_ps(x, _mm256_cvtepi32_ps(t)), scale));
+            const __m256 c = _mm256_mul_ps(_mm256_cvtepi32_ps(t), scale);
+            for (int h = 0; h < 2; ++h) {
+                const int i = 2 * j + 8 * h;
+                const __m256i m = _mm256_cmpgt_epi32(_mm256_set1_epi32(samples - i), lane);
+                const __m256 x = _mm256_maskload_ps(p.x + i, m);
+                const __m256 cc = _mm256_permutevar8x32_ps(c, h == 0 ? pairsLo : pairsHi);
+                _mm256_store_ps(q[k] + i, _mm256_mul_ps(x, cc));
+            }
         }
     }
 

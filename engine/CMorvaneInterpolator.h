@@ -12,13 +12,15 @@
 //
 // Adding in single precision gives the same bits as the double-then-float of the plain loop
 // (float sums rounded through double round the same way), as long as (x * c) * 2^-15 is exact in
-// float: the caller uses these kernels only when no input sample is below 2^-111 in magnitude
-// unless zero, and every sample is finite.
+// float: the caller uses these kernels only when every input sample is zero or between 2^-111
+// and 2^100 in magnitude. (Then the scale can also go on the coefficient first.)
 class CMorvaneInterpolator {
 public:
     static constexpr int kMaxTaps = 104; // the resampler's 101, rounded up to whole vectors
     static constexpr int kRows = 11;     // table offsets 0..10 occur (see CMorvaneResample)
     static constexpr int kBatch = 8;
+    static constexpr int kRowStride = 112; // taps per table row, whole AVX-512 vectors
+    static_assert(kRowStride >= kMaxTaps && kRowStride % 16 == 0);
 
     struct Point {
         const float* x; // first of the taps' interleaved stereo frames
@@ -32,7 +34,7 @@ public:
     CMorvaneInterpolator& operator=(const CMorvaneInterpolator&) = delete;
 
     // Lays out a table of 8 entries per tap for the kernels: for each row, both entries of each
-    // tap, once per channel. Entries at or past the table's end count as 0.
+    // tap. Entries at or past the table's end count as 0.
     void Prepare(const int16_t* table, int entries);
 
     // False on the baseline: the caller keeps its plain loop.
@@ -49,6 +51,6 @@ private:
     void Run256(const Point* points, int count, int taps, float* acc) const;
 
     CMorvaneIsa::Level m_Isa;
-    int32_t* m_pBase;  // per row and tap, twice: table[row + 8j + 1]
-    int32_t* m_pDelta; // per row and tap, twice: table[row + 8j] - table[row + 8j + 1]
+    int32_t m_Base[kRows * kRowStride] = {};  // per row and tap: table[row + 8j + 1]
+    int32_t m_Delta[kRows * kRowStride] = {}; // table[row + 8j] - table[row + 8j + 1]
 };

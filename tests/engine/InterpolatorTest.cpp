@@ -104,9 +104,9 @@ TEST(Interpolator, EveryKernelKeepsThePlainLoopsBits) {
 }
 
 TEST(Interpolator, ExactRefusesSamplesItCouldRoundDifferently) {
-    const float ok[] = {0.0f, -0.0f, 0x1p-111f, -1.0f, 3e38f};
+    const float ok[] = {0.0f, -0.0f, 0x1p-111f, -1.0f, 0x1p100f};
     EXPECT_TRUE(CMorvaneInterpolator::Exact(ok, 5));
-    for (float bad : {0x1p-112f, -1e-36f, INFINITY, -INFINITY, NAN}) {
+    for (float bad : {0x1p-112f, -1e-36f, 0x1p101f, -3e38f, INFINITY, -INFINITY, NAN}) {
         const float x[] = {0.5f, bad};
         EXPECT_FALSE(CMorvaneInterpolator::Exact(x, 2)) << bad;
     }
