@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs every Debian package the project needs. Safe to run again: packages already present
-# are left alone, and nothing is asked on the terminal.
+# Installs every Debian package the project needs, and any further packages named as arguments
+# (the peer comparison's tools). Safe to run again: packages already present are left alone, and
+# nothing is asked on the terminal.
 set -euo pipefail
 
 packages=(
@@ -8,6 +9,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libx11-dev libcairo2-dev libsndfile1-dev libcli11-dev
     dpf-plugins-vst clang-14 libclang-rt-14-dev
+    "$@"
 )
 
 missing=()

@@ -1,0 +1,435 @@
+#!/usr/bin/python3
+"""Speed and sound of Morvane against soundstretch, Rubber Band (R2, R3) and SoX, side by side.
+
+Material is made at run time: speech (espeak-ng), a solo plucked instrument and a 44 s full mix
+with drums (synthesised here), and two oracles whose ideal results are known: a harmonic tone
+and a click train. Every tool renders every file at every setting; CPU time is the child's user
+plus system time (median of --runs), quality is measured on the first run's output.
+"""
+import argparse
+import datetime
+import os
+import platform
+import re
+import statistics
+import subprocess
+import sys
+import tempfile
+
+import numpy as np
+import soundfile as sf
+
+RATE = 44100
+
+SETTINGS = [  # name, time ratio, cents
+    ("time 150 %", 1.5, 0),
+    ("pitch +700 cents", 1.0, 700),
+    ("time 75 %, pitch -500 cents", 0.75, -500),
+    ("time 200 %", 2.0, 0),
+]
+
+TONE_F0 = 220.0
+TONE_HARMONICS = 10
+
+
+# ---------------------------------------------------------------- material
+
+
+def fade(x, ms=10):
+    n = int(RATE * ms / 1000)
+    ramp = np.linspace(0.0, 1.0, n)
+    x[:n] *= ramp[:, None] if x.ndim == 2 else ramp
+    x[-n:] *= ramp[::-1, None] if x.ndim == 2 else ramp[::-1]
+    return x
+
+
+def harmonic_tone(seconds, f0):
+    t = np.arange(int(round(seconds * RATE))) / RATE
+    x = np.zeros_like(t)
+    for h in range(1, TONE_HARMONICS + 1):
+        if h * f0 < RATE / 2 * 0.9:
+            x += np.sin(2 * np.pi * h * f0 * t) / h
+    x *= 0.3
+    return fade(np.stack([x, x], axis=1))
+
+
+def click_positions():
+    rng = np.random.default_rng(11)
+    positions, p = [], int(0.25 * RATE)
+    while p < 10 * RATE - int(0.3 * RATE):
+        positions.append(p)
+        p += int(rng.uniform(0.3, 0.6) * RATE)
+    return np.array(positions)
+
+
+def click_train(length, positions):
+    x = np.zeros((length, 2))
+    for p in positions:
+        if 0 <= p < length:
+            x[p, :] = 0.8
+    return x
+
+
+def pluck(f, seconds, rng):
+    t = np.arange(int(seconds * RATE)) / RATE
+    x = np.zeros_like(t)
+    for h in range(1, 16):
+        if h * f > RATE / 2 * 0.9:
+            break
+        x += np.sin(2 * np.pi * h * f * t + rng.uniform(0, 6.28)) / h ** 1.3 * np.exp(
+            -t * (1.5 + 0.8 * h))
+    return x * np.minimum(1.0, t / 0.002)
+
+
+def instrument():
+    rng = np.random.default_rng(3)
+    out = np.zeros(int(20 * RATE) + RATE)
+    melody = [0, 4, 7, 12, 11, 7, 4, 2, 0, 5, 9, 12, 7, 4, 2, -1]
+    pos = 0
+    for i in range(40):
+        semis = melody[i % len(melody)]
+        length = 0.5 if i % 4 else 0.75
+        note = pluck(196.0 * 2 ** (semis / 12), 1.2, rng)
+        start = int(pos * RATE)
+        end = min(len(out), start + len(note))
+        out[start:end] += note[: end - start]
+        pos += length
+        if pos > 19.5:
+            break
+    out = out[: int(20 * RATE)] * 0.35
+    return fade(np.stack([out, out * 0.9], axis=1))
+
+
+def full_mix():
+    rng = np.random.default_rng(7)
+    seconds, bpm = 44, 112
+    n = seconds * RATE
+    beat = 60.0 / bpm
+    left, right = np.zeros(n + RATE), np.zeros(n + RATE)
+    t = np.arange(int(0.6 * RATE)) / RATE
+    kick = np.sin(2 * np.pi * (50 * t + 60 * (1 - np.exp(-t * 30)) / 30)) * np.exp(-t * 9)
+    snare = (rng.standard_normal(len(t)) * 0.5 + np.sin(2 * np.pi * 190 * t)) * np.exp(-t * 18)
+    hat = np.diff(rng.standard_normal(int(0.08 * RATE) + 1)) * np.exp(-np.arange(
+        int(0.08 * RATE)) / RATE * 60) * 0.25
+    chords = [(0, 4, 7), (9, 0, 4), (5, 9, 0), (7, 11, 2)]
+    for b in range(int(seconds / beat)):
+        s = int(b * beat * RATE)
+        for part, gain, pan in ((kick if b % 2 == 0 else snare, 0.6, 0.5),):
+            left[s:s + len(part)] += part * gain * (1 - pan + 0.5)
+            right[s:s + len(part)] += part * gain * (pan + 0.5)
+        for e in (0, 1):
+            h = s + int(e * beat / 2 * RATE)
+            left[h:h + len(hat)] += hat * 0.8
+            right[h:h + len(hat)] += hat * 1.2
+        chord = chords[(b // 4) % 4]
+        tt = np.arange(int(beat * RATE)) / RATE
+        root = 55.0 * 2 ** (chord[0] / 12)
+        bass = np.sin(2 * np.pi * root * tt) * np.exp(-tt * 3) * 0.35
+        left[s:s + len(bass)] += bass
+        right[s:s + len(bass)] += bass
+        pad = sum(np.sin(2 * np.pi * 220 * 2 ** (c / 12) * tt + c) for c in chord) * 0.05
+        left[s:s + len(pad)] += pad * 1.2
+        right[s:s + len(pad)] += pad * 0.8
+        if b % 2 == 0:
+            note = pluck(440 * 2 ** (chord[b // 2 % 3] / 12), 0.8, rng) * 0.25
+            left[s:s + len(note)] += note * 0.7
+            right[s:s + len(note)] += note * 1.3
+    mix = np.stack([left[:n], right[:n]], axis=1)
+    return fade(mix / np.max(np.abs(mix)) * 0.89)
+
+
+SPEECH = ("The quick brown fox jumps over the lazy dog. A stretched recording should keep its "
+          "voice: every consonant crisp, every vowel at its own pitch. Pack my box with five "
+          "dozen liquor jugs. How vexingly quick daft zebras jump.")
+
+
+def speech(workdir):
+    raw = os.path.join(workdir, "speech-raw.wav")
+    subprocess.run(["espeak-ng", "-s", "150", "-w", raw, SPEECH], check=True)
+    x, sr = sf.read(raw)
+    if x.ndim == 2:
+        x = x[:, 0]
+    # to 44.1 kHz by linear interpolation: the material, not the measurement, so adequate
+    t = np.arange(int(len(x) * RATE / sr)) * sr / RATE
+    y = np.interp(t, np.arange(len(x)), x) * 0.8 / max(1e-9, np.max(np.abs(x)))
+    return fade(np.stack([y, y], axis=1))
+
+
+def make_material(workdir):
+    files = {}
+    for name, signal in (("speech", speech(workdir)), ("instrument", instrument()),
+                         ("full mix", full_mix()), ("harmonic tone", harmonic_tone(8.0, TONE_F0)),
+                         ("click train", click_train(10 * RATE, click_positions()))):
+        path = os.path.join(workdir, name.replace(" ", "-") + ".wav")
+        sf.write(path, signal, RATE, subtype="PCM_16")
+        files[name] = path
+    return files
+
+
+# ---------------------------------------------------------------- tools
+
+
+def tool_commands(morvane, plugin):
+    def mv(i, o, T, c):
+        return [morvane, "render", "-q", "--plugin", plugin, "-t", f"{T * 100:g}", "-p",
+                f"{c:g}", i, o]
+
+    def ss(i, o, T, c):
+        return ["soundstretch", i, o, f"-tempo={(1 / T - 1) * 100:.6f}", f"-pitch={c / 100:g}"]
+
+    def rb2(i, o, T, c):
+        return ["rubberband", "-q", "-t", f"{T:g}", "-p", f"{c / 100:g}", i, o]
+
+    def rb3(i, o, T, c):
+        return ["rubberband", "-q", "--fine", "-t", f"{T:g}", "-p", f"{c / 100:g}", i, o]
+
+    def sx(i, o, T, c):
+        cmd = ["sox", i, o]
+        if T != 1.0:
+            cmd += ["tempo", f"{1 / T:.6f}"]
+        if c != 0:
+            cmd += ["pitch", f"{c:g}"]
+        return cmd
+
+    return [("Morvane", mv), ("soundstretch", ss), ("rubberband R2", rb2),
+            ("rubberband R3 (--fine)", rb3), ("SoX tempo/pitch", sx)]
+
+
+def cpu_seconds(cmd):
+    proc = subprocess.Popen(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    _, status, usage = os.wait4(proc.pid, 0)
+    err = proc.stderr.read().decode(errors="replace")
+    proc.stderr.close()
+    if os.waitstatus_to_exitcode(status) != 0:
+        raise RuntimeError(f"{' '.join(cmd)} failed: {err.strip()[:300]}")
+    return usage.ru_utime + usage.ru_stime
+
+
+# ---------------------------------------------------------------- measurements
+
+
+def mono(x):
+    return x.mean(axis=1) if x.ndim == 2 else x
+
+
+def pitch_cents(out, expected_f0):
+    x = mono(out)
+    n = len(x)
+    x = x[int(0.2 * n):int(0.8 * n)]
+    if len(x) < 4096:
+        return float("nan")
+    size = 1 << int(np.ceil(np.log2(len(x) * 8)))
+    spec = np.abs(np.fft.rfft(x * np.hanning(len(x)), size)) + 1e-20
+    estimates = []
+    for h in (1, 2, 3, 4):
+        target = expected_f0 * h
+        lo = int(target * 2 ** (-150 / 1200) * size / RATE)
+        hi = int(target * 2 ** (150 / 1200) * size / RATE) + 1
+        k = lo + int(np.argmax(spec[lo:hi]))
+        a, b, c = np.log(spec[k - 1:k + 2])
+        shift = 0.5 * (a - c) / (a - 2 * b + c) if (a - 2 * b + c) != 0 else 0.0
+        estimates.append((k + shift) * RATE / size / h)
+    return 1200 * np.log2(np.median(estimates) / expected_f0)
+
+
+def clicks(out, expected):
+    """Kept, lost and doubled clicks, and the median timing error of the kept ones in ms."""
+    x = np.abs(mono(out))
+    if len(x) == 0:
+        return len(expected), 0, 0, float("nan")
+    threshold = 0.3 * np.max(x)
+    above = np.flatnonzero(x >= threshold)
+    events, group = [], []
+    for i in above:  # one event per burst: samples within 5 ms belong together
+        if group and i - group[-1] > int(0.005 * RATE):
+            events.append(group[int(np.argmax(x[group]))])
+            group = []
+        group.append(i)
+    if group:
+        events.append(group[int(np.argmax(x[group]))])
+    events = np.array(events)
+    kept = lost = doubled = 0
+    errors = []
+    for p in expected:
+        near = events[np.abs(events - p) <= int(0.1 * RATE)] if len(events) else []
+        hits = [e for e in near if abs(e - p) <= int(0.01 * RATE)]
+        if hits:
+            kept += 1
+            errors.append(min(abs(e - p) for e in hits) / RATE * 1000)
+        else:
+            lost += 1
+        if len(near) > 1:
+            doubled += 1
+    return kept, lost, doubled, (float(np.median(errors)) if errors else float("nan"))
+
+
+def spectral_distance(out, ideal):
+    """Mean frame-wise log-spectral distance in dB, 50 Hz to 16 kHz, over the common length."""
+    a, b = mono(out), mono(ideal)
+    n = min(len(a), len(b))
+    size, hop = 2048, 512
+    if n < size:
+        return float("nan")
+    window = np.hanning(size)
+    frames = range(0, n - size, hop)
+    A = np.array([np.abs(np.fft.rfft(a[i:i + size] * window)) ** 2 for i in frames])
+    B = np.array([np.abs(np.fft.rfft(b[i:i + size] * window)) ** 2 for i in frames])
+    floor = 1e-10 * max(B.max(), 1e-30)
+    lo, hi = int(50 * size / RATE), int(16000 * size / RATE)
+    d = 10 * np.log10((A[:, lo:hi] + floor) / (B[:, lo:hi] + floor))
+    return float(np.mean(np.sqrt(np.mean(d ** 2, axis=1))))
+
+
+def quality(name, out, n_in, T, cents):
+    q = {"duration_ms": (len(out) - round(n_in * T)) / RATE * 1000}
+    ratio = 2 ** (cents / 1200)
+    if name == "harmonic tone":
+        q["pitch_cents"] = pitch_cents(out, TONE_F0 * ratio)
+        ideal = harmonic_tone(round(n_in * T) / RATE, TONE_F0 * ratio)
+        q["tone_lsd"] = spectral_distance(out, ideal)
+    if name == "click train":
+        expected = np.round(click_positions() * T).astype(int)
+        q["clicks"] = clicks(out, expected)
+        q["click_lsd"] = spectral_distance(out, click_train(round(n_in * T), expected))
+    return q
+
+
+# ---------------------------------------------------------------- report
+
+
+def versions():
+    def deb(p):
+        r = subprocess.run(["dpkg-query", "-W", "-f=${Version}", p], capture_output=True, text=True)
+        return r.stdout.strip() or "?"
+
+    commit = subprocess.run(["git", "rev-parse", "--short", "HEAD"], capture_output=True,
+                            text=True).stdout.strip()
+    cpu = "?"
+    with open("/proc/cpuinfo") as f:
+        info = f.read()
+    m = re.search(r"model name\s*:\s*(.*)", info)
+    if m:
+        cpu = m.group(1)
+    flags = re.search(r"flags\s*:\s*(.*)", info)
+    simd = [f for f in ("avx2", "avx512f", "avx512bw") if flags and f in flags.group(1).split()]
+    return {
+        "machine": f"{cpu}, {os.cpu_count()} cores, {', '.join(simd)}; Linux {platform.release()}",
+        "Morvane": f"git {commit}",
+        "soundstretch": f"Debian soundstretch {deb('soundstretch')}",
+        "rubberband": f"Debian rubberband-cli {deb('rubberband-cli')}",
+        "SoX": f"Debian sox {deb('sox')}",
+    }
+
+
+def fmt(v, spec="{:.1f}"):
+    return "–" if v is None or (isinstance(v, float) and np.isnan(v)) else spec.format(v)
+
+
+def callgrind(morvane, plugin, path, workdir):
+    """Instructions per second of audio on the full mix (AVX2 kernels: valgrind has no AVX-512)."""
+    rows = []
+    seconds = sf.info(path).frames / RATE
+    for label, T, c in SETTINGS:
+        out = os.path.join(workdir, "cg.out")
+        env = dict(os.environ, MORVANE_SIMD="avx2")
+        r = subprocess.run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={out}",
+                            morvane, "render", "-q", "--plugin", plugin, "-t", f"{T * 100:g}",
+                            "-p", f"{c:g}", path, os.path.join(workdir, "cg.wav")],
+                           capture_output=True, text=True, env=env)
+        m = re.search(r"Collected : (\d+)", r.stderr)
+        rows.append((label, int(m.group(1)) / seconds if m else float("nan")))
+    return rows
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--morvane", required=True)
+    ap.add_argument("--plugin", required=True)
+    ap.add_argument("--out", required=True)
+    ap.add_argument("--runs", type=int, default=5)
+    ap.add_argument("--quick", action="store_true", help="only the full mix, for a fast look")
+    ap.add_argument("--no-callgrind", action="store_true")
+    args = ap.parse_args()
+
+    tools = tool_commands(args.morvane, args.plugin)
+    with tempfile.TemporaryDirectory(prefix="morvane-compare-") as work:
+        files = make_material(work)
+        if args.quick:
+            files = {"full mix": files["full mix"]}
+        lengths = {name: sf.info(p).frames for name, p in files.items()}
+        cpu = {}  # (setting, tool, material) -> [seconds]
+        q = {}  # (setting, tool, material) -> quality
+        for run in range(args.runs):
+            for label, T, c in SETTINGS:
+                for name, path in files.items():
+                    for tool, cmd in tools:
+                        out = os.path.join(work, "out.wav")
+                        key = (label, tool, name)
+                        cpu.setdefault(key, []).append(cpu_seconds(cmd(path, out, T, c)))
+                        if run == 0:
+                            y, _ = sf.read(out, always_2d=True)
+                            q[key] = quality(name, y, lengths[name], T, c)
+            print(f"run {run + 1}/{args.runs} done", file=sys.stderr)
+        cg = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
+                                                      files["full mix"], work)
+
+    audio = {name: n / RATE for name, n in lengths.items()}
+    v = versions()
+    lines = [f"# Morvane against the time-stretchers users have — {datetime.date.today()}", "",
+             f"- Machine: {v['machine']}"]
+    lines += [f"- {k}: {v[k]}" for k in ("Morvane", "soundstretch", "rubberband", "SoX")]
+    lines += [f"- Material: {', '.join(f'{n} ({audio[n]:.1f} s)' for n in files)}; stereo "
+              f"44.1 kHz 16-bit WAV, made by bench/compare.py at run time.",
+              f"- Speed: CPU time (user + system) of the whole command, median of {args.runs} "
+              f"runs, as × real time (seconds of input per second of CPU). 'vs Morvane' is the "
+              f"peer's CPU time over Morvane's on all material (above 1: Morvane is faster).",
+              "- Duration error: output length minus round(input × time), in ms, largest "
+              "magnitude over the files.",
+              "- Pitch error on the harmonic tone (220 Hz, 10 harmonics), in cents; clicks "
+              "kept / lost / doubled out of the click train's, with the median timing error of "
+              "the kept ones; spectral distance: mean frame-wise log-spectral distance in dB "
+              "to the ideal result (tone at the target pitch and length, clicks at the scaled "
+              "times), 50 Hz – 16 kHz.", ""]
+    for label, T, c in SETTINGS:
+        lines += [f"## {label}", "",
+                  "| tool | full mix × RT | all material × RT | vs Morvane | duration error ms "
+                  "| pitch error cents | clicks kept/lost/doubled | click timing ms "
+                  "| tone distance dB | click distance dB |",
+                  "|---|---:|---:|---:|---:|---:|---|---:|---:|---:|"]
+        med = {(tool, n): statistics.median(cpu[(label, tool, n)]) for tool, _ in tools
+               for n in files}
+        total = {tool: sum(med[(tool, n)] for n in files) for tool, _ in tools}
+        for tool, _ in tools:
+            mix = audio["full mix"] / med[(tool, "full mix")]
+            allrt = sum(audio.values()) / total[tool]
+            rel = total[tool] / total["Morvane"]
+            dur = max((q[(label, tool, n)]["duration_ms"] for n in files), key=abs)
+            tone = q.get((label, tool, "harmonic tone"), {})
+            ck = q.get((label, tool, "click train"), {})
+            kept = ck.get("clicks")
+            lines.append(
+                f"| {tool} | {mix:.0f} | {allrt:.0f} | "
+                f"{'–' if tool == 'Morvane' else f'{rel:.2f}'} | {dur:+.1f} | "
+                f"{fmt(tone.get('pitch_cents'), '{:+.2f}')} | "
+                f"{f'{kept[0]}/{kept[1]}/{kept[2]}' if kept else '–'} | "
+                f"{fmt(kept[3] if kept else None, '{:.2f}')} | "
+                f"{fmt(tone.get('tone_lsd'))} | {fmt(ck.get('click_lsd'))} |")
+        lines.append("")
+    if cg:
+        lines += ["## Instructions per second of audio (callgrind)", "",
+                  "Morvane on the full mix under `valgrind --tool=callgrind`, whole process, "
+                  "AVX2 kernels (valgrind does not run AVX-512). Stable from run to run, unlike "
+                  "times on a shared machine.", "", "| setting | instructions per second of audio |",
+                  "|---|---:|"]
+        lines += [f"| {label} | {n / 1e6:.1f} M |" for label, n in cg]
+        lines.append("")
+    os.makedirs(args.out, exist_ok=True)
+    path = os.path.join(args.out, f"compare-{datetime.date.today()}.md")
+    with open(path, "w") as f:
+        f.write("\n".join(lines))
+    print("\n".join(lines))
+    print(f"\nwritten to {path}", file=sys.stderr)
+
+
+if __name__ == "__main__":
+    main()
