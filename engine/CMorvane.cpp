@@ -60,11 +60,27 @@ int CMorvane::InitMorvane() {
 void CMorvane::AllocMem() {
     m_bPending = 0;
     m_nSavedFinal = 100;
+    // Hosts set the rate several times before a job; buffers of the right size that no job
+    // has touched are already all zero.
+    if (m_pInBuf != nullptr && m_nAllocRate == nSampleRate) {
+        ClearBuffers();
+        return;
+    }
     delete[] m_pInBuf;
     delete[] m_pOutBuf;
     m_pInBuf = new float[5 * static_cast<size_t>(nSampleRate)]();
     m_pOutBuf = new float[10 * static_cast<size_t>(nSampleRate)]();
+    m_nAllocRate = nSampleRate;
+    m_bDirty = false;
     m_Block.SetBufferPointer(m_pInBuf);
+}
+
+void CMorvane::ClearBuffers() {
+    if (!m_bDirty)
+        return;
+    std::memset(m_pInBuf, 0, sizeof(float) * 5 * static_cast<size_t>(m_nAllocRate));
+    std::memset(m_pOutBuf, 0, sizeof(float) * 10 * static_cast<size_t>(m_nAllocRate));
+    m_bDirty = false;
 }
 
 void CMorvane::SetTimeRate(double rate, bool running) {
@@ -121,8 +137,7 @@ void CMorvane::Restart() {
     // splice search at the end of a stream reads past the held data, so both buffers are cleared
     // whole, not only their history, and the resampler's read position starts again at 0.
     m_Resample.Restart();
-    std::memset(m_pInBuf, 0, sizeof(float) * 5 * static_cast<size_t>(nSampleRate));
-    std::memset(m_pOutBuf, 0, sizeof(float) * 10 * static_cast<size_t>(nSampleRate));
+    ClearBuffers();
 }
 
 void CMorvane::SetActive(bool on) {
@@ -193,6 +208,7 @@ int CMorvane::Segment(float** out, int produced, bool lastFlag) {
 
 int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
     std::lock_guard lock(m_cs);
+    m_bDirty = true;
     count = std::max(count, 0);
     if (!bActive || (dPitchRate == 1.0 && dTimeRate == 1.0)) {
         for (int i = 0; i < count; ++i) {

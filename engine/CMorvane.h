@@ -53,6 +53,7 @@ public:
 
 private:
     void Restart(); // StartToProcess under a lock already held
+    void ClearBuffers();
     int Segment(float** out, int produced, bool lastFlag);
 
     CCriticalSection m_cs;
@@ -66,4 +67,6 @@ private:
     int32_t m_nFill = 0;
     uint8_t m_bPending = 0;
     uint32_t m_nSavedFinal = 100;
+    int m_nAllocRate = 0; // the rate the buffers were sized for
+    bool m_bDirty = true; // a job may have written the buffers since they were last cleared
 };

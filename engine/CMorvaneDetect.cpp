@@ -1,5 +1,6 @@
 #include "CMorvaneDetect.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -59,7 +60,9 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
             if (!(pos < count - H))
                 break;
 
-            std::memset(m_pSpec, 0, sizeof(double) * 2 * N);
+            // Zero padding around the frame and zero imaginary parts, written once.
+            std::fill(m_pSpec, m_pSpec + 2 * offset, 0.0);
+            std::fill(m_pSpec + 2 * (offset + F), m_pSpec + 2 * N, 0.0);
             const float* frame = in + static_cast<long>(s) * ch;
             for (int j = 0; j < F; ++j) {
                 int64_t v;
@@ -71,6 +74,7 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
                 else
                     v = (int64_t{Scale16::Round(frame[j])} * m_Window[j]) >> 15;
                 m_pSpec[2 * (j + offset)] = static_cast<double>(v);
+                m_pSpec[2 * (j + offset) + 1] = 0.0;
             }
 
             m_Fft.Transform(m_pSpec, true);
