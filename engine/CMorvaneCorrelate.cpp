@@ -16,6 +16,10 @@ namespace {
 // Lags done per pass over b: b is loaded once for all of them.
 constexpr int kBatch = 4;
 
+// Each shifted product lies in -1024..1024, so 16-bit lanes can add 31 of them before they are
+// widened into the 32-bit sums.
+constexpr int kRun = 31;
+
 int64_t Scalar32(const int32_t* a, const int32_t* b, int n) {
     int32_t sum = 0; // at most 2^16 terms of at most 2^10 in magnitude
     for (int i = 0; i < n; ++i)
@@ -46,24 +50,36 @@ void PlainLags(const T* a, const T* b, int n, int stride, int count, int64_t* ou
 #if defined(__SSE2__)
 
 // pmulhw keeps the high 16 bits of each 32-bit product; shifting them down by 4 more gives the
-// product shifted by 20, rounded the same way (toward minus infinity). pmaddwd with ones then
-// sums neighbouring pairs into 32-bit lanes.
+// product shifted by 20, rounded the same way (toward minus infinity). Runs of these add up in
+// 16-bit lanes; pmaddwd with ones then sums neighbouring pairs into 32-bit lanes.
 template <int L>
 void Narrow128(const int16_t* a, const int16_t* b, int n, int stride, int64_t* out) {
     const __m128i ones = _mm_set1_epi16(1);
     __m128i s[L];
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         s[k] = _mm_setzero_si128();
     int i = 0;
-    for (; i + 8 <= n; i += 8) {
-        const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
-        for (int k = 0; k < L; ++k) {
-            const __m128i va =
-                _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + k * stride + i));
-            const __m128i p = _mm_srai_epi16(_mm_mulhi_epi16(va, vb), 4);
-            s[k] = _mm_add_epi32(s[k], _mm_madd_epi16(p, ones));
+    while (i + 8 <= n) {
+        __m128i t[L];
+#pragma GCC unroll 4
+        for (int k = 0; k < L; ++k)
+            t[k] = _mm_setzero_si128();
+        const int end = std::min(n - 7, i + kRun * 8);
+        for (; i < end; i += 8) {
+            const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
+#pragma GCC unroll 4
+            for (int k = 0; k < L; ++k) {
+                const __m128i va =
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + k * stride + i));
+                t[k] = _mm_add_epi16(t[k], _mm_srai_epi16(_mm_mulhi_epi16(va, vb), 4));
+            }
         }
+#pragma GCC unroll 4
+        for (int k = 0; k < L; ++k)
+            s[k] = _mm_add_epi32(s[k], _mm_madd_epi16(t[k], ones));
     }
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k) {
         alignas(16) int32_t lane[4];
         _mm_store_si128(reinterpret_cast<__m128i*>(lane), s[k]);
@@ -86,18 +102,30 @@ __attribute__((target("avx2"))) void Narrow256(const int16_t* a, const int16_t* 
                                                int stride, int64_t* out) {
     const __m256i ones = _mm256_set1_epi16(1);
     __m256i s[L];
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         s[k] = _mm256_setzero_si256();
     int i = 0;
-    for (; i + 16 <= n; i += 16) {
-        const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
-        for (int k = 0; k < L; ++k) {
-            const __m256i va =
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + k * stride + i));
-            const __m256i p = _mm256_srai_epi16(_mm256_mulhi_epi16(va, vb), 4);
-            s[k] = _mm256_add_epi32(s[k], _mm256_madd_epi16(p, ones));
+    while (i + 16 <= n) {
+        __m256i t[L];
+#pragma GCC unroll 4
+        for (int k = 0; k < L; ++k)
+            t[k] = _mm256_setzero_si256();
+        const int end = std::min(n - 15, i + kRun * 16);
+        for (; i < end; i += 16) {
+            const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
+#pragma GCC unroll 4
+            for (int k = 0; k < L; ++k) {
+                const __m256i va =
+                    _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + k * stride + i));
+                t[k] = _mm256_add_epi16(t[k], _mm256_srai_epi16(_mm256_mulhi_epi16(va, vb), 4));
+            }
         }
+#pragma GCC unroll 4
+        for (int k = 0; k < L; ++k)
+            s[k] = _mm256_add_epi32(s[k], _mm256_madd_epi16(t[k], ones));
     }
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         out[k] = Sum256(s[k]) + Scalar16(a + k * stride + i, b + i, n - i);
 }
@@ -106,17 +134,20 @@ template <int L>
 __attribute__((target("avx2"))) void Full256(const int32_t* a, const int32_t* b, int n, int stride,
                                              int64_t* out) {
     __m256i s[L];
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         s[k] = _mm256_setzero_si256();
     int i = 0;
     for (; i + 8 <= n; i += 8) {
         const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
+#pragma GCC unroll 4
         for (int k = 0; k < L; ++k) {
             const __m256i va =
                 _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + k * stride + i));
             s[k] = _mm256_add_epi32(s[k], _mm256_srai_epi32(_mm256_mullo_epi32(va, vb), 20));
         }
     }
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         out[k] = Sum256(s[k]) + Scalar32(a + k * stride + i, b + i, n - i);
 }
@@ -127,17 +158,29 @@ __attribute__((target("avx512f,avx512bw"))) void Narrow512(const int16_t* a, con
                                                            int n, int stride, int64_t* out) {
     const __m512i ones = _mm512_set1_epi16(1);
     __m512i s[L];
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         s[k] = _mm512_setzero_si512();
-    for (int i = 0; i < n; i += 32) {
-        const __mmask32 m = n - i >= 32 ? ~__mmask32{0} : (__mmask32{1} << (n - i)) - 1;
-        const __m512i vb = _mm512_maskz_loadu_epi16(m, b + i);
-        for (int k = 0; k < L; ++k) {
-            const __m512i va = _mm512_maskz_loadu_epi16(m, a + k * stride + i);
-            const __m512i p = _mm512_srai_epi16(_mm512_mulhi_epi16(va, vb), 4);
-            s[k] = _mm512_add_epi32(s[k], _mm512_madd_epi16(p, ones));
+    for (int i = 0; i < n;) {
+        __m512i t[L];
+#pragma GCC unroll 4
+        for (int k = 0; k < L; ++k)
+            t[k] = _mm512_setzero_si512();
+        const int end = std::min(n, i + kRun * 32);
+        for (; i < end; i += 32) {
+            const __mmask32 m = end - i >= 32 ? ~__mmask32{0} : (__mmask32{1} << (end - i)) - 1;
+            const __m512i vb = _mm512_maskz_loadu_epi16(m, b + i);
+#pragma GCC unroll 4
+            for (int k = 0; k < L; ++k) {
+                const __m512i va = _mm512_maskz_loadu_epi16(m, a + k * stride + i);
+                t[k] = _mm512_add_epi16(t[k], _mm512_srai_epi16(_mm512_mulhi_epi16(va, vb), 4));
+            }
         }
+#pragma GCC unroll 4
+        for (int k = 0; k < L; ++k)
+            s[k] = _mm512_add_epi32(s[k], _mm512_madd_epi16(t[k], ones));
     }
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         out[k] = _mm512_reduce_add_epi32(s[k]);
 }
@@ -146,16 +189,19 @@ template <int L>
 __attribute__((target("avx512f"))) void Full512(const int32_t* a, const int32_t* b, int n,
                                                 int stride, int64_t* out) {
     __m512i s[L];
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         s[k] = _mm512_setzero_si512();
     for (int i = 0; i < n; i += 16) {
         const __mmask16 m = n - i >= 16 ? __mmask16(0xFFFF) : __mmask16((1u << (n - i)) - 1);
         const __m512i vb = _mm512_maskz_loadu_epi32(m, b + i);
+#pragma GCC unroll 4
         for (int k = 0; k < L; ++k) {
             const __m512i va = _mm512_maskz_loadu_epi32(m, a + k * stride + i);
             s[k] = _mm512_add_epi32(s[k], _mm512_srai_epi32(_mm512_mullo_epi32(va, vb), 20));
         }
     }
+#pragma GCC unroll 4
     for (int k = 0; k < L; ++k)
         out[k] = _mm512_reduce_add_epi32(s[k]);
 }
