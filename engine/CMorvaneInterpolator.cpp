@@ -86,6 +86,7 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
             t = _mm512_add_epi32(t, _mm512_and_si512(_mm512_srai_epi32(t, 31), round));
             t = _mm512_add_epi32(_mm512_loadu_si512(base + j), _mm512_srai_epi32(t, 15));
             const __m512 c = _mm512_mul_ps(_mm512_cvtepi32_ps(t), scale);
+#pragma GCC unroll 2
             for (int h = 0; h < 2; ++h) {
                 const int i = 2 * j + 16 * h;
                 const int left = samples - i;
@@ -174,6 +175,7 @@ __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* p
             t = _mm256_add_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(base + j)),
                                  _mm256_srai_epi32(t, 15));
             const __m256 c = _mm256_mul_ps(_mm256_cvtepi32_ps(t), scale);
+#pragma GCC unroll 2
             for (int h = 0; h < 2; ++h) {
                 const int i = 2 * j + 8 * h;
                 const __m256i m = _mm256_cmpgt_epi32(_mm256_set1_epi32(samples - i), lane);
@@ -187,6 +189,7 @@ __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* p
     __m256 sum = _mm256_setzero_ps();
     for (int j0 = 0; j0 < taps; j0 += 4) {
         __m256d r[4];
+#pragma GCC unroll 4
         for (int k = 0; k < 4; ++k)
             r[k] = _mm256_load_pd(reinterpret_cast<const double*>(q[k] + 2 * j0));
         const __m256d a0 = _mm256_unpacklo_pd(r[0], r[1]); // taps 0 2 of points 0, 1
@@ -196,9 +199,14 @@ __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* p
         const __m256d col[4] = {
             _mm256_permute2f128_pd(a0, a2, 0x20), _mm256_permute2f128_pd(a1, a3, 0x20),
             _mm256_permute2f128_pd(a0, a2, 0x31), _mm256_permute2f128_pd(a1, a3, 0x31)};
-        const int n = taps - j0 < 4 ? taps - j0 : 4;
-        for (int t = 0; t < n; ++t)
-            sum = _mm256_add_ps(sum, _mm256_castpd_ps(col[t]));
+        if (taps - j0 >= 4) {
+#pragma GCC unroll 4
+            for (int t = 0; t < 4; ++t)
+                sum = _mm256_add_ps(sum, _mm256_castpd_ps(col[t]));
+        } else {
+            for (int t = 0; t < taps - j0; ++t)
+                sum = _mm256_add_ps(sum, _mm256_castpd_ps(col[t]));
+        }
     }
     alignas(32) float out[8];
     _mm256_store_ps(out, sum);
