@@ -219,6 +219,49 @@ void Batched(const T* a, const T* b, int n, int stride, int count, int64_t* out)
 
 #endif
 
+// Scale16::Round of each sample, tracking the smallest and largest result.
+void RoundPlain(const float* x, int n, int32_t* out, int32_t& lo, int32_t& hi) {
+    for (int i = 0; i < n; ++i) {
+        out[i] = Scale16::Round(x[i]);
+        lo = std::min(lo, out[i]);
+        hi = std::max(hi, out[i]);
+    }
+}
+
+// The same, four samples at a time: x * 32768 in double is exact, saturation first leaves
+// +-2^24 unchanged by the half-away rounding, and NaN becomes 0.
+__attribute__((target("avx2"))) void RoundAvx2(const float* x, int n, int32_t* out, int32_t& lo,
+                                               int32_t& hi) {
+    const __m256d scale = _mm256_set1_pd(32768.0);
+    const __m256d top = _mm256_set1_pd(Scale16::kLimit);
+    const __m256d bottom = _mm256_set1_pd(-Scale16::kLimit);
+    const __m256d half = _mm256_set1_pd(0.5);
+    const __m256d sign = _mm256_set1_pd(-0.0);
+    __m128i vlo = _mm_set1_epi32(lo);
+    __m128i vhi = _mm_set1_epi32(hi);
+    int i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m256d v = _mm256_mul_pd(_mm256_cvtps_pd(_mm_loadu_ps(x + i)), scale);
+        const __m256d number = _mm256_cmp_pd(v, v, _CMP_ORD_Q);
+        const __m256d c = _mm256_and_pd(_mm256_min_pd(_mm256_max_pd(v, bottom), top), number);
+        // v < 0 ? v - 0.5 : v + 0.5; -0.0 and +0.0 both end at 0
+        const __m256d r = _mm256_add_pd(c, _mm256_or_pd(half, _mm256_and_pd(c, sign)));
+        const __m128i q = _mm256_cvttpd_epi32(r);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), q);
+        vlo = _mm_min_epi32(vlo, q);
+        vhi = _mm_max_epi32(vhi, q);
+    }
+    alignas(16) int32_t l[4];
+    alignas(16) int32_t h[4];
+    _mm_store_si128(reinterpret_cast<__m128i*>(l), vlo);
+    _mm_store_si128(reinterpret_cast<__m128i*>(h), vhi);
+    for (int k = 0; k < 4; ++k) {
+        lo = std::min(lo, l[k]);
+        hi = std::max(hi, h[k]);
+    }
+    RoundPlain(x + i, n - i, out + i, lo, hi);
+}
+
 } // namespace
 
 CMorvaneCorrelate::CMorvaneCorrelate(Isa isa)
@@ -239,15 +282,12 @@ bool CMorvaneCorrelate::Load(const float* a, int aSamples, const float* b, int n
         return false;
     int32_t lo = 0;
     int32_t hi = 0;
-    for (int i = 0; i < aSamples; ++i) {
-        m_pA32[i] = Scale16::Round(a[i]);
-        lo = std::min(lo, m_pA32[i]);
-        hi = std::max(hi, m_pA32[i]);
-    }
-    for (int i = 0; i < n; ++i) {
-        m_pB32[i] = Scale16::Round(b[i]);
-        lo = std::min(lo, m_pB32[i]);
-        hi = std::max(hi, m_pB32[i]);
+    if (m_Isa != Isa::Baseline) {
+        RoundAvx2(a, aSamples, m_pA32, lo, hi);
+        RoundAvx2(b, n, m_pB32, lo, hi);
+    } else {
+        RoundPlain(a, aSamples, m_pA32, lo, hi);
+        RoundPlain(b, n, m_pB32, lo, hi);
     }
     if (lo >= -32768 && hi <= 32767) {
         m_Width = Width::Narrow16;

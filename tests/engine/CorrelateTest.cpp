@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -55,6 +56,16 @@ std::vector<Case> Cases(int n) {
     // Beyond full scale (float files can hold it), saturating at 512 x full scale.
     std::vector<float> wide = Noise(region, 4.0f, 5);
     wide[3] = 1e9f;
+    // Non-finite samples: NaN counts as silence, infinities saturate. Also -0.0 and the
+    // saturation limit itself.
+    wide[4] = NAN;
+    wide[5] = -INFINITY;
+    wide[6] = INFINITY;
+    wide[7] = -0.0f;
+    wide[8] = -512.0f;
+    wide[9] = 512.0f;
+    wide[10] = -0.5f / 32768;
+    wide[11] = 1.5f / 32768;
     cases.push_back({"beyond full scale", wide, Noise(n, 600.0f, 6), Width::Wide64});
     // Small products of mixed sign: every one shifts down to 0 or -1.
     cases.push_back({"quiet", Noise(region, 0.01f, 7), Noise(n, 0.01f, 8), Width::Narrow16});
