@@ -1,5 +1,7 @@
 #include "CMorvaneResample.h"
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstring>
 
@@ -103,16 +105,20 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
     }
 
     const int taps = 2 * half + 1;
+    // Stereo goes through the vector kernels, several frames at a time, wherever every sample
+    // they read is exact there; the samples are checked once each, as the reads move on.
+    const bool vectors = ch == 2 && m_Interpolator.Available();
+    const int batch = vectors ? CMorvaneInterpolator::kBatch : 1;
+    long checked = LONG_MIN; // samples before in[checked] have been found exact
     int k = 0;
-    // Stereo goes through the vector kernels when every sample it may read is exact there.
-    const long first = static_cast<long>(m_dPos) - half;
-    const long last = static_cast<long>(limit) + half + 2;
-    const bool batched = ch == 2 && m_Interpolator.Available() &&
-                         CMorvaneInterpolator::Exact(in + first * ch, (last - first) * ch);
-    while (batched && limit > m_dPos) {
+    while (limit > m_dPos) {
         CMorvaneInterpolator::Point points[CMorvaneInterpolator::kBatch];
         int count = 0;
-        for (; count < CMorvaneInterpolator::kBatch && limit > m_dPos; ++count) {
+        for (; count < batch && limit > m_dPos; ++count) {
+            // The position is split by truncation toward zero, also below zero, where the first
+            // frames of every block read back into the history. There the phase is negative
+            // and the table segment next to the wanted one is extended rather than
+            // interpolated. This is the defined behaviour; floor() would give other numbers.
             const int ip = static_cast<int>(m_dPos);
             const double f8 = (m_dPos - ip) * 8.0;
             const int phase = static_cast<int>(f8);
@@ -121,54 +127,55 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
                              static_cast<int32_t>((f8 - phase) * 32768.0)};
             m_dPos += ratio;
         }
+
         float acc[2 * CMorvaneInterpolator::kBatch];
-        m_Interpolator.Run(points, count, taps, acc);
+        bool exact = false;
+        if (vectors) {
+            const long from = std::max(points[0].x - in, checked);
+            const long to = points[count - 1].x - in + static_cast<long>(taps) * ch;
+            exact = from >= to || CMorvaneInterpolator::Exact(in + from, to - from);
+            if (exact)
+                checked = std::max(checked, to);
+        }
+        if (exact) {
+            m_Interpolator.Run(points, count, taps, acc);
+        } else {
+            for (int i = 0; i < count; ++i)
+                Plain(points[i], taps, ch, acc + 2 * i);
+        }
+
         for (int i = 0; i < count; ++i, ++k) {
             const float a = acc[2 * i] * level;
-            const float b = acc[2 * i + 1] * level;
             out[0][k] = a;
-            out[1][k] = b;
-            if (a > 1.0f || b > 1.0f)
+            if (a > 1.0f)
                 arg->bOver = 1;
+            if (ch == 2) {
+                const float b = acc[2 * i + 1] * level;
+                out[1][k] = b;
+                if (b > 1.0f)
+                    arg->bOver = 1;
+            }
         }
-    }
-    while (limit > m_dPos) {
-        // The position is split by truncation toward zero, also below zero, where the first
-        // frames of every block read back into the history. There the phase is negative and the
-        // table segment next to the wanted one is extended rather than interpolated. This is
-        // the defined behaviour; floor() would give other numbers.
-        const int ip = static_cast<int>(m_dPos);
-        const double f8 = (m_dPos - ip) * 8.0;
-        const int phase = static_cast<int>(f8);
-        const int32_t sub = static_cast<int32_t>((f8 - phase) * 32768.0);
-        const int shift = phase > 3 ? 1 : 0;
-
-        int idx = 8 * shift + 3 - phase;
-        const float* x = in + static_cast<long>(ip - half + shift) * ch;
-        float acc0 = 0.0f;
-        float acc1 = 0.0f;
-        for (int j = 0; j < taps; ++j, idx += 8, x += ch) {
-            const int32_t c = m_Table[idx + 1] + ((m_Table[idx] - m_Table[idx + 1]) * sub) / 32768;
-            const float fc = static_cast<float>(c);
-            acc0 = static_cast<float>(static_cast<double>(acc0) +
-                                      static_cast<double>(x[0] * fc) * 3.0517578125e-5);
-            if (ch == 2)
-                acc1 = static_cast<float>(static_cast<double>(acc1) +
-                                          static_cast<double>(x[1] * fc) * 3.0517578125e-5);
-        }
-        const float a = acc0 * level;
-        out[0][k] = a;
-        if (a > 1.0f)
-            arg->bOver = 1;
-        if (ch == 2) {
-            const float b = acc1 * level;
-            out[1][k] = b;
-            if (b > 1.0f)
-                arg->bOver = 1;
-        }
-        ++k;
-        m_dPos += ratio;
     }
     m_dPos -= n;
     return k;
+}
+
+void CMorvaneResample::Plain(const CMorvaneInterpolator::Point& p, int taps, int ch,
+                             float* acc) const {
+    int idx = p.row;
+    const float* x = p.x;
+    float acc0 = 0.0f;
+    float acc1 = 0.0f;
+    for (int j = 0; j < taps; ++j, idx += 8, x += ch) {
+        const int32_t c = m_Table[idx + 1] + ((m_Table[idx] - m_Table[idx + 1]) * p.sub) / 32768;
+        const float fc = static_cast<float>(c);
+        acc0 = static_cast<float>(static_cast<double>(acc0) +
+                                  static_cast<double>(x[0] * fc) * 3.0517578125e-5);
+        if (ch == 2)
+            acc1 = static_cast<float>(static_cast<double>(acc1) +
+                                      static_cast<double>(x[1] * fc) * 3.0517578125e-5);
+    }
+    acc[0] = acc0;
+    acc[1] = acc1;
 }
