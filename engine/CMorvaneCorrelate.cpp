@@ -13,8 +13,10 @@
 
 namespace {
 
-// Lags done per pass over b: b is loaded once for all of them.
+// Lags done per pass over b: b is loaded once for all of them. AVX-512's 32 registers hold the
+// running sums of 8.
 constexpr int kBatch = 4;
+constexpr int kWideBatch = 8;
 
 // Each shifted product lies in -1024..1024, so 16-bit lanes can add 31 of them before they are
 // widened into the 32-bit sums.
@@ -152,35 +154,48 @@ __attribute__((target("avx2"))) void Full256(const int32_t* a, const int32_t* b,
         out[k] = Sum256(s[k]) + Scalar32(a + k * stride + i, b + i, n - i);
 }
 
-// AVX-512 reads the last partial vector through a mask, which never touches memory past n.
+// AVX-512 reads the last partial vector through a mask, which never touches memory past n; the
+// whole vectors before it go without masks.
 template <int L>
 __attribute__((target("avx512f,avx512bw"))) void Narrow512(const int16_t* a, const int16_t* b,
                                                            int n, int stride, int64_t* out) {
     const __m512i ones = _mm512_set1_epi16(1);
     __m512i s[L];
-#pragma GCC unroll 4
+#pragma GCC unroll 8
     for (int k = 0; k < L; ++k)
         s[k] = _mm512_setzero_si512();
-    for (int i = 0; i < n;) {
+    const int whole = n / 32;
+    for (int v = 0; v < whole;) {
         __m512i t[L];
-#pragma GCC unroll 4
+#pragma GCC unroll 8
         for (int k = 0; k < L; ++k)
             t[k] = _mm512_setzero_si512();
-        const int end = std::min(n, i + kRun * 32);
-        for (; i < end; i += 32) {
-            const __mmask32 m = end - i >= 32 ? ~__mmask32{0} : (__mmask32{1} << (end - i)) - 1;
-            const __m512i vb = _mm512_maskz_loadu_epi16(m, b + i);
-#pragma GCC unroll 4
+        const int end = std::min(whole, v + kRun);
+        for (; v < end; ++v) {
+            const int i = 32 * v;
+            const __m512i vb = _mm512_loadu_si512(b + i);
+#pragma GCC unroll 8
             for (int k = 0; k < L; ++k) {
-                const __m512i va = _mm512_maskz_loadu_epi16(m, a + k * stride + i);
+                const __m512i va = _mm512_loadu_si512(a + k * stride + i);
                 t[k] = _mm512_add_epi16(t[k], _mm512_srai_epi16(_mm512_mulhi_epi16(va, vb), 4));
             }
         }
-#pragma GCC unroll 4
+#pragma GCC unroll 8
         for (int k = 0; k < L; ++k)
             s[k] = _mm512_add_epi32(s[k], _mm512_madd_epi16(t[k], ones));
     }
-#pragma GCC unroll 4
+    const int i = 32 * whole;
+    if (i < n) {
+        const __mmask32 m = (__mmask32{1} << (n - i)) - 1;
+        const __m512i vb = _mm512_maskz_loadu_epi16(m, b + i);
+#pragma GCC unroll 8
+        for (int k = 0; k < L; ++k) {
+            const __m512i va = _mm512_maskz_loadu_epi16(m, a + k * stride + i);
+            const __m512i t = _mm512_srai_epi16(_mm512_mulhi_epi16(va, vb), 4);
+            s[k] = _mm512_add_epi32(s[k], _mm512_madd_epi16(t, ones));
+        }
+    }
+#pragma GCC unroll 8
     for (int k = 0; k < L; ++k)
         out[k] = _mm512_reduce_add_epi32(s[k]);
 }
@@ -206,13 +221,13 @@ __attribute__((target("avx512f"))) void Full512(const int32_t* a, const int32_t*
         out[k] = _mm512_reduce_add_epi32(s[k]);
 }
 
-// Runs a kernel over count lags, kBatch at a time and the rest one by one.
-template <typename T, void (*Many)(const T*, const T*, int, int, int64_t*),
+// Runs a kernel over count lags, Many at a time and the rest one by one.
+template <typename T, int Many, void (*Kernel)(const T*, const T*, int, int, int64_t*),
           void (*One)(const T*, const T*, int, int, int64_t*)>
 void Batched(const T* a, const T* b, int n, int stride, int count, int64_t* out) {
     int j = 0;
-    for (; j + kBatch <= count; j += kBatch)
-        Many(a + static_cast<long>(j) * stride, b, n, stride, out + j);
+    for (; j + Many <= count; j += Many)
+        Kernel(a + static_cast<long>(j) * stride, b, n, stride, out + j);
     for (; j < count; ++j)
         One(a + static_cast<long>(j) * stride, b, n, stride, out + j);
 }
@@ -319,23 +334,26 @@ void CMorvaneCorrelate::Lags(int first, int count, int stride, int64_t* out) con
         const int16_t* a = m_pA16 + offset;
         switch (m_Isa) {
         case Isa::Avx512:
-            Batched<int16_t, Narrow512<kBatch>, Narrow512<1>>(a, m_pB16, n, stride, count, out);
+            Batched<int16_t, kWideBatch, Narrow512<kWideBatch>, Narrow512<1>>(a, m_pB16, n, stride,
+                                                                              count, out);
             return;
         case Isa::Avx2:
-            Batched<int16_t, Narrow256<kBatch>, Narrow256<1>>(a, m_pB16, n, stride, count, out);
+            Batched<int16_t, kBatch, Narrow256<kBatch>, Narrow256<1>>(a, m_pB16, n, stride, count,
+                                                                      out);
             return;
         case Isa::Baseline:
-            Batched<int16_t, Narrow128<kBatch>, Narrow128<1>>(a, m_pB16, n, stride, count, out);
+            Batched<int16_t, kBatch, Narrow128<kBatch>, Narrow128<1>>(a, m_pB16, n, stride, count,
+                                                                      out);
             return;
         }
     }
     const int32_t* a = m_pA32 + offset;
     switch (m_Isa) {
     case Isa::Avx512:
-        Batched<int32_t, Full512<kBatch>, Full512<1>>(a, m_pB32, n, stride, count, out);
+        Batched<int32_t, kBatch, Full512<kBatch>, Full512<1>>(a, m_pB32, n, stride, count, out);
         return;
     case Isa::Avx2:
-        Batched<int32_t, Full256<kBatch>, Full256<1>>(a, m_pB32, n, stride, count, out);
+        Batched<int32_t, kBatch, Full256<kBatch>, Full256<1>>(a, m_pB32, n, stride, count, out);
         return;
     case Isa::Baseline:
         break;
