@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
 
 namespace {
 
@@ -27,6 +29,13 @@ inline float Clean(float x) {
     return x > 0 ? kMaxSample : -kMaxSample;
 }
 
+float* Zeroed(size_t n) {
+    auto* p = static_cast<float*>(std::calloc(n, sizeof(float)));
+    if (p == nullptr)
+        throw std::bad_alloc();
+    return p;
+}
+
 double SafeRate(double rate) {
     return rate == rate ? std::clamp(rate, 0.5, 2.0) : 1.0;
 }
@@ -39,8 +48,8 @@ CMorvane::CMorvane() {
 }
 
 CMorvane::~CMorvane() {
-    delete[] m_pInBuf;
-    delete[] m_pOutBuf;
+    std::free(m_pInBuf);
+    std::free(m_pOutBuf);
 }
 
 int CMorvane::InitMorvane() {
@@ -66,10 +75,12 @@ void CMorvane::AllocMem() {
         ClearBuffers();
         return;
     }
-    delete[] m_pInBuf;
-    delete[] m_pOutBuf;
-    m_pInBuf = new float[5 * static_cast<size_t>(nSampleRate)]();
-    m_pOutBuf = new float[10 * static_cast<size_t>(nSampleRate)]();
+    std::free(m_pInBuf);
+    std::free(m_pOutBuf);
+    // calloc: fresh pages come zeroed from the system, so the parts a job never reaches cost
+    // nothing.
+    m_pInBuf = Zeroed(5 * static_cast<size_t>(nSampleRate));
+    m_pOutBuf = Zeroed(10 * static_cast<size_t>(nSampleRate));
     m_nAllocRate = nSampleRate;
     m_bDirty = false;
     m_Block.SetBufferPointer(m_pInBuf);

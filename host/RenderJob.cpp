@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <vector>
+#include <memory>
 
 #include "AudioReader.h"
 #include "AudioWriter.h"
@@ -113,9 +113,12 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
     // Each call asks for more output than the plug-in can hold, so its queue never fills.
     const int block = m_settings.blockSize;
     const int room = 4 * block + 4 * rate;
-    std::vector<float> fileBuf(static_cast<size_t>(block) * channels);
-    std::vector<float> inL(block), inR(block), outL(room), outR(room);
-    std::vector<float> interleaved(static_cast<size_t>(room) * channels);
+    // Left uninitialised: each call reads only what was written before it, and the output
+    // buffers, sized for the worst case, are mostly never touched.
+    const auto buffer = [](size_t n) { return std::unique_ptr<float[]>(new float[n]); };
+    const auto fileBuf = buffer(static_cast<size_t>(block) * channels);
+    const auto inL = buffer(block), inR = buffer(block), outL = buffer(room), outR = buffer(room);
+    const auto interleaved = buffer(static_cast<size_t>(room) * channels);
 
     p.Dispatch(effStartProcess);
     p.Dispatch(effSetTotalSampleToProcess, 0, static_cast<VstIntPtr>(total));
@@ -126,7 +129,7 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
     sf_count_t taken = 0, held = 0, heldAt = 0, toSkip = latency, written = 0;
     for (int guard = 0;; ++guard) {
         if (heldAt == held && taken < total) {
-            held = reader->Read(fileBuf.data(), block);
+            held = reader->Read(fileBuf.get(), block);
             heldAt = 0;
             if (held <= 0)
                 throw InputError("cannot read " + input + ": the file ends early");
@@ -137,8 +140,8 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         }
         const VstInt32 offer = static_cast<VstInt32>(held - heldAt);
         VstInt32 in = 0, out = 0;
-        float* ins[2] = {inL.data() + heldAt, inR.data() + heldAt};
-        float* outs[2] = {outL.data(), outR.data()};
+        float* ins[2] = {inL.get() + heldAt, inR.get() + heldAt};
+        float* outs[2] = {outL.get(), outR.get()};
         VstVariableIo io{ins, outs, offer, room, &in, &out};
         in = offer; // a plug-in that does not say takes everything
         p.Dispatch(effProcessVarIo, 0, 0, &io);
@@ -150,9 +153,10 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         sf_count_t from = std::min<sf_count_t>(toSkip, out);
         toSkip -= from;
         const sf_count_t n = std::min<sf_count_t>(out - from, length - written);
+        float peak = result.peak; // a local, which the stores below cannot alias
         for (sf_count_t i = 0; i < n; ++i) {
             const float l = outL[from + i], r = outR[from + i];
-            result.peak = std::max({result.peak, std::fabs(l), std::fabs(r)});
+            peak = std::max({peak, std::fabs(l), std::fabs(r)});
             if (channels == 2) {
                 interleaved[2 * i] = l;
                 interleaved[2 * i + 1] = r;
@@ -160,8 +164,9 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
                 interleaved[i] = l;
             }
         }
+        result.peak = peak;
         try {
-            writer->Write(interleaved.data(), n);
+            writer->Write(interleaved.get(), n);
         } catch (const std::exception& e) {
             throw OutputError(e.what());
         }
@@ -175,11 +180,12 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
     }
 
     // The engine's length is right to a few milliseconds; the file is right to the frame.
-    std::fill(interleaved.begin(), interleaved.end(), 0.0f);
+    const size_t silence = static_cast<size_t>(std::clamp<sf_count_t>(length - written, 0, room));
+    std::fill(interleaved.get(), interleaved.get() + silence * channels, 0.0f);
     while (written < length) {
         const sf_count_t n = std::min<sf_count_t>(length - written, room);
         try {
-            writer->Write(interleaved.data(), n);
+            writer->Write(interleaved.get(), n);
         } catch (const std::exception& e) {
             throw OutputError(e.what());
         }

@@ -5,7 +5,42 @@
 #include <cstring>
 #include <mutex>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "AMorvane.h"
+
+namespace {
+
+// Multiplies n samples by gain and returns the largest magnitude among the results (0 for none;
+// NaN never counts).
+float ScaleAndPeak(float* x, int64_t n, float gain) {
+    float peak = 0.0f;
+    int64_t i = 0;
+#if defined(__SSE2__)
+    // maxps(a, b) is a > b ? a : b, the same choice as std::max(b, a), NaN included.
+    const __m128 g = _mm_set1_ps(gain);
+    const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
+    __m128 p = _mm_setzero_ps();
+    for (; i + 4 <= n; i += 4) {
+        const __m128 v = _mm_mul_ps(_mm_loadu_ps(x + i), g);
+        _mm_storeu_ps(x + i, v);
+        p = _mm_max_ps(_mm_and_ps(v, magnitude), p);
+    }
+    alignas(16) float lanes[4];
+    _mm_store_ps(lanes, p);
+    for (float l : lanes)
+        peak = std::max(peak, l);
+#endif
+    for (; i < n; ++i) {
+        x[i] *= gain;
+        peak = std::max(peak, std::fabs(x[i]));
+    }
+    return peak;
+}
+
+} // namespace
 
 void AMorvane::FreeBuffers() {
     for (int c = 0; c < 2; ++c) {
@@ -48,9 +83,10 @@ VstInt32 AMorvane::startProcess() {
     m_nTotal = 0;
     m_nConsumed = 0;
     m_Engine.StartToProcess();
+    // The job's output starts with the announced delay as silence. Nothing past the fill is
+    // ever read, so only that much is cleared: the rest of the FIFO stays untouched memory.
     for (int c = 0; c < 2; ++c)
-        std::memset(m_pFifo[c], 0, sizeof(float) * m_nCapacity);
-    // The job's output starts with the announced delay as silence.
+        std::memset(m_pFifo[c], 0, sizeof(float) * cEffect.initialDelay);
     m_nFill = m_nWrite = cEffect.initialDelay;
     std::fill(std::begin(m_fMeter), std::end(m_fMeter), 0.0f);
     m_nProcessCount = 0xFFFF;
@@ -143,14 +179,8 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
 
     if (n < 1)
         return true;
-    float* left = io->outputs[0];
-    float* right = io->outputs[1];
-    for (int64_t i = 0; i < n; ++i) {
-        left[i] *= m_fGain;
-        right[i] *= m_fGain;
-        m_fMeter[2] = std::max(m_fMeter[2], std::fabs(left[i]));
-        m_fMeter[3] = std::max(m_fMeter[3], std::fabs(right[i]));
-    }
+    m_fMeter[2] = ScaleAndPeak(io->outputs[0], n, m_fGain);
+    m_fMeter[3] = ScaleAndPeak(io->outputs[1], n, m_fGain);
     return true;
 }
 

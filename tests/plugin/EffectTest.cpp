@@ -156,6 +156,13 @@ TEST_F(Effect, MetersFollowEachCallAndOversAreReportedOnce) {
     EXPECT_EQ(0.0f, m[1]);
     EXPECT_GT(m[2], 1.0f);
     EXPECT_GT(m[3], 1.0f);
+    // exactly the largest magnitude of what this call put out, on either side
+    ASSERT_GT(written, 0);
+    float peak = 0.0f;
+    for (int i = 0; i < written; ++i)
+        peak = std::max(peak, std::fabs(out0[i]));
+    EXPECT_EQ(peak, m[2]);
+    EXPECT_EQ(peak, m[3]);
     EXPECT_TRUE(e.GetClip());
     EXPECT_FALSE(e.GetClip());
     e.processVariableIo(nullptr);
