@@ -15,7 +15,7 @@ public:
     static constexpr int kCurveLen = 1024; // analysis frames per Detect call
     static_assert(kMaxFrame <= CMorvaneFft::kMaxPoints);
 
-    CMorvaneDetect();
+    explicit CMorvaneDetect(CMorvaneIsa::Level isa = CMorvaneIsa::Detected());
     ~CMorvaneDetect();
     CMorvaneDetect(const CMorvaneDetect&) = delete;
     CMorvaneDetect& operator=(const CMorvaneDetect&) = delete;
@@ -37,13 +37,23 @@ public:
     int FFTSize() const { return m_nFFT; }
     int32_t Window(int i) const { return m_Window[i]; }
 
+    // The two flux curves of the last Detect call, index 1 up to the last frame it analysed.
+    const double* FluxPos() const { return m_pFluxPos; }
+    const double* FluxAbs() const { return m_pFluxAbs; }
+
 private:
+    void WindowFrame(const float* frame, int ch, int F, double* out) const;
+    void Magnitudes(int bins, double scale, double norm);
+
+    CMorvaneIsa::Level m_Isa;
     int32_t m_nFFT = 1;
     CMorvaneFft m_Fft;
     int32_t m_Window[kMaxFrame + 1] = {};
     double* m_pFluxPos; // net magnitude rise per frame, floored at 0
     double* m_pFluxAbs; // total absolute magnitude change per frame
+    double* m_pFrame;   // the windowed frame amid its zero padding, in natural order
     double* m_pSpec;    // transform work buffer, interleaved (re, im)
+    double* m_pDiff;    // each bin's change of magnitude in the current frame
     double* m_pMag1;    // magnitudes one hop back ...
     double* m_pMag2;    // ... and two hops back, which is what each frame is compared with
 };

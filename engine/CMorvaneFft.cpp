@@ -24,11 +24,12 @@ void FillTwiddles(double* w, int n, bool forward) {
 } // namespace
 
 CMorvaneFft::CMorvaneFft(CMorvaneIsa::Level isa)
-    : m_Isa(CMorvaneIsa::Usable(isa)), m_pSwaps(new int[kMaxPoints]),
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_pSwaps(new int[kMaxPoints]), m_pRev(new int[kMaxPoints]),
       m_pForward(new double[2 * kMaxPoints]), m_pInverse(new double[2 * kMaxPoints]) {}
 
 CMorvaneFft::~CMorvaneFft() {
     delete[] m_pSwaps;
+    delete[] m_pRev;
     delete[] m_pForward;
     delete[] m_pInverse;
 }
@@ -45,6 +46,7 @@ bool CMorvaneFft::Prepare(int n) {
         int j = 0;
         for (int b = 0; b < bits; ++b)
             j |= ((i >> b) & 1) << (bits - 1 - b);
+        m_pRev[i] = j;
         if (i < j) {
             m_pSwaps[m_nSwaps++] = i;
             m_pSwaps[m_nSwaps++] = j;
@@ -67,15 +69,23 @@ void CMorvaneFft::Transform(double* data, bool forward) const {
         std::swap(data[2 * i], data[2 * j]);
         std::swap(data[2 * i + 1], data[2 * j + 1]);
     }
-    const double* twiddles = forward ? m_pForward : m_pInverse;
+    Butterflies(data, forward);
     if (m_Isa != CMorvaneIsa::Baseline) {
-        Butterflies256(data, twiddles);
         Divide256(data, 2 * n, m_dScale);
     } else {
-        Butterflies(data, twiddles);
         for (int i = 0; i < 2 * n; ++i)
             data[i] /= m_dScale;
     }
+}
+
+void CMorvaneFft::Butterflies(double* data, bool forward) const {
+    if (m_nPoints == 0)
+        return;
+    const double* twiddles = forward ? m_pForward : m_pInverse;
+    if (m_Isa != CMorvaneIsa::Baseline)
+        Butterflies256(data, twiddles);
+    else
+        PlainButterflies(data, twiddles);
 }
 
 // A true division per element, four at a time: the divisor is not a power of two for odd
@@ -90,7 +100,7 @@ __attribute__((target("avx2"))) void CMorvaneFft::Divide256(double* data, int co
         data[i] /= divisor;
 }
 
-void CMorvaneFft::Butterflies(double* data, const double* twiddles) const {
+void CMorvaneFft::PlainButterflies(double* data, const double* twiddles) const {
     const int n = m_nPoints;
     for (int m = 1; m < n; m <<= 1) {
         const double* w = twiddles + 2 * (m - 1);

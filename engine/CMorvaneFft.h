@@ -24,8 +24,15 @@ public:
     // In place on m_nPoints interleaved (re, im) pairs; see fft().
     void Transform(double* data, bool forward) const;
 
+    // The parts of Transform, for callers that place their input in bit-reversed order
+    // themselves (Reversal()[i] is the natural index that goes to position i) and divide by
+    // Scale() only what they use: Transform is the swaps, Butterflies, then each value / Scale().
+    const int* Reversal() const { return m_pRev; }
+    void Butterflies(double* data, bool forward) const;
+    double Scale() const { return m_dScale; }
+
 private:
-    void Butterflies(double* data, const double* twiddles) const;
+    void PlainButterflies(double* data, const double* twiddles) const;
     void Butterflies256(double* data, const double* twiddles) const;
     static void Divide256(double* data, int count, double divisor);
 
@@ -34,6 +41,7 @@ private:
     int m_nSwaps = 0;
     double m_dScale = 1.0;
     int* m_pSwaps;      // pairs of indices to exchange
+    int* m_pRev;        // bit reversal of each index
     double* m_pForward; // per stage m, m pairs (wr, wi); stage m starts at 2 * (m - 1)
     double* m_pInverse;
 };
