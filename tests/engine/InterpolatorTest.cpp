@@ -110,6 +110,21 @@ TEST(Interpolator, ExactRefusesSamplesItCouldRoundDifferently) {
         const float x[] = {0.5f, bad};
         EXPECT_FALSE(CMorvaneInterpolator::Exact(x, 2)) << bad;
     }
+    // Every position of a longer run, where samples are tested several at a time, and the
+    // limits themselves there.
+    std::vector<float> run(37);
+    for (size_t i = 0; i < run.size(); ++i)
+        run[i] = ok[i % 5] * (i % 2 ? 1.0f : -1.0f);
+    ASSERT_TRUE(CMorvaneInterpolator::Exact(run.data(), static_cast<long>(run.size())));
+    for (float bad : {0x1p-112f, std::nextafter(0x1p100f, INFINITY), -INFINITY, NAN}) {
+        for (size_t i = 0; i < run.size(); ++i) {
+            std::vector<float> x = run;
+            x[i] = bad;
+            EXPECT_FALSE(CMorvaneInterpolator::Exact(x.data(), static_cast<long>(x.size())))
+                << bad << " at " << i;
+            EXPECT_TRUE(CMorvaneInterpolator::Exact(x.data(), static_cast<long>(i))) << i;
+        }
+    }
 }
 
 // The plain resampling loop, in full, as the reference for whole calls.

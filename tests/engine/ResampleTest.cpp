@@ -188,6 +188,24 @@ TEST(Resample, OnlyPositiveOversAreFlagged) {
     float in = std::nextafter(1.0f, 2.0f);
     r.Resample(outs, &in, 1, &arg, true);
     EXPECT_EQ(1, arg.bOver);
+
+    // Stereo, at every frame and on either side, after the level is applied.
+    arg.nChannels = 2;
+    arg.fOutputLevel = 0.5f;
+    const int n = 13;
+    std::vector<float> o0(n), o1(n);
+    float* outs2[2] = {o0.data(), o1.data()};
+    for (int i = 0; i < 2 * n; ++i) {
+        for (float v : {2.0f, std::nextafter(2.0f, 3.0f), -5.0f, NAN}) {
+            std::vector<float> x(2 * n, 0.25f);
+            x[i] = v;
+            arg.bOver = 0;
+            ASSERT_EQ(n, r.Resample(outs2, x.data(), n, &arg, true));
+            EXPECT_EQ(v > 2.0f ? 1 : 0, arg.bOver) << v << " at " << i;
+            const float got = (i % 2 ? o1 : o0)[i / 2];
+            EXPECT_TRUE(got == 0.5f * v || (std::isnan(v) && std::isnan(got))) << v << " at " << i;
+        }
+    }
 }
 
 TEST(Resample, MovesFrequencyByTheRatioWithoutDelay) {
