@@ -16,6 +16,55 @@ constexpr int kRowStride = CMorvaneInterpolator::kRowStride;
 constexpr int kRowLen = 2 * kRowStride;    // products per point, a pair per tap
 constexpr float kScale = 3.0517578125e-5f; // 2^-15
 
+// The coefficients of 16 taps: base + delta * sub / 32768, the quotient truncated toward zero
+// as integer division is, then scaled by 2^-15 (exact).
+__attribute__((target("avx512f"), always_inline)) inline __m512
+Coefficients512(const int32_t* base, const int32_t* delta, __m512i sub) {
+    __m512i t = _mm512_mullo_epi32(_mm512_loadu_si512(delta), sub);
+    t = _mm512_add_epi32(t, _mm512_and_si512(_mm512_srai_epi32(t, 31), _mm512_set1_epi32(32767)));
+    t = _mm512_add_epi32(_mm512_loadu_si512(base), _mm512_srai_epi32(t, 15));
+    return _mm512_mul_ps(_mm512_cvtepi32_ps(t), _mm512_set1_ps(kScale));
+}
+
+// Eight taps of eight points, from rows of kRowLen / 2 (left, right) pairs, turned into eight
+// vectors, each holding one tap of every point.
+__attribute__((target("avx512f"), always_inline)) inline void Transpose8(const double* row,
+                                                                         __m512d* col) {
+    constexpr int kStride = kRowLen / 2;
+    __m512d r[8];
+#pragma GCC unroll 8
+    for (int k = 0; k < 8; ++k)
+        r[k] = _mm512_load_pd(row + k * kStride);
+    // taps 0 2 4 6 and 1 3 5 7 of points (0, 1), (2, 3), (4, 5), (6, 7)
+    const __m512d a0 = _mm512_unpacklo_pd(r[0], r[1]);
+    const __m512d a1 = _mm512_unpackhi_pd(r[0], r[1]);
+    const __m512d a2 = _mm512_unpacklo_pd(r[2], r[3]);
+    const __m512d a3 = _mm512_unpackhi_pd(r[2], r[3]);
+    const __m512d a4 = _mm512_unpacklo_pd(r[4], r[5]);
+    const __m512d a5 = _mm512_unpackhi_pd(r[4], r[5]);
+    const __m512d a6 = _mm512_unpacklo_pd(r[6], r[7]);
+    const __m512d a7 = _mm512_unpackhi_pd(r[6], r[7]);
+    // taps (0, 4), (1, 5), (2, 6), (3, 7) of points 0-3 and of points 4-7
+    const __m512i lo = _mm512_set_epi64(13, 12, 5, 4, 9, 8, 1, 0);
+    const __m512i hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
+    const __m512d b0 = _mm512_permutex2var_pd(a0, lo, a2);
+    const __m512d b1 = _mm512_permutex2var_pd(a1, lo, a3);
+    const __m512d b2 = _mm512_permutex2var_pd(a0, hi, a2);
+    const __m512d b3 = _mm512_permutex2var_pd(a1, hi, a3);
+    const __m512d b4 = _mm512_permutex2var_pd(a4, lo, a6);
+    const __m512d b5 = _mm512_permutex2var_pd(a5, lo, a7);
+    const __m512d b6 = _mm512_permutex2var_pd(a4, hi, a6);
+    const __m512d b7 = _mm512_permutex2var_pd(a5, hi, a7);
+    col[0] = _mm512_shuffle_f64x2(b0, b4, 0x44);
+    col[1] = _mm512_shuffle_f64x2(b1, b5, 0x44);
+    col[2] = _mm512_shuffle_f64x2(b2, b6, 0x44);
+    col[3] = _mm512_shuffle_f64x2(b3, b7, 0x44);
+    col[4] = _mm512_shuffle_f64x2(b0, b4, 0xEE);
+    col[5] = _mm512_shuffle_f64x2(b1, b5, 0xEE);
+    col[6] = _mm512_shuffle_f64x2(b2, b6, 0xEE);
+    col[7] = _mm512_shuffle_f64x2(b3, b7, 0xEE);
+}
+
 } // namespace
 
 CMorvaneInterpolator::CMorvaneInterpolator(CMorvaneIsa::Level isa)
@@ -94,8 +143,6 @@ void CMorvaneInterpolator::Run(const Point* points, int count, int taps, float* 
 __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point* points, int count,
                                                                      int taps, float* acc) const {
     alignas(64) float q[kBatch][kRowLen];
-    const __m512i round = _mm512_set1_epi32(32767);
-    const __m512 scale = _mm512_set1_ps(kScale);
     const __m512i pairsLo = _mm512_set_epi32(7, 7, 6, 6, 5, 5, 4, 4, 3, 3, 2, 2, 1, 1, 0, 0);
     const __m512i pairsHi =
         _mm512_set_epi32(15, 15, 14, 14, 13, 13, 12, 12, 11, 11, 10, 10, 9, 9, 8, 8);
@@ -110,13 +157,18 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
         const int32_t* base = m_Base + p.row * kRowStride;
         const int32_t* delta = m_Delta + p.row * kRowStride;
         const __m512i sub = _mm512_set1_epi32(p.sub);
-        for (int j = 0; j < taps; j += 16) {
-            // base + delta * sub / 32768, the quotient truncated toward zero as integer
-            // division is, then scaled by 2^-15 (exact)
-            __m512i t = _mm512_mullo_epi32(_mm512_loadu_si512(delta + j), sub);
-            t = _mm512_add_epi32(t, _mm512_and_si512(_mm512_srai_epi32(t, 31), round));
-            t = _mm512_add_epi32(_mm512_loadu_si512(base + j), _mm512_srai_epi32(t, 15));
-            const __m512 c = _mm512_mul_ps(_mm512_cvtepi32_ps(t), scale);
+        int j = 0;
+        for (; j + 16 <= taps; j += 16) { // whole vectors: plain loads
+            const __m512 c = Coefficients512(base + j, delta + j, sub);
+            const float* x = p.x + 2 * j;
+            float* out = q[k] + 2 * j;
+            _mm512_store_ps(out,
+                            _mm512_mul_ps(_mm512_loadu_ps(x), _mm512_permutexvar_ps(pairsLo, c)));
+            _mm512_store_ps(out + 16, _mm512_mul_ps(_mm512_loadu_ps(x + 16),
+                                                    _mm512_permutexvar_ps(pairsHi, c)));
+        }
+        if (j < taps) { // the rest through masks, which never read past the last tap
+            const __m512 c = Coefficients512(base + j, delta + j, sub);
 #pragma GCC unroll 2
             for (int h = 0; h < 2; ++h) {
                 const int i = 2 * j + 16 * h;
@@ -131,47 +183,19 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
         }
     }
 
-    const __m512i lo = _mm512_set_epi64(13, 12, 5, 4, 9, 8, 1, 0);
-    const __m512i hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
     __m512 sum = _mm512_setzero_ps();
-    for (int j0 = 0; j0 < taps; j0 += 8) {
-        const double* row = reinterpret_cast<const double*>(q[0] + 2 * j0);
-        constexpr int kStride = kRowLen / 2; // in (left, right) pairs
-        __m512d r[8];
+    __m512d col[8];
+    int j0 = 0;
+    for (; j0 + 8 <= taps; j0 += 8) {
+        Transpose8(reinterpret_cast<const double*>(q[0] + 2 * j0), col);
 #pragma GCC unroll 8
-        for (int k = 0; k < 8; ++k)
-            r[k] = _mm512_load_pd(row + k * kStride);
-        // taps 0 2 4 6 and 1 3 5 7 of points (0, 1), (2, 3), (4, 5), (6, 7)
-        const __m512d a0 = _mm512_unpacklo_pd(r[0], r[1]);
-        const __m512d a1 = _mm512_unpackhi_pd(r[0], r[1]);
-        const __m512d a2 = _mm512_unpacklo_pd(r[2], r[3]);
-        const __m512d a3 = _mm512_unpackhi_pd(r[2], r[3]);
-        const __m512d a4 = _mm512_unpacklo_pd(r[4], r[5]);
-        const __m512d a5 = _mm512_unpackhi_pd(r[4], r[5]);
-        const __m512d a6 = _mm512_unpacklo_pd(r[6], r[7]);
-        const __m512d a7 = _mm512_unpackhi_pd(r[6], r[7]);
-        // taps (0, 4), (1, 5), (2, 6), (3, 7) of points 0-3 and of points 4-7
-        const __m512d b0 = _mm512_permutex2var_pd(a0, lo, a2);
-        const __m512d b1 = _mm512_permutex2var_pd(a1, lo, a3);
-        const __m512d b2 = _mm512_permutex2var_pd(a0, hi, a2);
-        const __m512d b3 = _mm512_permutex2var_pd(a1, hi, a3);
-        const __m512d b4 = _mm512_permutex2var_pd(a4, lo, a6);
-        const __m512d b5 = _mm512_permutex2var_pd(a5, lo, a7);
-        const __m512d b6 = _mm512_permutex2var_pd(a4, hi, a6);
-        const __m512d b7 = _mm512_permutex2var_pd(a5, hi, a7);
-        const __m512d col[8] = {
-            _mm512_shuffle_f64x2(b0, b4, 0x44), _mm512_shuffle_f64x2(b1, b5, 0x44),
-            _mm512_shuffle_f64x2(b2, b6, 0x44), _mm512_shuffle_f64x2(b3, b7, 0x44),
-            _mm512_shuffle_f64x2(b0, b4, 0xEE), _mm512_shuffle_f64x2(b1, b5, 0xEE),
-            _mm512_shuffle_f64x2(b2, b6, 0xEE), _mm512_shuffle_f64x2(b3, b7, 0xEE)};
-        if (taps - j0 >= 8) {
-#pragma GCC unroll 8
-            for (int t = 0; t < 8; ++t)
-                sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
-        } else {
-            for (int t = 0; t < taps - j0; ++t)
-                sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
-        }
+        for (int t = 0; t < 8; ++t)
+            sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
+    }
+    if (j0 < taps) {
+        Transpose8(reinterpret_cast<const double*>(q[0] + 2 * j0), col);
+        for (int t = 0; t < taps - j0; ++t)
+            sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
     }
     alignas(64) float out[16];
     _mm512_store_ps(out, sum);
