@@ -6,7 +6,7 @@
 // prepared once: the bit-reversal swaps and, for every stage and both directions, the twiddles
 // taken of the same accumulated angles. The butterflies are the same operations in the same
 // order per element, so the output is the same to the bit; the AVX2 path runs two butterflies
-// per instruction.
+// per instruction, the AVX-512 path four.
 class CMorvaneFft {
 public:
     static constexpr int kMaxPoints = 8192;
@@ -34,6 +34,7 @@ public:
 private:
     void PlainButterflies(double* data, const double* twiddles) const;
     void Butterflies256(double* data, const double* twiddles) const;
+    void Butterflies512(double* data, const double* twiddles) const;
     static void Divide256(double* data, int count, double divisor);
 
     CMorvaneIsa::Level m_Isa;
