@@ -89,6 +89,38 @@ __attribute__((target("avx2"))) int MagnitudesAvx2(const double* spec, int bins,
     return b;
 }
 
+// The frame placed in bit-reversed order and taken through the transform's first two stages in
+// one pass. Positions i..i+3 (i a multiple of 4) hold natural indices r, r + N/2, r + N/4 and
+// r + 3N/4. The input is real and the twiddles of both stages' first butterflies are exactly
+// (1, 0), so every value these stages make is the one the complex butterflies make, or a zero
+// whose sign may differ; such a sign never reaches a magnitude (the squares are +0).
+void FirstTwoStages(const double* f, const int* rev, int N, const double* w, double* spec) {
+    const double wr = w[0];
+    const double wi = w[1];
+    for (int i = 0; i < N; i += 4) {
+        const int r = rev[i];
+        const double x0 = f[r];
+        const double x1 = f[r + N / 2];
+        const double x2 = f[r + N / 4];
+        const double x3 = f[r + 3 * N / 4];
+        const double s0 = x0 + x1;
+        const double d0 = x0 - x1;
+        const double s1 = x2 + x3;
+        const double d1 = x2 - x3;
+        const double tr = wr * d1;
+        const double ti = wi * d1;
+        double* o = spec + 2 * i;
+        o[0] = s0 + s1;
+        o[1] = 0.0;
+        o[2] = d0 + tr;
+        o[3] = ti;
+        o[4] = s0 - s1;
+        o[5] = 0.0;
+        o[6] = d0 - tr;
+        o[7] = -ti;
+    }
+}
+
 } // namespace
 
 CMorvaneDetect::CMorvaneDetect(CMorvaneIsa::Level isa)
@@ -163,6 +195,9 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
         const int offset = (N - F) / 2; // the frame sits in the middle of the padded buffer
         std::fill(m_pFrame, m_pFrame + N, 0.0);
         const int* rev = m_Fft.Reversal();
+        // stage 2's second twiddle; the first of stages 1 and 2 must be exactly (1, 0)
+        const double* tw = m_Fft.Twiddles(true);
+        const bool fused = N >= 4 && tw[0] == 1.0 && tw[1] == 0.0 && tw[2] == 1.0 && tw[3] == 0.0;
         // N / 2 is a power of two, so multiplying by its reciprocal is exactly the division.
         const double perNorm = 1.0 / (N / 2);
         for (int t = 1; t < kCurveLen; ++t) {
@@ -174,11 +209,16 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
             // The windowed frame goes into the transform's bit-reversed order directly, with
             // zero imaginary parts; only the bins up to N / 2 are used, so only they are scaled.
             WindowFrame(in + static_cast<long>(s) * ch, ch, F, m_pFrame + offset);
-            for (int i = 0; i < N; ++i) {
-                m_pSpec[2 * i] = m_pFrame[rev[i]];
-                m_pSpec[2 * i + 1] = 0.0;
+            if (fused) {
+                FirstTwoStages(m_pFrame, rev, N, tw + 4, m_pSpec);
+                m_Fft.Butterflies(m_pSpec, true, 4);
+            } else {
+                for (int i = 0; i < N; ++i) {
+                    m_pSpec[2 * i] = m_pFrame[rev[i]];
+                    m_pSpec[2 * i + 1] = 0.0;
+                }
+                m_Fft.Butterflies(m_pSpec, true);
             }
-            m_Fft.Butterflies(m_pSpec, true);
             Magnitudes(N / 2 + 1, m_Fft.Scale(), perNorm);
 
             double P = 0.0;

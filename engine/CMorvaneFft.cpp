@@ -1,5 +1,6 @@
 #include "CMorvaneFft.h"
 
+#include <algorithm>
 #include <cmath>
 // GCC 12's AVX-512 headers build some vectors from a deliberately undefined value, which its
 // uninitialised-use warnings then report inside the header (GCC bug 105593).
@@ -84,16 +85,17 @@ void CMorvaneFft::Transform(double* data, bool forward) const {
     }
 }
 
-void CMorvaneFft::Butterflies(double* data, bool forward) const {
+void CMorvaneFft::Butterflies(double* data, bool forward, int from) const {
     if (m_nPoints == 0)
         return;
     const double* twiddles = forward ? m_pForward : m_pInverse;
+    from = std::max(from, 1);
     if (m_Isa == CMorvaneIsa::Avx512)
-        Butterflies512(data, twiddles);
+        Butterflies512(data, twiddles, from);
     else if (m_Isa != CMorvaneIsa::Baseline)
-        Butterflies256(data, twiddles);
+        Butterflies256(data, twiddles, from);
     else
-        PlainButterflies(data, twiddles);
+        PlainButterflies(data, twiddles, from);
 }
 
 // A true division per element, four at a time: the divisor is not a power of two for odd
@@ -108,9 +110,9 @@ __attribute__((target("avx2"))) void CMorvaneFft::Divide256(double* data, int co
         data[i] /= divisor;
 }
 
-void CMorvaneFft::PlainButterflies(double* data, const double* twiddles) const {
+void CMorvaneFft::PlainButterflies(double* data, const double* twiddles, int from) const {
     const int n = m_nPoints;
-    for (int m = 1; m < n; m <<= 1) {
+    for (int m = from; m < n; m <<= 1) {
         const double* w = twiddles + 2 * (m - 1);
         for (int g = 0; g < n; g += 2 * m) {
             for (int k = 0; k < m; ++k) {
@@ -131,11 +133,11 @@ void CMorvaneFft::PlainButterflies(double* data, const double* twiddles) const {
 
 // Two butterflies per 256-bit vector of two complex values. addsub gives, lane by lane, exactly
 // wr*br - wi*bi and wr*bi + wi*br: separate multiplies, then one rounding each, never fused.
-__attribute__((target("avx2"))) void CMorvaneFft::Butterflies256(double* data,
-                                                                 const double* twiddles) const {
+__attribute__((target("avx2"))) void
+CMorvaneFft::Butterflies256(double* data, const double* twiddles, int from) const {
     const int n = m_nPoints;
-    int m = 1;
-    if (n >= 2) {
+    int m = from;
+    if (n >= 2 && m == 1) {
         // First stage: twiddle pairs of neighbours, one butterfly a vector.
         const __m128d wr = _mm_set1_pd(twiddles[0]);
         const __m128d wi = _mm_set1_pd(twiddles[1]);
@@ -173,14 +175,14 @@ __attribute__((target("avx2"))) void CMorvaneFft::Butterflies256(double* data,
 // From the stage of 4 on, four butterflies per 512-bit vector. AVX-512 has no addsub: the sum of
 // both products is taken in every lane and the real lanes then take the difference instead.
 __attribute__((target("avx2,avx512f"))) void
-CMorvaneFft::Butterflies512(double* data, const double* twiddles) const {
+CMorvaneFft::Butterflies512(double* data, const double* twiddles, int from) const {
     const int n = m_nPoints;
     if (n < 8) {
-        Butterflies256(data, twiddles);
+        Butterflies256(data, twiddles, from);
         return;
     }
     // The first two stages as in the AVX2 path: too short for 512-bit vectors.
-    {
+    if (from <= 1) {
         const __m128d wr = _mm_set1_pd(twiddles[0]);
         const __m128d wi = _mm_set1_pd(twiddles[1]);
         for (int g = 0; g < n; g += 2) {
@@ -193,7 +195,7 @@ CMorvaneFft::Butterflies512(double* data, const double* twiddles) const {
             _mm_storeu_pd(a, _mm_add_pd(va, t));
         }
     }
-    {
+    if (from <= 2) {
         const __m256d vw = _mm256_loadu_pd(twiddles + 2);
         const __m256d wr = _mm256_movedup_pd(vw);
         const __m256d wi = _mm256_permute_pd(vw, 0xF);
@@ -207,7 +209,7 @@ CMorvaneFft::Butterflies512(double* data, const double* twiddles) const {
             _mm256_storeu_pd(a, _mm256_add_pd(va, t));
         }
     }
-    for (int m = 4; m < n; m <<= 1) {
+    for (int m = std::max(from, 4); m < n; m <<= 1) {
         const double* w = twiddles + 2 * (m - 1);
         for (int g = 0; g < n; g += 2 * m) {
             double* a = data + 2 * g;

@@ -27,14 +27,17 @@ public:
     // The parts of Transform, for callers that place their input in bit-reversed order
     // themselves (Reversal()[i] is the natural index that goes to position i) and divide by
     // Scale() only what they use: Transform is the swaps, Butterflies, then each value / Scale().
+    // Butterflies runs the stages from size `from` (1, 2, 4, ...) on; a caller may do the first
+    // ones itself with the twiddles of Twiddles(): stage m's k-th pair at index 2 * (m - 1 + k).
     const int* Reversal() const { return m_pRev; }
-    void Butterflies(double* data, bool forward) const;
+    void Butterflies(double* data, bool forward, int from = 1) const;
     double Scale() const { return m_dScale; }
+    const double* Twiddles(bool forward) const { return forward ? m_pForward : m_pInverse; }
 
 private:
-    void PlainButterflies(double* data, const double* twiddles) const;
-    void Butterflies256(double* data, const double* twiddles) const;
-    void Butterflies512(double* data, const double* twiddles) const;
+    void PlainButterflies(double* data, const double* twiddles, int from) const;
+    void Butterflies256(double* data, const double* twiddles, int from) const;
+    void Butterflies512(double* data, const double* twiddles, int from) const;
     static void Divide256(double* data, int count, double divisor);
 
     CMorvaneIsa::Level m_Isa;

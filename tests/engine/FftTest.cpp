@@ -190,6 +190,48 @@ TEST(Fft, ThePartsMakeUpTheTransform) {
     }
 }
 
+// One stage of butterflies with the plan's own twiddles.
+void Stage(std::vector<double>& d, int n, int m, const double* twiddles) {
+    for (int g = 0; g < n; g += 2 * m) {
+        for (int k = 0; k < m; ++k) {
+            const double wr = twiddles[2 * (m - 1 + k)], wi = twiddles[2 * (m - 1 + k) + 1];
+            double* a = d.data() + 2 * (g + k);
+            double* b = a + 2 * m;
+            const double tr = wr * b[0] - wi * b[1];
+            const double ti = wr * b[1] + wi * b[0];
+            b[0] = a[0] - tr;
+            b[1] = a[1] - ti;
+            a[0] = a[0] + tr;
+            a[1] = a[1] + ti;
+        }
+    }
+}
+
+// A caller may run the first stages itself and the plan the rest.
+TEST(Fft, ButterfliesStartAtTheStageAsked) {
+    for (auto isa : {CMorvaneIsa::Baseline, CMorvaneIsa::Avx2, CMorvaneIsa::Avx512}) {
+        if (!CMorvaneIsa::Supported(isa))
+            continue;
+        CMorvaneFft plan(isa);
+        for (int n : {4, 8, 16, 1024}) {
+            ASSERT_TRUE(plan.Prepare(n));
+            for (bool forward : {true, false}) {
+                const auto x = RandomComplex<double>(n);
+                auto whole = x;
+                plan.Butterflies(whole.data(), forward);
+                for (int from = 2; from <= n; from *= 2) {
+                    auto part = x;
+                    for (int m = 1; m < from; m *= 2)
+                        Stage(part, n, m, plan.Twiddles(forward));
+                    plan.Butterflies(part.data(), forward, from);
+                    ASSERT_EQ(0, std::memcmp(whole.data(), part.data(), sizeof(double) * 2 * n))
+                        << "isa " << isa << " n=" << n << " from " << from;
+                }
+            }
+        }
+    }
+}
+
 TEST(Fft, PlansRefuseSizesTheyCannotRun) {
     CMorvaneFft plan;
     for (int n : {0, -4, 3, 1000, 2 * CMorvaneFft::kMaxPoints}) {
