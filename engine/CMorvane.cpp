@@ -5,6 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <new>
 
 namespace {
@@ -27,6 +31,47 @@ inline float Clean(float x) {
     if (!std::isfinite(x))
         return 0.0f;
     return x > 0 ? kMaxSample : -kMaxSample;
+}
+
+#if defined(__SSE2__)
+// Clean() of four samples.
+inline __m128 Clean4(__m128 x) {
+    const __m128 limit = _mm_set1_ps(kMaxSample);
+    const __m128 sign = _mm_set1_ps(-0.0f);
+    const __m128 a = _mm_andnot_ps(sign, x);
+    const __m128 ok = _mm_cmple_ps(a, limit);                     // false for NaN
+    const __m128 finite = _mm_cmplt_ps(a, _mm_set1_ps(INFINITY)); // false for NaN, inf
+    const __m128 limited = _mm_and_ps(finite, _mm_or_ps(_mm_and_ps(x, sign), limit));
+    return _mm_or_ps(_mm_and_ps(ok, x), _mm_andnot_ps(ok, limited));
+}
+#endif
+
+// dst[i] = Clean(src[i]) for n samples.
+void CleanCopy(const float* src, float* dst, int n) {
+    int i = 0;
+#if defined(__SSE2__)
+    for (; i + 4 <= n; i += 4)
+        _mm_storeu_ps(dst + i, Clean4(_mm_loadu_ps(src + i)));
+#endif
+    for (; i < n; ++i)
+        dst[i] = Clean(src[i]);
+}
+
+// Both channels cleaned and interleaved.
+void CleanInterleave(const float* left, const float* right, float* dst, int n) {
+    int i = 0;
+#if defined(__SSE2__)
+    for (; i + 4 <= n; i += 4) {
+        const __m128 l = Clean4(_mm_loadu_ps(left + i));
+        const __m128 r = Clean4(_mm_loadu_ps(right + i));
+        _mm_storeu_ps(dst + 2 * i, _mm_unpacklo_ps(l, r));
+        _mm_storeu_ps(dst + 2 * i + 4, _mm_unpackhi_ps(l, r));
+    }
+#endif
+    for (; i < n; ++i) {
+        dst[2 * i] = Clean(left[i]);
+        dst[2 * i + 1] = Clean(right[i]);
+    }
 }
 
 float* Zeroed(size_t n) {
@@ -222,10 +267,8 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
     m_bDirty = true;
     count = std::max(count, 0);
     if (!bActive || (dPitchRate == 1.0 && dTimeRate == 1.0)) {
-        for (int i = 0; i < count; ++i) {
-            out[0][i] = Clean(in[0][i]);
-            out[1][i] = Clean(in[1][i]);
-        }
+        CleanCopy(in[0], out[0], count);
+        CleanCopy(in[1], out[1], count);
         return count;
     }
 
@@ -259,11 +302,8 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
     do {
         if (!bFinal) {
             const int k = std::min(cap - m_nFill, count - taken);
-            float* dst = m_pInBuf + 2 * (kHistoryFrames + m_nFill);
-            for (int i = 0; i < k; ++i) {
-                dst[2 * i] = Clean(in[0][taken + i]);
-                dst[2 * i + 1] = Clean(in[1][taken + i]);
-            }
+            CleanInterleave(in[0] + taken, in[1] + taken, m_pInBuf + 2 * (kHistoryFrames + m_nFill),
+                            k);
             m_nFill += k;
             taken += k;
             if (m_nFill < cap) {

@@ -4,7 +4,36 @@
 #include <cstdlib>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "Scale16.h"
+
+namespace {
+
+// out[i] = (i * to[i] + (n - i) * from[i]) / n in float, four at a time where SSE2 is there (the
+// same operations, each rounded once).
+void CrossFade(float* out, const float* to, const float* from, int n) {
+    int i = 0;
+#if defined(__SSE2__)
+    const __m128 total = _mm_set1_ps(static_cast<float>(n));
+    __m128i k = _mm_setr_epi32(0, 1, 2, 3);
+    for (; i + 4 <= n; i += 4) {
+        const __m128 up = _mm_cvtepi32_ps(k);
+        const __m128 down = _mm_cvtepi32_ps(_mm_sub_epi32(_mm_set1_epi32(n), k));
+        const __m128 sum = _mm_add_ps(_mm_mul_ps(up, _mm_loadu_ps(to + i)),
+                                      _mm_mul_ps(down, _mm_loadu_ps(from + i)));
+        _mm_storeu_ps(out + i, _mm_div_ps(sum, total));
+        k = _mm_add_epi32(k, _mm_set1_epi32(4));
+    }
+#endif
+    for (; i < n; ++i)
+        out[i] = (static_cast<float>(i) * to[i] + static_cast<float>(n - i) * from[i]) /
+                 static_cast<float>(n);
+}
+
+} // namespace
 
 CMorvaneBlock::CMorvaneBlock() = default;
 
@@ -226,9 +255,7 @@ int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* 
     const int N = (m - g) * ch;
     float* fade = out + static_cast<long>(head) * ch;
     const float* start = in + static_cast<long>(head) * ch;
-    for (int i = 0; i < N; ++i)
-        fade[i] = (static_cast<float>(i) * E[i] + static_cast<float>(N - i) * start[i]) /
-                  static_cast<float>(N);
+    CrossFade(fade, E, start, N);
 
     const int tailFrames = t + g;
     if (tailFrames > 0) {

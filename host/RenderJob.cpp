@@ -5,6 +5,10 @@
 #include <cmath>
 #include <memory>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "AudioReader.h"
 #include "AudioWriter.h"
 #include "VstPlugin.h"
@@ -13,6 +17,62 @@ namespace {
 
 constexpr int kMinRate = 8000;
 constexpr int kMaxRate = 192000;
+
+// The file's frames split into the two channels the plug-in takes; mono goes through both.
+void Deinterleave(const float* frames, int channels, sf_count_t n, float* left, float* right) {
+    sf_count_t i = 0;
+#if defined(__SSE2__)
+    if (channels == 2) {
+        for (; i + 4 <= n; i += 4) {
+            const __m128 a = _mm_loadu_ps(frames + 2 * i);
+            const __m128 b = _mm_loadu_ps(frames + 2 * i + 4);
+            _mm_storeu_ps(left + i, _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
+            _mm_storeu_ps(right + i, _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
+        }
+    }
+#endif
+    for (; i < n; ++i) {
+        left[i] = frames[i * channels];
+        right[i] = frames[i * channels + channels - 1];
+    }
+}
+
+// The plug-in's output as the file's frames (left only for mono); returns the larger of peak and
+// every sample's magnitude. NaN never counts: maxps keeps its second operand then, as std::max
+// keeps its first.
+float Interleave(const float* left, const float* right, int channels, sf_count_t n, float* frames,
+                 float peak) {
+    sf_count_t i = 0;
+#if defined(__SSE2__)
+    if (channels == 2) {
+        const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
+        __m128 p = _mm_set1_ps(peak);
+        for (; i + 4 <= n; i += 4) {
+            const __m128 l = _mm_loadu_ps(left + i);
+            const __m128 r = _mm_loadu_ps(right + i);
+            p = _mm_max_ps(_mm_and_ps(l, magnitude), p);
+            p = _mm_max_ps(_mm_and_ps(r, magnitude), p);
+            _mm_storeu_ps(frames + 2 * i, _mm_unpacklo_ps(l, r));
+            _mm_storeu_ps(frames + 2 * i + 4, _mm_unpackhi_ps(l, r));
+        }
+        alignas(16) float lanes[4];
+        _mm_store_ps(lanes, p);
+        for (float x : lanes)
+            peak = std::max(peak, x);
+    }
+#endif
+    for (; i < n; ++i) {
+        const float l = left[i], r = right[i];
+        peak = std::max({peak, std::fabs(l), std::fabs(r)});
+        if (channels == 2) {
+            frames[2 * i] = l;
+            frames[2 * i + 1] = r;
+        } else {
+            frames[i] = l;
+        }
+    }
+    return peak;
+}
 
 } // namespace
 
@@ -133,10 +193,7 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
             heldAt = 0;
             if (held <= 0)
                 throw InputError("cannot read " + input + ": the file ends early");
-            for (sf_count_t i = 0; i < held; ++i) {
-                inL[i] = fileBuf[i * channels];
-                inR[i] = fileBuf[i * channels + channels - 1]; // mono goes through both
-            }
+            Deinterleave(fileBuf.get(), channels, held, inL.get(), inR.get());
         }
         const VstInt32 offer = static_cast<VstInt32>(held - heldAt);
         VstInt32 in = 0, out = 0;
@@ -153,18 +210,8 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         sf_count_t from = std::min<sf_count_t>(toSkip, out);
         toSkip -= from;
         const sf_count_t n = std::min<sf_count_t>(out - from, length - written);
-        float peak = result.peak; // a local, which the stores below cannot alias
-        for (sf_count_t i = 0; i < n; ++i) {
-            const float l = outL[from + i], r = outR[from + i];
-            peak = std::max({peak, std::fabs(l), std::fabs(r)});
-            if (channels == 2) {
-                interleaved[2 * i] = l;
-                interleaved[2 * i + 1] = r;
-            } else {
-                interleaved[i] = l;
-            }
-        }
-        result.peak = peak;
+        result.peak = Interleave(outL.get() + from, outR.get() + from, channels, n,
+                                 interleaved.get(), result.peak);
         try {
             writer->Write(interleaved.get(), n);
         } catch (const std::exception& e) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "CMorvane.h"
@@ -171,6 +172,43 @@ TEST(Morvane, OverIsReportedOnce) {
     EXPECT_TRUE(over);
     e.get_OverLevel(&over);
     EXPECT_FALSE(over);
+}
+
+// Non-finite samples count as silence and finite ones beyond 120 dB above full scale are held
+// there, wherever they fall in a block: the same output as from the cleaned recording.
+TEST(Morvane, HostileSamplesAreReadAsTheirCleanedValues) {
+    struct Sample {
+        float hostile, clean;
+    };
+    const Sample samples[] = {{NAN, 0.0f},    {INFINITY, 0.0f}, {-INFINITY, 0.0f},
+                              {1e30f, 1e6f},  {-3e9f, -1e6f},   {std::nextafter(1e6f, 2e6f), 1e6f},
+                              {-1e6f, -1e6f}, {-0.0f, -0.0f}};
+    Planar hostile = Split(Signals::Music(20011, 44100));
+    Planar clean = hostile;
+    int at = 3;
+    for (int rep = 0; rep < 13; ++rep) {
+        for (const Sample& x : samples) {
+            auto& h = (at % 2 ? hostile.right : hostile.left);
+            auto& c = (at % 2 ? clean.right : clean.left);
+            h[at] = x.hostile;
+            c[at] = x.clean;
+            at += 7 + rep;
+        }
+    }
+    for (double time : {1.0, 1.3}) {
+        CMorvane a, b;
+        a.SetTimeRate(time, false);
+        b.SetTimeRate(time, false);
+        const Planar outA = RunJob(a, hostile, 4093);
+        const Planar outB = RunJob(b, clean, 4093);
+        ASSERT_EQ(outB.size(), outA.size());
+        for (size_t i = 0; i < outA.size(); ++i) {
+            ASSERT_EQ(0, std::memcmp(&outB.left[i], &outA.left[i], sizeof(float)))
+                << time << " " << i;
+            ASSERT_EQ(0, std::memcmp(&outB.right[i], &outA.right[i], sizeof(float)))
+                << time << " " << i;
+        }
+    }
 }
 
 TEST(Morvane, LowSoundOffAndHostileSamplesStillFinish) {
