@@ -76,7 +76,8 @@ private:
     void SetSwitchOrOutput(int index, float v);
     void SetRateFromHost(int index, float v);
     void FreeBuffers();
-    void CopyFromFifo(float** out, int64_t frames);
+    // With a gain, the samples are scaled on the way out and the output meters set.
+    void CopyFromFifo(float** out, int64_t frames, const float* gain = nullptr);
     void AppendToFifo(float* const* src, int64_t frames);
 
     // read by the panel without the lock to see whether new meter values exist

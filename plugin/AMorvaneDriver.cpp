@@ -13,19 +13,18 @@
 
 namespace {
 
-// Multiplies n samples by gain and returns the largest magnitude among the results (0 for none;
-// NaN never counts).
-float ScaleAndPeak(float* x, int64_t n, float gain) {
-    float peak = 0.0f;
+// dst[i] = src[i] * gain for n samples; returns the larger of peak and the magnitudes written
+// (NaN never counts).
+float ScaleAndPeak(const float* src, float* dst, int64_t n, float gain, float peak) {
     int64_t i = 0;
 #if defined(__SSE2__)
     // maxps(a, b) is a > b ? a : b, the same choice as std::max(b, a), NaN included.
     const __m128 g = _mm_set1_ps(gain);
     const __m128 magnitude = _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF));
-    __m128 p = _mm_setzero_ps();
+    __m128 p = _mm_set1_ps(peak);
     for (; i + 4 <= n; i += 4) {
-        const __m128 v = _mm_mul_ps(_mm_loadu_ps(x + i), g);
-        _mm_storeu_ps(x + i, v);
+        const __m128 v = _mm_mul_ps(_mm_loadu_ps(src + i), g);
+        _mm_storeu_ps(dst + i, v);
         p = _mm_max_ps(_mm_and_ps(v, magnitude), p);
     }
     alignas(16) float lanes[4];
@@ -34,8 +33,8 @@ float ScaleAndPeak(float* x, int64_t n, float gain) {
         peak = std::max(peak, l);
 #endif
     for (; i < n; ++i) {
-        x[i] *= gain;
-        peak = std::max(peak, std::fabs(x[i]));
+        dst[i] = src[i] * gain;
+        peak = std::max(peak, std::fabs(dst[i]));
     }
     return peak;
 }
@@ -98,11 +97,16 @@ VstInt32 AMorvane::setTotalSampleToProcess(VstInt32 value) {
     return value;
 }
 
-void AMorvane::CopyFromFifo(float** out, int64_t frames) {
+void AMorvane::CopyFromFifo(float** out, int64_t frames, const float* gain) {
     const int64_t first = std::min(frames, m_nCapacity - m_nRead);
     for (int c = 0; c < 2; ++c) {
-        std::memcpy(out[c], m_pFifo[c] + m_nRead, sizeof(float) * first);
-        std::memcpy(out[c] + first, m_pFifo[c], sizeof(float) * (frames - first));
+        if (gain) {
+            float peak = ScaleAndPeak(m_pFifo[c] + m_nRead, out[c], first, *gain, 0.0f);
+            m_fMeter[2 + c] = ScaleAndPeak(m_pFifo[c], out[c] + first, frames - first, *gain, peak);
+        } else {
+            std::memcpy(out[c], m_pFifo[c] + m_nRead, sizeof(float) * first);
+            std::memcpy(out[c] + first, m_pFifo[c], sizeof(float) * (frames - first));
+        }
     }
     m_nRead = (m_nRead + frames) % m_nCapacity;
     m_nFill -= frames;
@@ -160,10 +164,19 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
         static float none = 0.0f;
         float* in[2] = {hasIn ? io->inputs[0] + taken : &none,
                         hasIn ? io->inputs[1] + taken : &none};
-        const int produced = m_Engine.procMorvane(m_pEngineOut, in, static_cast<int>(slice), last);
+        // Straight into the FIFO when what a slice can produce fits before its end.
+        if (m_nWrite + worst <= m_nCapacity) {
+            float* to[2] = {m_pFifo[0] + m_nWrite, m_pFifo[1] + m_nWrite};
+            const int produced = m_Engine.procMorvane(to, in, static_cast<int>(slice), last);
+            m_nWrite = (m_nWrite + produced) % m_nCapacity;
+            m_nFill += produced;
+        } else {
+            const int produced =
+                m_Engine.procMorvane(m_pEngineOut, in, static_cast<int>(slice), last);
+            AppendToFifo(m_pEngineOut, produced);
+        }
         m_nConsumed += slice;
         taken += slice;
-        AppendToFifo(m_pEngineOut, produced);
         if (last) {
             m_bFinished = 1; // the engine is not called again in this job
             break;
@@ -172,15 +185,10 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
 
     const int64_t n = std::min(m_nFill, want);
     if (n > 0)
-        CopyFromFifo(io->outputs, n);
+        CopyFromFifo(io->outputs, n, &m_fGain); // with the gain, metered
     if (m_nFill == 0)
         m_nRead = m_nWrite = 0;
     report(taken, n);
-
-    if (n < 1)
-        return true;
-    m_fMeter[2] = ScaleAndPeak(io->outputs[0], n, m_fGain);
-    m_fMeter[3] = ScaleAndPeak(io->outputs[1], n, m_fGain);
     return true;
 }
 
