@@ -5,7 +5,9 @@
 #include <cmath>
 #include <cstring>
 
-#include <immintrin.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 int CMorvaneResample::IniResample(double ratio, int attenuation, double transition, double unused,
                                   bool) {
@@ -67,36 +69,6 @@ int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, 
     }
     m_Interpolator.Prepare(m_Table, kTableSize);
     return taps;
-}
-
-// The split below, four stereo points at a time: the conversions truncate toward zero as the
-// casts do, and each step is the same double operation.
-__attribute__((target("avx2"))) void
-CMorvaneResample::SplitPositions(const double* at, int count, const float* in, int half,
-                                 CMorvaneInterpolator::Point* points) {
-    alignas(16) int32_t offset[CMorvaneInterpolator::kBatch];
-    alignas(16) int32_t row[CMorvaneInterpolator::kBatch];
-    alignas(16) int32_t sub[CMorvaneInterpolator::kBatch];
-    for (int b = 0; b < count; b += 4) {
-        const __m256d pos = _mm256_load_pd(at + b);
-        const __m128i ip = _mm256_cvttpd_epi32(pos);
-        const __m256d f8 =
-            _mm256_mul_pd(_mm256_sub_pd(pos, _mm256_cvtepi32_pd(ip)), _mm256_set1_pd(8.0));
-        const __m128i phase = _mm256_cvttpd_epi32(f8);
-        const __m128i shift =
-            _mm_and_si128(_mm_cmpgt_epi32(phase, _mm_set1_epi32(3)), _mm_set1_epi32(1));
-        // frames from in, times two channels
-        const __m128i frame = _mm_add_epi32(_mm_sub_epi32(ip, _mm_set1_epi32(half)), shift);
-        _mm_store_si128(reinterpret_cast<__m128i*>(offset + b), _mm_add_epi32(frame, frame));
-        _mm_store_si128(
-            reinterpret_cast<__m128i*>(row + b),
-            _mm_sub_epi32(_mm_add_epi32(_mm_slli_epi32(shift, 3), _mm_set1_epi32(3)), phase));
-        const __m256d fraction =
-            _mm256_mul_pd(_mm256_sub_pd(f8, _mm256_cvtepi32_pd(phase)), _mm256_set1_pd(32768.0));
-        _mm_store_si128(reinterpret_cast<__m128i*>(sub + b), _mm256_cvttpd_epi32(fraction));
-    }
-    for (int i = 0; i < count; ++i)
-        points[i] = {in + offset[i], row[i], sub[i]};
 }
 
 int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool preserve) {
@@ -163,34 +135,22 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
     const bool vectors = ch == 2 && m_Interpolator.Available();
     const int batch = vectors ? CMorvaneInterpolator::kBatch : 1;
     long checked = LONG_MIN; // samples before in[checked] have been found exact
-    double pos = m_dPos;     // locals: stores through out[] might otherwise alias them
-    bool over = false;
     int k = 0;
-    while (limit > pos) {
+    while (limit > m_dPos) {
         CMorvaneInterpolator::Point points[CMorvaneInterpolator::kBatch];
         int count = 0;
-        if (vectors) {
-            // The positions one after another (each sum rounded in turn), then split four at a
-            // time.
-            alignas(32) double at[CMorvaneInterpolator::kBatch] = {};
-            for (; count < batch && limit > pos; ++count) {
-                at[count] = pos;
-                pos += ratio;
-            }
-            SplitPositions(at, count, in, half, points);
-        }
-        for (; count < batch && limit > pos; ++count) {
+        for (; count < batch && limit > m_dPos; ++count) {
             // The position is split by truncation toward zero, also below zero, where the first
             // frames of every block read back into the history. There the phase is negative
             // and the table segment next to the wanted one is extended rather than
             // interpolated. This is the defined behaviour; floor() would give other numbers.
-            const int ip = static_cast<int>(pos);
-            const double f8 = (pos - ip) * 8.0;
+            const int ip = static_cast<int>(m_dPos);
+            const double f8 = (m_dPos - ip) * 8.0;
             const int phase = static_cast<int>(f8);
             const int shift = phase > 3 ? 1 : 0;
             points[count] = {in + static_cast<long>(ip - half + shift) * ch, 8 * shift + 3 - phase,
                              static_cast<int32_t>((f8 - phase) * 32768.0)};
-            pos += ratio;
+            m_dPos += ratio;
         }
 
         float acc[2 * CMorvaneInterpolator::kBatch];
@@ -209,28 +169,20 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
                 Plain(points[i], taps, ch, acc + 2 * i);
         }
 
-        float* left = out[0] + k;
-        if (ch == 2) {
-            float* right = out[1] + k;
-            for (int i = 0; i < count; ++i) {
-                const float a = acc[2 * i] * level;
+        for (int i = 0; i < count; ++i, ++k) {
+            const float a = acc[2 * i] * level;
+            out[0][k] = a;
+            if (a > 1.0f)
+                arg->bOver = 1;
+            if (ch == 2) {
                 const float b = acc[2 * i + 1] * level;
-                left[i] = a;
-                right[i] = b;
-                over |= (a > 1.0f) | (b > 1.0f);
-            }
-        } else {
-            for (int i = 0; i < count; ++i) {
-                const float a = acc[2 * i] * level;
-                left[i] = a;
-                over |= a > 1.0f;
+                out[1][k] = b;
+                if (b > 1.0f)
+                    arg->bOver = 1;
             }
         }
-        k += count;
     }
-    if (over)
-        arg->bOver = 1;
-    m_dPos = pos - n;
+    m_dPos -= n;
     return k;
 }
 

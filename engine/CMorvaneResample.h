@@ -51,9 +51,6 @@ private:
     // One output frame the plain way: per tap, the interpolated coefficient times the sample,
     // added in double and rounded to float.
     void Plain(const CMorvaneInterpolator::Point& p, int taps, int ch, float* acc) const;
-    // Stereo points of count <= kBatch positions, with AVX2.
-    static void SplitPositions(const double* at, int count, const float* in, int half,
-                               CMorvaneInterpolator::Point* points);
 
     double m_dPos = 0.0; // read position of the next output frame, relative to the next in[0]
     int32_t m_nHistory = 0;
