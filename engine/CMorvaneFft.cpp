@@ -28,6 +28,18 @@ void FillTwiddles(double* w, int n, bool forward) {
     }
 }
 
+// Four butterflies: a +- w * b for four complex values each, w as (re, im) pairs. AVX-512 has no
+// addsub: the sum of both products is taken in every lane and the real lanes then take the
+// difference instead.
+__attribute__((target("avx512f"), always_inline)) inline void Butterfly4(__m512d& a, __m512d& b,
+                                                                         __m512d w) {
+    const __m512d p = _mm512_mul_pd(_mm512_movedup_pd(w), b);
+    const __m512d q = _mm512_mul_pd(_mm512_permute_pd(w, 0xFF), _mm512_permute_pd(b, 0x55));
+    const __m512d t = _mm512_mask_sub_pd(_mm512_add_pd(p, q), 0x55, p, q);
+    b = _mm512_sub_pd(a, t);
+    a = _mm512_add_pd(a, t);
+}
+
 } // namespace
 
 CMorvaneFft::CMorvaneFft(CMorvaneIsa::Level isa)
@@ -172,8 +184,7 @@ CMorvaneFft::Butterflies256(double* data, const double* twiddles, int from) cons
     }
 }
 
-// From the stage of 4 on, four butterflies per 512-bit vector. AVX-512 has no addsub: the sum of
-// both products is taken in every lane and the real lanes then take the difference instead.
+// From the stage of 4 on, four butterflies per 512-bit vector.
 __attribute__((target("avx2,avx512f"))) void
 CMorvaneFft::Butterflies512(double* data, const double* twiddles, int from) const {
     const int n = m_nPoints;
@@ -209,22 +220,41 @@ CMorvaneFft::Butterflies512(double* data, const double* twiddles, int from) cons
             _mm256_storeu_pd(a, _mm256_add_pd(va, t));
         }
     }
-    for (int m = std::max(from, 4); m < n; m <<= 1) {
+    // Two stages per pass where two remain: a block of 4m values loaded once for stage m and
+    // stage 2m, every butterfly the same operations as one stage at a time.
+    int m = std::max(from, 4);
+    for (; 2 * m < n; m <<= 2) {
+        const double* w1 = twiddles + 2 * (m - 1);
+        const double* w2 = twiddles + 2 * (2 * m - 1);
+        for (int g = 0; g < n; g += 4 * m) {
+            double* a = data + 2 * g;
+            for (int k = 0; k < m; k += 4) {
+                __m512d A = _mm512_loadu_pd(a + 2 * k);
+                __m512d B = _mm512_loadu_pd(a + 2 * (k + m));
+                __m512d C = _mm512_loadu_pd(a + 2 * (k + 2 * m));
+                __m512d D = _mm512_loadu_pd(a + 2 * (k + 3 * m));
+                const __m512d v1 = _mm512_loadu_pd(w1 + 2 * k);
+                Butterfly4(A, B, v1);
+                Butterfly4(C, D, v1);
+                Butterfly4(A, C, _mm512_loadu_pd(w2 + 2 * k));
+                Butterfly4(B, D, _mm512_loadu_pd(w2 + 2 * (k + m)));
+                _mm512_storeu_pd(a + 2 * k, A);
+                _mm512_storeu_pd(a + 2 * (k + m), B);
+                _mm512_storeu_pd(a + 2 * (k + 2 * m), C);
+                _mm512_storeu_pd(a + 2 * (k + 3 * m), D);
+            }
+        }
+    }
+    if (m < n) {
         const double* w = twiddles + 2 * (m - 1);
         for (int g = 0; g < n; g += 2 * m) {
             double* a = data + 2 * g;
-            double* b = a + 2 * m;
             for (int k = 0; k < m; k += 4) {
-                const __m512d vw = _mm512_loadu_pd(w + 2 * k);
-                const __m512d wr = _mm512_movedup_pd(vw);
-                const __m512d wi = _mm512_permute_pd(vw, 0xFF);
-                const __m512d va = _mm512_loadu_pd(a + 2 * k);
-                const __m512d vb = _mm512_loadu_pd(b + 2 * k);
-                const __m512d p = _mm512_mul_pd(wr, vb);
-                const __m512d q = _mm512_mul_pd(wi, _mm512_permute_pd(vb, 0x55));
-                const __m512d t = _mm512_mask_sub_pd(_mm512_add_pd(p, q), 0x55, p, q);
-                _mm512_storeu_pd(b + 2 * k, _mm512_sub_pd(va, t));
-                _mm512_storeu_pd(a + 2 * k, _mm512_add_pd(va, t));
+                __m512d A = _mm512_loadu_pd(a + 2 * k);
+                __m512d B = _mm512_loadu_pd(a + 2 * (k + m));
+                Butterfly4(A, B, _mm512_loadu_pd(w + 2 * k));
+                _mm512_storeu_pd(a + 2 * k, A);
+                _mm512_storeu_pd(a + 2 * (k + m), B);
             }
         }
     }
