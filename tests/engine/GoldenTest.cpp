@@ -21,6 +21,7 @@ constexpr uint64_t GOLDEN_DETECT = 5429694981854434722ull;
 constexpr uint64_t GOLDEN_BLOCK = 16618441778306711739ull;
 constexpr uint64_t GOLDEN_RESAMPLE = 11730533940758054996ull;
 constexpr uint64_t GOLDEN_RENDER = 13079952082221375904ull;
+constexpr uint64_t GOLDEN_BLOCK_HOSTILE = 7823774133281223396ull;
 
 // FNV-1a over the bytes of the values.
 template <typename T> uint64_t Digest(const T* v, size_t n, uint64_t h = 1469598103934665603ull) {
@@ -75,6 +76,31 @@ TEST(Golden, BlockStretcher) {
     }
     RecordProperty("digest", std::to_string(h));
     EXPECT_EQ(GOLDEN_BLOCK, h);
+}
+
+// Sub-block loudness and cross-fades over samples no recording should hold: not numbers,
+// infinities, far beyond full scale, subnormal.
+TEST(Golden, BlockStretcherHostileSamples) {
+    auto x = Material(1024 + 44100 * 3);
+    const float odd[] = {NAN, INFINITY, -INFINITY, 1e30f, -3e9f, 1e-45f, -0.0f, 600.0f};
+    for (size_t i = 2048, k = 0; i < x.size(); i += 997, ++k)
+        x[i] = odd[k % 8];
+    std::vector<float> out(44100 * 4 * 2);
+    uint64_t h = 1469598103934665603ull;
+    for (double f : {0.6, 1.7}) {
+        CMorvaneBlock block;
+        block.SetBufferPointer(x.data());
+        mvArg arg;
+        arg.dStretch = f;
+        int pos = 0;
+        for (int L : {39691, 30000}) {
+            const int n = block.Block(out.data(), x.data() + 2 * (1024 + pos), L, &arg);
+            h = Digest(out.data(), static_cast<size_t>(2 * n), h);
+            pos += L;
+        }
+    }
+    RecordProperty("digest", std::to_string(h));
+    EXPECT_EQ(GOLDEN_BLOCK_HOSTILE, h);
 }
 
 TEST(Golden, Resampler) {
