@@ -173,9 +173,9 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
             for (int h = 0; h < 2; ++h) {
                 const int i = 2 * j + 16 * h;
                 const int left = samples - i;
-                const __mmask16 m = left >= 16 ? __mmask16(0xFFFF)
-                                    : left > 0 ? __mmask16((1u << left) - 1)
-                                               : __mmask16(0);
+                if (left <= 0)
+                    break; // past the last tap: the transpose never reads there
+                const __mmask16 m = left >= 16 ? __mmask16(0xFFFF) : __mmask16((1u << left) - 1);
                 const __m512 x = _mm512_maskz_loadu_ps(m, p.x + i);
                 const __m512 cc = _mm512_permutexvar_ps(h == 0 ? pairsLo : pairsHi, c);
                 _mm512_store_ps(q[k] + i, _mm512_mul_ps(x, cc));
