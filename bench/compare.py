@@ -219,14 +219,14 @@ def pitch_cents(out, expected_f0):
     if len(x) < 4096:
         return float("nan")
     size = 1 << int(np.ceil(np.log2(len(x) * 8)))
-    spec = np.abs(np.fft.rfft(x * np.hanning(len(x)), size)) + 1e-20
+    spectrum = np.abs(np.fft.rfft(x * np.hanning(len(x)), size)) + 1e-20
     estimates = []
     for h in (1, 2, 3, 4):
         target = expected_f0 * h
         lo = int(target * 2 ** (-150 / 1200) * size / RATE)
         hi = int(target * 2 ** (150 / 1200) * size / RATE) + 1
-        k = lo + int(np.argmax(spec[lo:hi]))
-        a, b, c = np.log(spec[k - 1:k + 2])
+        k = lo + int(np.argmax(spectrum[lo:hi]))
+        a, b, c = np.log(spectrum[k - 1:k + 2])
         shift = 0.5 * (a - c) / (a - 2 * b + c) if (a - 2 * b + c) != 0 else 0.0
         estimates.append((k + shift) * RATE / size / h)
     return 1200 * np.log2(np.median(estimates) / expected_f0)
@@ -321,8 +321,8 @@ def versions():
     }
 
 
-def fmt(v, spec="{:.1f}"):
-    return "–" if v is None or (isinstance(v, float) and np.isnan(v)) else spec.format(v)
+def fmt(v, pattern="{:.1f}"):
+    return "–" if v is None or (isinstance(v, float) and np.isnan(v)) else pattern.format(v)
 
 
 def callgrind(morvane, plugin, path, workdir):

@@ -70,15 +70,15 @@ __attribute__((target("avx2"))) void WindowAvx2(const float* frame, const int32_
 
 // Four bins at a time: each value divided by the transform's scale (a true division, as the
 // transform does), then sqrt(re * re + im * im) * norm, unfused.
-__attribute__((target("avx2"))) int MagnitudesAvx2(const double* spec, int bins, double scale,
+__attribute__((target("avx2"))) int MagnitudesAvx2(const double* spectrum, int bins, double scale,
                                                    double norm, double* mag1, double* mag2,
                                                    double* diff) {
     const __m256d s = _mm256_set1_pd(scale);
     const __m256d k = _mm256_set1_pd(norm);
     int b = 0;
     for (; b + 4 <= bins; b += 4) {
-        const __m256d x = _mm256_div_pd(_mm256_loadu_pd(spec + 2 * b), s);
-        const __m256d y = _mm256_div_pd(_mm256_loadu_pd(spec + 2 * b + 4), s);
+        const __m256d x = _mm256_div_pd(_mm256_loadu_pd(spectrum + 2 * b), s);
+        const __m256d y = _mm256_div_pd(_mm256_loadu_pd(spectrum + 2 * b + 4), s);
         const __m256d power =
             _mm256_permute4x64_pd(_mm256_hadd_pd(_mm256_mul_pd(x, x), _mm256_mul_pd(y, y)), 0xD8);
         const __m256d a = _mm256_mul_pd(_mm256_sqrt_pd(power), k);
@@ -94,7 +94,7 @@ __attribute__((target("avx2"))) int MagnitudesAvx2(const double* spec, int bins,
 // r + 3N/4. The input is real and the twiddles of both stages' first butterflies are exactly
 // (1, 0), so every value these stages make is the one the complex butterflies make, or a zero
 // whose sign may differ; such a sign never reaches a magnitude (the squares are +0).
-void FirstTwoStages(const double* f, const int* rev, int N, const double* w, double* spec) {
+void FirstTwoStages(const double* f, const int* rev, int N, const double* w, double* spectrum) {
     const double wr = w[0];
     const double wi = w[1];
     for (int i = 0; i < N; i += 4) {
@@ -109,7 +109,7 @@ void FirstTwoStages(const double* f, const int* rev, int N, const double* w, dou
         const double d1 = x2 - x3;
         const double tr = wr * d1;
         const double ti = wi * d1;
-        double* o = spec + 2 * i;
+        double* o = spectrum + 2 * i;
         o[0] = s0 + s1;
         o[1] = 0.0;
         o[2] = d0 + tr;
@@ -126,14 +126,14 @@ void FirstTwoStages(const double* f, const int* rev, int N, const double* w, dou
 CMorvaneDetect::CMorvaneDetect(CMorvaneIsa::Level isa)
     : m_Isa(CMorvaneIsa::Usable(isa)), m_Fft(isa), m_pFluxPos(new double[kCurveLen]()),
       m_pFluxAbs(new double[kCurveLen]()), m_pFrame(new double[kMaxFrame]()),
-      m_pSpec(new double[2 * kMaxFrame]()), m_pDiff(new double[kMaxFrame / 2 + 1]()),
+      m_pSpectrum(new double[2 * kMaxFrame]()), m_pDiff(new double[kMaxFrame / 2 + 1]()),
       m_pMag1(new double[kMaxFrame]()), m_pMag2(new double[kMaxFrame]()) {}
 
 CMorvaneDetect::~CMorvaneDetect() {
     delete[] m_pFluxPos;
     delete[] m_pFluxAbs;
     delete[] m_pFrame;
-    delete[] m_pSpec;
+    delete[] m_pSpectrum;
     delete[] m_pDiff;
     delete[] m_pMag1;
     delete[] m_pMag2;
@@ -149,10 +149,10 @@ void CMorvaneDetect::WindowFrame(const float* frame, int ch, int F, double* out)
 void CMorvaneDetect::Magnitudes(int bins, double scale, double norm) {
     int b = 0;
     if (m_Isa != CMorvaneIsa::Baseline)
-        b = MagnitudesAvx2(m_pSpec, bins, scale, norm, m_pMag1, m_pMag2, m_pDiff);
+        b = MagnitudesAvx2(m_pSpectrum, bins, scale, norm, m_pMag1, m_pMag2, m_pDiff);
     for (; b < bins; ++b) {
-        const double re = m_pSpec[2 * b] / scale;
-        const double im = m_pSpec[2 * b + 1] / scale;
+        const double re = m_pSpectrum[2 * b] / scale;
+        const double im = m_pSpectrum[2 * b + 1] / scale;
         const double a = std::sqrt(re * re + im * im) * norm;
         m_pDiff[b] = a - m_pMag2[b];
         m_pMag2[b] = m_pMag1[b];
@@ -210,14 +210,14 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
             // zero imaginary parts; only the bins up to N / 2 are used, so only they are scaled.
             WindowFrame(in + static_cast<long>(s) * ch, ch, F, m_pFrame + offset);
             if (fused) {
-                FirstTwoStages(m_pFrame, rev, N, tw + 4, m_pSpec);
-                m_Fft.Butterflies(m_pSpec, true, 4);
+                FirstTwoStages(m_pFrame, rev, N, tw + 4, m_pSpectrum);
+                m_Fft.Butterflies(m_pSpectrum, true, 4);
             } else {
                 for (int i = 0; i < N; ++i) {
-                    m_pSpec[2 * i] = m_pFrame[rev[i]];
-                    m_pSpec[2 * i + 1] = 0.0;
+                    m_pSpectrum[2 * i] = m_pFrame[rev[i]];
+                    m_pSpectrum[2 * i + 1] = 0.0;
                 }
-                m_Fft.Butterflies(m_pSpec, true);
+                m_Fft.Butterflies(m_pSpectrum, true);
             }
             Magnitudes(N / 2 + 1, m_Fft.Scale(), perNorm);
 

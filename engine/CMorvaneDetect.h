@@ -49,11 +49,11 @@ private:
     int32_t m_nFFT = 1;
     CMorvaneFft m_Fft;
     int32_t m_Window[kMaxFrame + 1] = {};
-    double* m_pFluxPos; // net magnitude rise per frame, floored at 0
-    double* m_pFluxAbs; // total absolute magnitude change per frame
-    double* m_pFrame;   // the windowed frame amid its zero padding, in natural order
-    double* m_pSpec;    // transform work buffer, interleaved (re, im)
-    double* m_pDiff;    // each bin's change of magnitude in the current frame
-    double* m_pMag1;    // magnitudes one hop back ...
-    double* m_pMag2;    // ... and two hops back, which is what each frame is compared with
+    double* m_pFluxPos;  // net magnitude rise per frame, floored at 0
+    double* m_pFluxAbs;  // total absolute magnitude change per frame
+    double* m_pFrame;    // the windowed frame amid its zero padding, in natural order
+    double* m_pSpectrum; // transform work buffer, interleaved (re, im)
+    double* m_pDiff;     // each bin's change of magnitude in the current frame
+    double* m_pMag1;     // magnitudes one hop back ...
+    double* m_pMag2;     // ... and two hops back, which is what each frame is compared with
 };

@@ -146,10 +146,11 @@ void CMorvaneFft::PlainButterflies(double* data, const double* twiddles, int fro
 // Two butterflies per 256-bit vector of two complex values. addsub gives, lane by lane, exactly
 // wr*br - wi*bi and wr*bi + wi*br: separate multiplies, then one rounding each, never fused.
 __attribute__((target("avx2"))) void
-CMorvaneFft::Butterflies256(double* data, const double* twiddles, int from) const {
+CMorvaneFft::Butterflies256(double* data, const double* twiddles, int from, int until) const {
     const int n = m_nPoints;
+    until = std::min(until, n);
     int m = from;
-    if (n >= 2 && m == 1) {
+    if (until >= 2 && m == 1) {
         // First stage: twiddle pairs of neighbours, one butterfly a vector.
         const __m128d wr = _mm_set1_pd(twiddles[0]);
         const __m128d wi = _mm_set1_pd(twiddles[1]);
@@ -164,7 +165,7 @@ CMorvaneFft::Butterflies256(double* data, const double* twiddles, int from) cons
         }
         m = 2;
     }
-    for (; m < n; m <<= 1) {
+    for (; m < until; m <<= 1) {
         const double* w = twiddles + 2 * (m - 1);
         for (int g = 0; g < n; g += 2 * m) {
             double* a = data + 2 * g;
@@ -193,33 +194,8 @@ CMorvaneFft::Butterflies512(double* data, const double* twiddles, int from) cons
         return;
     }
     // The first two stages as in the AVX2 path: too short for 512-bit vectors.
-    if (from <= 1) {
-        const __m128d wr = _mm_set1_pd(twiddles[0]);
-        const __m128d wi = _mm_set1_pd(twiddles[1]);
-        for (int g = 0; g < n; g += 2) {
-            double* a = data + 2 * g;
-            const __m128d va = _mm_loadu_pd(a);
-            const __m128d vb = _mm_loadu_pd(a + 2);
-            const __m128d t =
-                _mm_addsub_pd(_mm_mul_pd(wr, vb), _mm_mul_pd(wi, _mm_shuffle_pd(vb, vb, 1)));
-            _mm_storeu_pd(a + 2, _mm_sub_pd(va, t));
-            _mm_storeu_pd(a, _mm_add_pd(va, t));
-        }
-    }
-    if (from <= 2) {
-        const __m256d vw = _mm256_loadu_pd(twiddles + 2);
-        const __m256d wr = _mm256_movedup_pd(vw);
-        const __m256d wi = _mm256_permute_pd(vw, 0xF);
-        for (int g = 0; g < n; g += 4) {
-            double* a = data + 2 * g;
-            const __m256d va = _mm256_loadu_pd(a);
-            const __m256d vb = _mm256_loadu_pd(a + 4);
-            const __m256d t = _mm256_addsub_pd(_mm256_mul_pd(wr, vb),
-                                               _mm256_mul_pd(wi, _mm256_permute_pd(vb, 0x5)));
-            _mm256_storeu_pd(a + 4, _mm256_sub_pd(va, t));
-            _mm256_storeu_pd(a, _mm256_add_pd(va, t));
-        }
-    }
+    if (from < 4)
+        Butterflies256(data, twiddles, from, 4);
     // Two stages per pass where two remain: a block of 4m values loaded once for stage m and
     // stage 2m, every butterfly the same operations as one stage at a time.
     int m = std::max(from, 4);

@@ -36,7 +36,8 @@ public:
 
 private:
     void PlainButterflies(double* data, const double* twiddles, int from) const;
-    void Butterflies256(double* data, const double* twiddles, int from) const;
+    // stages from <= m < until
+    void Butterflies256(double* data, const double* twiddles, int from, int until = 1 << 30) const;
     void Butterflies512(double* data, const double* twiddles, int from) const;
     static void Divide256(double* data, int count, double divisor);
 

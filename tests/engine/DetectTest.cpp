@@ -155,9 +155,9 @@ std::vector<double> ReferenceFlux(const CMorvaneDetect& d, const float* in, int 
                                   int ch, bool positive) {
     const int N = d.FFTSize();
     const int H = F / 2;
-    std::vector<double> curve{0.0}, mag1(N), mag2(N), spec(2 * N);
+    std::vector<double> curve{0.0}, mag1(N), mag2(N), spectrum(2 * N);
     for (int t = 1; t * H < count - H; ++t) {
-        std::fill(spec.begin(), spec.end(), 0.0);
+        std::fill(spectrum.begin(), spectrum.end(), 0.0);
         const float* frame = in + static_cast<long>(t - 1) * H * ch;
         for (int j = 0; j < F; ++j) {
             const int64_t v =
@@ -166,13 +166,14 @@ std::vector<double> ReferenceFlux(const CMorvaneDetect& d, const float* in, int 
                        d.Window(j)) >>
                           16
                     : (int64_t{Scale16::Round(frame[j])} * d.Window(j)) >> 15;
-            spec[2 * (j + (N - F) / 2)] = static_cast<double>(v);
+            spectrum[2 * (j + (N - F) / 2)] = static_cast<double>(v);
         }
-        fft(spec.data(), N, true);
+        fft(spectrum.data(), N, true);
         double P = 0.0, Q = 0.0;
         for (int b = 0; b <= N / 2; ++b) {
-            const double a =
-                std::sqrt(spec[2 * b] * spec[2 * b] + spec[2 * b + 1] * spec[2 * b + 1]) / (N / 2);
+            const double a = std::sqrt(spectrum[2 * b] * spectrum[2 * b] +
+                                       spectrum[2 * b + 1] * spectrum[2 * b + 1]) /
+                             (N / 2);
             P += a - mag2[b];
             Q += std::fabs(a - mag2[b]);
             mag2[b] = mag1[b];
