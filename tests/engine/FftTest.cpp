@@ -165,31 +165,6 @@ TEST(Fft, PreparedPlansMatchTheDirectFormBitForBit) {
     }
 }
 
-// Input placed by Reversal(), Butterflies, then division by Scale(): what Transform gives.
-TEST(Fft, ThePartsMakeUpTheTransform) {
-    for (auto isa : {CMorvaneIsa::Baseline, CMorvaneIsa::Avx2}) {
-        if (!CMorvaneIsa::Supported(isa))
-            continue;
-        CMorvaneFft plan(isa);
-        for (int n : {1, 2, 8, 1024, 2048}) {
-            ASSERT_TRUE(plan.Prepare(n));
-            const auto a = RandomComplex<double>(n);
-            auto whole = a;
-            plan.Transform(whole.data(), true);
-            std::vector<double> parts(2 * n);
-            for (int i = 0; i < n; ++i) {
-                parts[2 * i] = a[2 * plan.Reversal()[i]];
-                parts[2 * i + 1] = a[2 * plan.Reversal()[i] + 1];
-            }
-            plan.Butterflies(parts.data(), true);
-            for (double& x : parts)
-                x /= plan.Scale();
-            ASSERT_EQ(0, std::memcmp(whole.data(), parts.data(), sizeof(double) * parts.size()))
-                << "isa " << isa << " n=" << n;
-        }
-    }
-}
-
 // One stage of butterflies with the plan's own twiddles.
 void Stage(std::vector<double>& d, int n, int m, const double* twiddles) {
     for (int g = 0; g < n; g += 2 * m) {
