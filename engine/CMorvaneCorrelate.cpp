@@ -1,15 +1,8 @@
 #include "CMorvaneCorrelate.h"
 
 #include <algorithm>
-// GCC 12's AVX-512 headers build some vectors from a deliberately undefined value, which its
-// uninitialised-use warnings then report inside the header (GCC bug 105593).
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#include <immintrin.h>
-#pragma GCC diagnostic pop
 
-#include "Scale16.h"
+#include "Scale16Avx2.h"
 
 namespace {
 
@@ -247,21 +240,11 @@ void RoundPlain(const float* x, int n, int32_t* out, int32_t& lo, int32_t& hi) {
 // +-2^24 unchanged by the half-away rounding, and NaN becomes 0.
 __attribute__((target("avx2"))) void RoundAvx2(const float* x, int n, int32_t* out, int32_t& lo,
                                                int32_t& hi) {
-    const __m256d scale = _mm256_set1_pd(32768.0);
-    const __m256d top = _mm256_set1_pd(Scale16::kLimit);
-    const __m256d bottom = _mm256_set1_pd(-Scale16::kLimit);
-    const __m256d half = _mm256_set1_pd(0.5);
-    const __m256d sign = _mm256_set1_pd(-0.0);
     __m128i vlo = _mm_set1_epi32(lo);
     __m128i vhi = _mm_set1_epi32(hi);
     int i = 0;
     for (; i + 4 <= n; i += 4) {
-        const __m256d v = _mm256_mul_pd(_mm256_cvtps_pd(_mm_loadu_ps(x + i)), scale);
-        const __m256d number = _mm256_cmp_pd(v, v, _CMP_ORD_Q);
-        const __m256d c = _mm256_and_pd(_mm256_min_pd(_mm256_max_pd(v, bottom), top), number);
-        // v < 0 ? v - 0.5 : v + 0.5; -0.0 and +0.0 both end at 0
-        const __m256d r = _mm256_add_pd(c, _mm256_or_pd(half, _mm256_and_pd(c, sign)));
-        const __m128i q = _mm256_cvttpd_epi32(r);
+        const __m128i q = _mm256_cvttpd_epi32(Scale16::Halfway4(_mm_loadu_ps(x + i)));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), q);
         vlo = _mm_min_epi32(vlo, q);
         vhi = _mm_max_epi32(vhi, q);

@@ -4,15 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-// GCC 12's AVX-512 headers build some vectors from a deliberately undefined value, which its
-// uninitialised-use warnings then report inside the header (GCC bug 105593).
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#include <immintrin.h>
-#pragma GCC diagnostic pop
-
-#include "Scale16.h"
+#include "Scale16Avx2.h"
 
 namespace {
 
@@ -31,18 +23,9 @@ void WindowPlain(const float* frame, const int32_t* window, int ch, int from, in
     }
 }
 
-// Scale16::Round of four samples, as doubles: x * 32768 is exact, saturation first leaves
-// +-2^24 unchanged by the half-away rounding, and NaN becomes 0.
-__attribute__((target("avx2"))) inline __m256d Round4(__m128 x) {
-    const __m256d v = _mm256_mul_pd(_mm256_cvtps_pd(x), _mm256_set1_pd(32768.0));
-    const __m256d number = _mm256_cmp_pd(v, v, _CMP_ORD_Q);
-    const __m256d c =
-        _mm256_and_pd(_mm256_min_pd(_mm256_max_pd(v, _mm256_set1_pd(-Scale16::kLimit)),
-                                    _mm256_set1_pd(Scale16::kLimit)),
-                      number);
-    const __m256d r =
-        _mm256_add_pd(c, _mm256_or_pd(_mm256_set1_pd(0.5), _mm256_and_pd(c, _mm256_set1_pd(-0.0))));
-    return _mm256_round_pd(r, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+// Scale16::Round of four samples, as doubles.
+__attribute__((target("avx2"), always_inline)) inline __m256d Round4(__m128 x) {
+    return _mm256_round_pd(Scale16::Halfway4(x), _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
 }
 
 // Four frames at a time in doubles, where every step is exact: the sums are below 2^26, the
