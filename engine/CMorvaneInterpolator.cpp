@@ -16,14 +16,17 @@ constexpr int kRowStride = CMorvaneInterpolator::kRowStride;
 constexpr int kRowLen = 2 * kRowStride;    // products per point, a pair per tap
 constexpr float kScale = 3.0517578125e-5f; // 2^-15
 
-// The coefficients of 16 taps: base + delta * sub / 32768, the quotient truncated toward zero
-// as integer division is, then scaled by 2^-15 (exact).
+// The coefficients of 16 taps, scaled by 2^-15: base + delta * sub / 32768 with the quotient
+// truncated toward zero as integer division is. The product delta * sub * 2^-30, rounded toward
+// zero to a float, truncates to the same multiple of 2^-15 as the exact one (the multiples of
+// 2^15 below 2^31 are all floats), and adding the base is exact.
 __attribute__((target("avx512f"), always_inline)) inline __m512
-Coefficients512(const int32_t* base, const int32_t* delta, __m512i sub) {
-    __m512i t = _mm512_mullo_epi32(_mm512_loadu_si512(delta), sub);
-    t = _mm512_add_epi32(t, _mm512_and_si512(_mm512_srai_epi32(t, 31), _mm512_set1_epi32(32767)));
-    t = _mm512_add_epi32(_mm512_loadu_si512(base), _mm512_srai_epi32(t, 15));
-    return _mm512_mul_ps(_mm512_cvtepi32_ps(t), _mm512_set1_ps(kScale));
+Coefficients512(const float* base, const float* delta, __m512 sub) {
+    const __m512 q =
+        _mm512_mul_round_ps(_mm512_loadu_ps(delta), sub, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+    return _mm512_add_ps(
+        _mm512_loadu_ps(base),
+        _mm512_roundscale_ps(q, (15 << 4) | _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
 }
 
 // Eight taps of eight points, from rows of kRowLen / 2 (left, right) pairs, turned into eight
@@ -80,6 +83,10 @@ void CMorvaneInterpolator::Prepare(const int16_t* table, int entries) {
             const int32_t d = at(row + 8 * j) - a;
             m_Base[row * kRowStride + j] = a;
             m_Delta[row * kRowStride + j] = d;
+            m_BiasUp[row * kRowStride + j] = d < 0 ? 32767 : 0;
+            m_BiasDown[row * kRowStride + j] = d > 0 ? 32767 : 0;
+            m_BaseScaled[row * kRowStride + j] = static_cast<float>(a) * kScale;
+            m_DeltaScaled[row * kRowStride + j] = static_cast<float>(d) * kScale;
         }
     }
 }
@@ -154,9 +161,9 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
             continue;
         }
         const Point& p = points[k];
-        const int32_t* base = m_Base + p.row * kRowStride;
-        const int32_t* delta = m_Delta + p.row * kRowStride;
-        const __m512i sub = _mm512_set1_epi32(p.sub);
+        const float* base = m_BaseScaled + p.row * kRowStride;
+        const float* delta = m_DeltaScaled + p.row * kRowStride;
+        const __m512 sub = _mm512_set1_ps(static_cast<float>(p.sub) * kScale);
         int j = 0;
         for (; j + 16 <= taps; j += 16) { // whole vectors: plain loads
             const __m512 c = Coefficients512(base + j, delta + j, sub);
@@ -207,7 +214,6 @@ __attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point
 __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* points, int count,
                                                                   int taps, float* acc) const {
     alignas(32) float q[4][kRowLen];
-    const __m256i round = _mm256_set1_epi32(32767);
     const __m256 scale = _mm256_set1_ps(kScale);
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     const __m256i pairsLo = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
@@ -222,11 +228,12 @@ __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* p
         const Point& p = points[k];
         const int32_t* base = m_Base + p.row * kRowStride;
         const int32_t* delta = m_Delta + p.row * kRowStride;
+        const int32_t* bias = (p.sub < 0 ? m_BiasDown : m_BiasUp) + p.row * kRowStride;
         const __m256i sub = _mm256_set1_epi32(p.sub);
         for (int j = 0; j < taps; j += 8) {
             __m256i t = _mm256_mullo_epi32(
                 _mm256_loadu_si256(reinterpret_cast<const __m256i*>(delta + j)), sub);
-            t = _mm256_add_epi32(t, _mm256_and_si256(_mm256_srai_epi32(t, 31), round));
+            t = _mm256_add_epi32(t, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bias + j)));
             t = _mm256_add_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(base + j)),
                                  _mm256_srai_epi32(t, 15));
             const __m256 c = _mm256_mul_ps(_mm256_cvtepi32_ps(t), scale);

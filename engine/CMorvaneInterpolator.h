@@ -53,4 +53,10 @@ private:
     CMorvaneIsa::Level m_Isa;
     int32_t m_Base[kRows * kRowStride] = {};  // per row and tap: table[row + 8j + 1]
     int32_t m_Delta[kRows * kRowStride] = {}; // table[row + 8j] - table[row + 8j + 1]
+    // Added to delta * sub before the shift where that product is negative, so that the shift
+    // truncates toward zero: for sub >= 0 and for sub < 0.
+    int32_t m_BiasUp[kRows * kRowStride] = {};
+    int32_t m_BiasDown[kRows * kRowStride] = {};
+    float m_BaseScaled[kRows * kRowStride] = {};  // m_Base * 2^-15
+    float m_DeltaScaled[kRows * kRowStride] = {}; // m_Delta * 2^-15
 };

@@ -96,7 +96,7 @@ TEST(Interpolator, EveryKernelKeepsThePlainLoopsBits) {
                     Plain(table.data(), points[i], taps, want);
                     ASSERT_EQ(0, std::memcmp(want, got + 2 * i, sizeof want))
                         << "isa " << isa << " taps " << taps << " point " << i << " of " << count
-                        << ": " << want[0] << " " << got[2 * i];
+                        << ": " << want[0] << " " << got[2 * i] << " " << want[1] << " " << got[2 * i + 1] << " sub " << points[i].sub << " row " << points[i].row;
                 }
             }
         }
