@@ -9,6 +9,35 @@
 #include <emmintrin.h>
 #endif
 
+namespace {
+
+// Splits interleaved stereo frames into the two channels with the level applied, noting any
+// overs, four frames at a time; returns the frames done (the rest are the caller's).
+int SplitStereo(const float* in, int frames, float level, float* left, float* right, mvArg* arg) {
+    int i = 0;
+#if defined(__SSE2__)
+    const __m128 g = _mm_set1_ps(level);
+    const __m128 one = _mm_set1_ps(1.0f);
+    __m128 over = _mm_setzero_ps();
+    for (; i + 4 <= frames; i += 4) {
+        const __m128 a = _mm_loadu_ps(in + 2 * i);     // L0 R0 L1 R1
+        const __m128 b = _mm_loadu_ps(in + 2 * i + 4); // L2 R2 L3 R3
+        const __m128 l = _mm_mul_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)), g);
+        const __m128 r = _mm_mul_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)), g);
+        _mm_storeu_ps(left + i, l);
+        _mm_storeu_ps(right + i, r);
+        over = _mm_or_ps(over, _mm_or_ps(_mm_cmpgt_ps(l, one), _mm_cmpgt_ps(r, one)));
+    }
+    if (_mm_movemask_ps(over) != 0)
+        arg->bOver = 1;
+#else
+    (void)in, (void)frames, (void)level, (void)left, (void)right, (void)arg;
+#endif
+    return i;
+}
+
+} // namespace
+
 int CMorvaneResample::IniResample(double ratio, int attenuation, double transition, double unused,
                                   bool) {
     const int taps = makeFIR(ratio, attenuation, transition, unused, false);
@@ -79,27 +108,7 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
     if (!preserve || !(ratio != 1.0)) {
         if (n < 1)
             return 0;
-        int i = 0;
-#if defined(__SSE2__)
-        if (ch == 2) {
-            // Four frames at a time: split the channels, apply the level, note any overs.
-            const __m128 g = _mm_set1_ps(level);
-            const __m128 one = _mm_set1_ps(1.0f);
-            __m128 over = _mm_setzero_ps();
-            for (; i + 4 <= n; i += 4) {
-                const __m128 a = _mm_loadu_ps(in + 2 * i);     // L0 R0 L1 R1
-                const __m128 b = _mm_loadu_ps(in + 2 * i + 4); // L2 R2 L3 R3
-                const __m128 left = _mm_mul_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)), g);
-                const __m128 right = _mm_mul_ps(_mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)), g);
-                _mm_storeu_ps(out[0] + i, left);
-                _mm_storeu_ps(out[1] + i, right);
-                over =
-                    _mm_or_ps(over, _mm_or_ps(_mm_cmpgt_ps(left, one), _mm_cmpgt_ps(right, one)));
-            }
-            if (_mm_movemask_ps(over) != 0)
-                arg->bOver = 1;
-        }
-#endif
+        int i = ch == 2 ? SplitStereo(in, n, level, out[0], out[1], arg) : 0;
         for (; i < n; ++i) {
             const float a = in[static_cast<long>(i) * ch] * level;
             out[0][i] = a;
@@ -136,21 +145,22 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
     const int batch = vectors ? CMorvaneInterpolator::kBatch : 1;
     long checked = LONG_MIN; // samples before in[checked] have been found exact
     int k = 0;
-    while (limit > m_dPos) {
+    double pos = m_dPos;
+    while (limit > pos) {
         CMorvaneInterpolator::Point points[CMorvaneInterpolator::kBatch];
         int count = 0;
-        for (; count < batch && limit > m_dPos; ++count) {
+        for (; count < batch && limit > pos; ++count) {
             // The position is split by truncation toward zero, also below zero, where the first
             // frames of every block read back into the history. There the phase is negative
             // and the table segment next to the wanted one is extended rather than
             // interpolated. This is the defined behaviour; floor() would give other numbers.
-            const int ip = static_cast<int>(m_dPos);
-            const double f8 = (m_dPos - ip) * 8.0;
+            const int ip = static_cast<int>(pos);
+            const double f8 = (pos - ip) * 8.0;
             const int phase = static_cast<int>(f8);
             const int shift = phase > 3 ? 1 : 0;
             points[count] = {in + static_cast<long>(ip - half + shift) * ch, 8 * shift + 3 - phase,
                              static_cast<int32_t>((f8 - phase) * 32768.0)};
-            m_dPos += ratio;
+            pos += ratio;
         }
 
         float acc[2 * CMorvaneInterpolator::kBatch];
@@ -169,7 +179,12 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
                 Plain(points[i], taps, ch, acc + 2 * i);
         }
 
-        for (int i = 0; i < count; ++i, ++k) {
+        int i = 0;
+        if (ch == 2) {
+            i = SplitStereo(acc, count, level, out[0] + k, out[1] + k, arg);
+            k += i;
+        }
+        for (; i < count; ++i, ++k) {
             const float a = acc[2 * i] * level;
             out[0][k] = a;
             if (a > 1.0f)
@@ -182,7 +197,7 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
             }
         }
     }
-    m_dPos -= n;
+    m_dPos = pos - n;
     return k;
 }
 
