@@ -1,5 +1,6 @@
 #include "CMorvaneInterpolator.h"
 
+#include <algorithm>
 #include <cmath>
 
 // GCC 12's AVX-512 headers build some vectors from a deliberately undefined value, which its
@@ -13,59 +14,40 @@
 namespace {
 
 constexpr int kRowStride = CMorvaneInterpolator::kRowStride;
-constexpr int kRowLen = 2 * kRowStride;    // products per point, a pair per tap
+constexpr int kRowLen = 2 * kRowStride;    // products per point, a pair per tap (AVX2)
 constexpr float kScale = 3.0517578125e-5f; // 2^-15
 
-// The coefficients of 16 taps, scaled by 2^-15: base + delta * sub / 32768 with the quotient
-// truncated toward zero as integer division is. The product delta * sub * 2^-30, rounded toward
-// zero to a float, truncates to the same multiple of 2^-15 as the exact one (the multiples of
-// 2^15 below 2^31 are all floats), and adding the base is exact.
+// Sixteen coefficients scaled by 2^-15: base + delta * sub / 32768 with the quotient truncated
+// toward zero as integer division is (all three arguments scaled by 2^-15). The product
+// delta * sub * 2^-30, rounded toward zero to a float, truncates to the same multiple of 2^-15
+// as the exact one (the multiples of 2^15 below 2^31 are all floats), and adding the base is
+// exact.
 __attribute__((target("avx512f"), always_inline)) inline __m512
-Coefficients512(const float* base, const float* delta, __m512 sub) {
-    const __m512 q =
-        _mm512_mul_round_ps(_mm512_loadu_ps(delta), sub, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+Coefficients512(__m512 base, __m512 delta, __m512 sub) {
+    const __m512 q = _mm512_mul_round_ps(delta, sub, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
     return _mm512_add_ps(
-        _mm512_loadu_ps(base),
-        _mm512_roundscale_ps(q, (15 << 4) | _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
+        base, _mm512_roundscale_ps(q, (15 << 4) | _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
 }
 
-// Eight taps of eight points, from rows of kRowLen / 2 (left, right) pairs, turned into eight
-// vectors, each holding one tap of every point.
-__attribute__((target("avx512f"), always_inline)) inline void Transpose8(const double* row,
-                                                                         __m512d* col) {
-    constexpr int kStride = kRowLen / 2;
-    __m512d r[8];
-#pragma GCC unroll 8
-    for (int k = 0; k < 8; ++k)
-        r[k] = _mm512_load_pd(row + k * kStride);
-    // taps 0 2 4 6 and 1 3 5 7 of points (0, 1), (2, 3), (4, 5), (6, 7)
-    const __m512d a0 = _mm512_unpacklo_pd(r[0], r[1]);
-    const __m512d a1 = _mm512_unpackhi_pd(r[0], r[1]);
-    const __m512d a2 = _mm512_unpacklo_pd(r[2], r[3]);
-    const __m512d a3 = _mm512_unpackhi_pd(r[2], r[3]);
-    const __m512d a4 = _mm512_unpacklo_pd(r[4], r[5]);
-    const __m512d a5 = _mm512_unpackhi_pd(r[4], r[5]);
-    const __m512d a6 = _mm512_unpacklo_pd(r[6], r[7]);
-    const __m512d a7 = _mm512_unpackhi_pd(r[6], r[7]);
-    // taps (0, 4), (1, 5), (2, 6), (3, 7) of points 0-3 and of points 4-7
-    const __m512i lo = _mm512_set_epi64(13, 12, 5, 4, 9, 8, 1, 0);
-    const __m512i hi = _mm512_set_epi64(15, 14, 7, 6, 11, 10, 3, 2);
-    const __m512d b0 = _mm512_permutex2var_pd(a0, lo, a2);
-    const __m512d b1 = _mm512_permutex2var_pd(a1, lo, a3);
-    const __m512d b2 = _mm512_permutex2var_pd(a0, hi, a2);
-    const __m512d b3 = _mm512_permutex2var_pd(a1, hi, a3);
-    const __m512d b4 = _mm512_permutex2var_pd(a4, lo, a6);
-    const __m512d b5 = _mm512_permutex2var_pd(a5, lo, a7);
-    const __m512d b6 = _mm512_permutex2var_pd(a4, hi, a6);
-    const __m512d b7 = _mm512_permutex2var_pd(a5, hi, a7);
-    col[0] = _mm512_shuffle_f64x2(b0, b4, 0x44);
-    col[1] = _mm512_shuffle_f64x2(b1, b5, 0x44);
-    col[2] = _mm512_shuffle_f64x2(b2, b6, 0x44);
-    col[3] = _mm512_shuffle_f64x2(b3, b7, 0x44);
-    col[4] = _mm512_shuffle_f64x2(b0, b4, 0xEE);
-    col[5] = _mm512_shuffle_f64x2(b1, b5, 0xEE);
-    col[6] = _mm512_shuffle_f64x2(b2, b6, 0xEE);
-    col[7] = _mm512_shuffle_f64x2(b3, b7, 0xEE);
+// Frames [0, frames) of interleaved stereo into two channels, 16 at a time, the rest one by
+// one.
+__attribute__((target("avx512f"))) void Deinterleave512(const float* x, int frames, float* left,
+                                                        float* right) {
+    const __m512i evens =
+        _mm512_set_epi32(30, 28, 26, 24, 22, 20, 18, 16, 14, 12, 10, 8, 6, 4, 2, 0);
+    const __m512i odds =
+        _mm512_set_epi32(31, 29, 27, 25, 23, 21, 19, 17, 15, 13, 11, 9, 7, 5, 3, 1);
+    int i = 0;
+    for (; i + 16 <= frames; i += 16) {
+        const __m512 a = _mm512_loadu_ps(x + 2 * i);
+        const __m512 b = _mm512_loadu_ps(x + 2 * i + 16);
+        _mm512_store_ps(left + i, _mm512_permutex2var_ps(a, evens, b));
+        _mm512_store_ps(right + i, _mm512_permutex2var_ps(a, odds, b));
+    }
+    for (; i < frames; ++i) {
+        left[i] = x[2 * i];
+        right[i] = x[2 * i + 1];
+    }
 }
 
 } // namespace
@@ -85,8 +67,8 @@ void CMorvaneInterpolator::Prepare(const int16_t* table, int entries) {
             m_Delta[row * kRowStride + j] = d;
             m_BiasUp[row * kRowStride + j] = d < 0 ? 32767 : 0;
             m_BiasDown[row * kRowStride + j] = d > 0 ? 32767 : 0;
-            m_BaseScaled[row * kRowStride + j] = static_cast<float>(a) * kScale;
-            m_DeltaScaled[row * kRowStride + j] = static_cast<float>(d) * kScale;
+            m_TapBase[j * 16 + row] = static_cast<float>(a) * kScale;
+            m_TapDelta[j * 16 + row] = static_cast<float>(d) * kScale;
         }
     }
 }
@@ -131,88 +113,106 @@ bool CMorvaneInterpolator::Exact(const float* x, long samples) {
     return true;
 }
 
-void CMorvaneInterpolator::Run(const Point* points, int count, int taps, float* acc) const {
+void CMorvaneInterpolator::Source(const float* begin, const float* end) {
+    m_pSourceBegin = begin;
+    m_pSourceEnd = end;
+    m_pCopyFrom = m_pCopyTo = nullptr;
+}
+
+bool CMorvaneInterpolator::Run(const Point* points, int count, int taps, float* left,
+                               float* right) {
     if (count <= 0 || taps <= 0)
-        return;
+        return true;
+    if (count > kBatch)
+        count = kBatch;
     if (taps > kMaxTaps)
         taps = kMaxTaps;
     if (m_Isa == CMorvaneIsa::Avx512) {
-        Run512(points, count, taps, acc);
-    } else {
-        for (int k = 0; k < count; k += 4)
-            Run256(points + k, count - k < 4 ? count - k : 4, taps, acc + 2 * k);
+        const float* lo = points[0].x;
+        const float* hi = points[0].x;
+        bool frames = true;
+        for (int k = 1; k < count; ++k) {
+            lo = std::min(lo, points[k].x);
+            hi = std::max(hi, points[k].x);
+            frames = frames && (points[k].x - points[0].x) % 2 == 0;
+        }
+        if (!frames)
+            return false;
+        if ((hi - lo) / 2 >= kWindow) { // wider than one window: in two halves
+            const int h = count / 2;
+            return Run(points, h, taps, left, right) &&
+                   Run(points + h, count - h, taps, left + h, right + h);
+        }
+        return Run512(points, count, lo, hi + 2 * taps, taps, left, right);
     }
+    for (int k = 0; k < count; k += 4)
+        Run256(points + k, count - k < 4 ? count - k : 4, taps, left + k, right + k);
+    return true;
 }
 
-// Up to 8 points: the products of each point's taps go to one row of q, (left, right) pairs
-// as 64-bit units; an 8 x 8 transpose of those units turns 8 taps of 8 points into 8 vectors,
-// each holding one tap of every point, added in tap order.
-__attribute__((target("avx512f"))) void CMorvaneInterpolator::Run512(const Point* points, int count,
-                                                                     int taps, float* acc) const {
-    alignas(64) float q[kBatch][kRowLen];
-    const __m512i pairsLo = _mm512_set_epi32(7, 7, 6, 6, 5, 5, 4, 4, 3, 3, 2, 2, 1, 1, 0, 0);
-    const __m512i pairsHi =
-        _mm512_set_epi32(15, 15, 14, 14, 13, 13, 12, 12, 11, 11, 10, 10, 9, 9, 8, 8);
-    const int samples = 2 * taps;
-    for (int k = 0; k < kBatch; ++k) {
-        if (k >= count) {
-            for (int i = 0; i < samples; i += 16)
-                _mm512_store_ps(q[k] + i, _mm512_setzero_ps());
-            continue;
-        }
-        const Point& p = points[k];
-        const float* base = m_BaseScaled + p.row * kRowStride;
-        const float* delta = m_DeltaScaled + p.row * kRowStride;
-        const __m512 sub = _mm512_set1_ps(static_cast<float>(p.sub) * kScale);
-        int j = 0;
-        for (; j + 16 <= taps; j += 16) { // whole vectors: plain loads
-            const __m512 c = Coefficients512(base + j, delta + j, sub);
-            const float* x = p.x + 2 * j;
-            float* out = q[k] + 2 * j;
-            _mm512_store_ps(out,
-                            _mm512_mul_ps(_mm512_loadu_ps(x), _mm512_permutexvar_ps(pairsLo, c)));
-            _mm512_store_ps(out + 16, _mm512_mul_ps(_mm512_loadu_ps(x + 16),
-                                                    _mm512_permutexvar_ps(pairsHi, c)));
-        }
-        if (j < taps) { // the rest through masks, which never read past the last tap
-            const __m512 c = Coefficients512(base + j, delta + j, sub);
-#pragma GCC unroll 2
-            for (int h = 0; h < 2; ++h) {
-                const int i = 2 * j + 16 * h;
-                const int left = samples - i;
-                if (left <= 0)
-                    break; // past the last tap: the transpose never reads there
-                const __mmask16 m = left >= 16 ? __mmask16(0xFFFF) : __mmask16((1u << left) - 1);
-                const __m512 x = _mm512_maskz_loadu_ps(m, p.x + i);
-                const __m512 cc = _mm512_permutexvar_ps(h == 0 ? pairsLo : pairsHi, c);
-                _mm512_store_ps(q[k] + i, _mm512_mul_ps(x, cc));
-            }
-        }
+void CMorvaneInterpolator::Fill(const float* first) {
+    const long frames = std::min<long>(kPlane, (m_pSourceEnd - first) / 2);
+    if (frames <= 0) {
+        m_pCopyFrom = m_pCopyTo = nullptr;
+        return;
     }
+    Deinterleave512(first, static_cast<int>(frames), m_Left, m_Right);
+    m_pCopyFrom = first;
+    m_pCopyTo = first + 2 * frames;
+}
 
-    __m512 sum = _mm512_setzero_ps();
-    __m512d col[8];
-    int j0 = 0;
-    for (; j0 + 8 <= taps; j0 += 8) {
-        Transpose8(reinterpret_cast<const double*>(q[0] + 2 * j0), col);
-#pragma GCC unroll 8
-        for (int t = 0; t < 8; ++t)
-            sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
+// Up to 16 points, all reading within [first, end) and starting less than a window apart: per
+// tap, the samples of all points picked out of the window that starts at first for that tap,
+// and the coefficients out of the tap's 16 rows; one running sum per channel.
+__attribute__((target("avx512f"))) bool CMorvaneInterpolator::Run512(const Point* points, int count,
+                                                                     const float* first,
+                                                                     const float* end, int taps,
+                                                                     float* left, float* right) {
+    if (first < m_pCopyFrom || end > m_pCopyTo) {
+        if (first < m_pSourceBegin || end > m_pSourceEnd)
+            return false;
+        Fill(first);
+        if (end > m_pCopyTo)
+            return false;
     }
-    if (j0 < taps) {
-        Transpose8(reinterpret_cast<const double*>(q[0] + 2 * j0), col);
-        for (int t = 0; t < taps - j0; ++t)
-            sum = _mm512_add_ps(sum, _mm512_castpd_ps(col[t]));
+    alignas(64) int32_t offset[16];
+    alignas(64) int32_t row[16];
+    alignas(64) float sub[16];
+    for (int k = 0; k < 16; ++k) {
+        const Point& p = points[k < count ? k : 0];
+        offset[k] = static_cast<int32_t>((p.x - first) / 2);
+        row[k] = p.row;
+        sub[k] = static_cast<float>(p.sub) * kScale;
     }
-    alignas(64) float out[16];
-    _mm512_store_ps(out, sum);
-    for (int i = 0; i < 2 * count; ++i)
-        acc[i] = out[i];
+    const __m512i at = _mm512_load_si512(offset);
+    const __m512i rows = _mm512_load_si512(row);
+    const __m512 s = _mm512_load_ps(sub);
+    const long start = (first - m_pCopyFrom) / 2;
+    const float* l = m_Left + start;
+    const float* r = m_Right + start;
+    __m512 sumL = _mm512_setzero_ps();
+    __m512 sumR = _mm512_setzero_ps();
+    for (int j = 0; j < taps; ++j) {
+        const __m512 c =
+            Coefficients512(_mm512_permutexvar_ps(rows, _mm512_load_ps(m_TapBase + 16 * j)),
+                            _mm512_permutexvar_ps(rows, _mm512_load_ps(m_TapDelta + 16 * j)), s);
+        const __m512 xl =
+            _mm512_permutex2var_ps(_mm512_loadu_ps(l + j), at, _mm512_loadu_ps(l + j + 16));
+        const __m512 xr =
+            _mm512_permutex2var_ps(_mm512_loadu_ps(r + j), at, _mm512_loadu_ps(r + j + 16));
+        sumL = _mm512_add_ps(sumL, _mm512_mul_ps(xl, c));
+        sumR = _mm512_add_ps(sumR, _mm512_mul_ps(xr, c));
+    }
+    const __mmask16 m = static_cast<__mmask16>((1u << count) - 1);
+    _mm512_mask_storeu_ps(left, m, sumL);
+    _mm512_mask_storeu_ps(right, m, sumR);
+    return true;
 }
 
 // The same with 4 points and 4 x 4 transposes.
 __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* points, int count,
-                                                                  int taps, float* acc) const {
+                                                                  int taps, float* left,
+                                                                  float* right) const {
     alignas(32) float q[4][kRowLen];
     const __m256 scale = _mm256_set1_ps(kScale);
     const __m256i lane = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
@@ -272,6 +272,8 @@ __attribute__((target("avx2"))) void CMorvaneInterpolator::Run256(const Point* p
     }
     alignas(32) float out[8];
     _mm256_store_ps(out, sum);
-    for (int i = 0; i < 2 * count; ++i)
-        acc[i] = out[i];
+    for (int i = 0; i < count; ++i) {
+        left[i] = out[2 * i];
+        right[i] = out[2 * i + 1];
+    }
 }

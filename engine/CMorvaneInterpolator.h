@@ -6,9 +6,12 @@
 
 // The resampler's stereo inner loop, several output frames at once. Each output frame is
 //   acc = 0; for each tap j: acc = float(acc + (x[j] * c[j]) * 2^-15)
-// per channel, with c[j] interpolated from two table entries, in exactly that order. The taps of
-// one frame are computed side by side; a transpose then lets one vector add carry the running
-// sums of 8 (AVX-512) or 4 (AVX2) frames, so the order of each sum is kept.
+// per channel, with c[j] interpolated from two table entries, in exactly that order. Vector
+// lanes hold different frames, so one vector add carries the running sums of many frames and
+// the order of each sum is kept. AVX-512 keeps one channel of 16 frames per vector: it reads
+// the samples from de-interleaved copies, each tap's samples of all 16 frames picked out of a
+// 32-frame window, and each tap's coefficients picked from a table of that tap's rows. AVX2
+// computes the products of each frame's taps side by side and transposes them.
 //
 // Adding in single precision gives the same bits as the double-then-float of the plain loop
 // (float sums rounded through double round the same way), as long as (x * c) * 2^-15 is exact in
@@ -18,7 +21,7 @@ class CMorvaneInterpolator {
 public:
     static constexpr int kMaxTaps = 104; // the resampler's 101, rounded up to whole vectors
     static constexpr int kRows = 11;     // table offsets 0..10 occur (see CMorvaneResample)
-    static constexpr int kBatch = 8;
+    static constexpr int kBatch = 16;
     static constexpr int kRowStride = 112; // taps per table row, whole AVX-512 vectors
     static_assert(kRowStride >= kMaxTaps && kRowStride % 16 == 0);
 
@@ -40,15 +43,26 @@ public:
     // False on the baseline: the caller keeps its plain loop.
     bool Available() const { return m_Isa != CMorvaneIsa::Baseline; }
 
-    // Running sums of count <= kBatch points (left, right, left, ...) into acc.
-    void Run(const Point* points, int count, int taps, float* acc) const;
+    // Declares that the coming points read interleaved stereo frames within [begin, end). Call
+    // it whenever the input changes: the AVX-512 kernel keeps copies of what it reads.
+    void Source(const float* begin, const float* end);
+
+    // Running sums of count <= kBatch points: left[i] and right[i] for points[i]. False, with
+    // nothing written, when a point reads outside the declared source.
+    bool Run(const Point* points, int count, int taps, float* left, float* right);
 
     // True when every sample of x[0..samples) may go through the kernels.
     static bool Exact(const float* x, long samples);
 
 private:
-    void Run512(const Point* points, int count, int taps, float* acc) const;
-    void Run256(const Point* points, int count, int taps, float* acc) const;
+    static constexpr int kPlane = 1024; // frames of each de-interleaved copy
+    static constexpr int kWindow = 32;  // frames one tap of 16 points may span
+
+    bool Run512(const Point* points, int count, const float* first, const float* end, int taps,
+                float* left, float* right);
+    void Run256(const Point* points, int count, int taps, float* left, float* right) const;
+    // De-interleaves from first on, as far as the source and the copies reach.
+    void Fill(const float* first);
 
     CMorvaneIsa::Level m_Isa;
     int32_t m_Base[kRows * kRowStride] = {};  // per row and tap: table[row + 8j + 1]
@@ -57,6 +71,14 @@ private:
     // truncates toward zero: for sub >= 0 and for sub < 0.
     int32_t m_BiasUp[kRows * kRowStride] = {};
     int32_t m_BiasDown[kRows * kRowStride] = {};
-    float m_BaseScaled[kRows * kRowStride] = {};  // m_Base * 2^-15
-    float m_DeltaScaled[kRows * kRowStride] = {}; // m_Delta * 2^-15
+    // Per tap, the 16 rows (those past kRows are 0): m_Base * 2^-15 and m_Delta * 2^-15.
+    float m_TapBase[kMaxTaps * 16] = {};
+    float m_TapDelta[kMaxTaps * 16] = {};
+    const float* m_pSourceBegin = nullptr;
+    const float* m_pSourceEnd = nullptr;
+    const float* m_pCopyFrom = nullptr; // interleaved frames [from, to) are in the copies
+    const float* m_pCopyTo = nullptr;
+    // one window past the copied frames, so that whole windows load at every tap
+    alignas(64) float m_Left[kPlane + kWindow] = {};
+    alignas(64) float m_Right[kPlane + kWindow] = {};
 };

@@ -36,6 +36,28 @@ int SplitStereo(const float* in, int frames, float level, float* left, float* ri
     return i;
 }
 
+// dst = src * level, noting any overs.
+void ScaleInto(const float* src, int n, float level, float* dst, mvArg* arg) {
+    int i = 0;
+#if defined(__SSE2__)
+    const __m128 g = _mm_set1_ps(level);
+    const __m128 one = _mm_set1_ps(1.0f);
+    __m128 over = _mm_setzero_ps();
+    for (; i + 4 <= n; i += 4) {
+        const __m128 a = _mm_mul_ps(_mm_loadu_ps(src + i), g);
+        _mm_storeu_ps(dst + i, a);
+        over = _mm_or_ps(over, _mm_cmpgt_ps(a, one));
+    }
+    if (_mm_movemask_ps(over) != 0)
+        arg->bOver = 1;
+#endif
+    for (; i < n; ++i) {
+        dst[i] = src[i] * level;
+        if (dst[i] > 1.0f)
+            arg->bOver = 1;
+    }
+}
+
 } // namespace
 
 int CMorvaneResample::IniResample(double ratio, int attenuation, double transition, double unused,
@@ -144,6 +166,9 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
     const bool vectors = ch == 2 && m_Interpolator.Available();
     const int batch = vectors ? CMorvaneInterpolator::kBatch : 1;
     long checked = LONG_MIN; // samples before in[checked] have been found exact
+    if (vectors)             // history in front; the zeroed frames after a last segment
+        m_Interpolator.Source(in - static_cast<long>(m_nHistory) * ch,
+                              in + static_cast<long>(arg->bLastSegment ? n + half : n) * ch);
     int k = 0;
     double pos = m_dPos;
     while (limit > pos) {
@@ -163,46 +188,33 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
             pos += ratio;
         }
 
-        float acc[2 * CMorvaneInterpolator::kBatch];
-        bool exact = false;
+        float left[CMorvaneInterpolator::kBatch];
+        float right[CMorvaneInterpolator::kBatch];
+        bool done = false;
         if (vectors) {
             const long from = std::max(points[0].x - in, checked);
             const long to = points[count - 1].x - in + static_cast<long>(taps) * ch;
-            exact = from >= to || CMorvaneInterpolator::Exact(in + from, to - from);
-            if (exact)
+            const bool exact = from >= to || CMorvaneInterpolator::Exact(in + from, to - from);
+            if (exact) {
                 checked = std::max(checked, to);
-        }
-        if (exact) {
-            m_Interpolator.Run(points, count, taps, acc);
-        } else {
-            for (int i = 0; i < count; ++i)
-                Plain(points[i], taps, ch, acc + 2 * i);
-        }
-
-        int i = 0;
-        if (ch == 2) {
-            i = SplitStereo(acc, count, level, out[0] + k, out[1] + k, arg);
-            k += i;
-        }
-        for (; i < count; ++i, ++k) {
-            const float a = acc[2 * i] * level;
-            out[0][k] = a;
-            if (a > 1.0f)
-                arg->bOver = 1;
-            if (ch == 2) {
-                const float b = acc[2 * i + 1] * level;
-                out[1][k] = b;
-                if (b > 1.0f)
-                    arg->bOver = 1;
+                done = m_Interpolator.Run(points, count, taps, left, right);
             }
         }
+        if (!done) {
+            for (int i = 0; i < count; ++i)
+                Plain(points[i], taps, ch, left + i, right + i);
+        }
+        ScaleInto(left, count, level, out[0] + k, arg);
+        if (ch == 2)
+            ScaleInto(right, count, level, out[1] + k, arg);
+        k += count;
     }
     m_dPos = pos - n;
     return k;
 }
 
-void CMorvaneResample::Plain(const CMorvaneInterpolator::Point& p, int taps, int ch,
-                             float* acc) const {
+void CMorvaneResample::Plain(const CMorvaneInterpolator::Point& p, int taps, int ch, float* left,
+                             float* right) const {
     int idx = p.row;
     const float* x = p.x;
     float acc0 = 0.0f;
@@ -216,6 +228,6 @@ void CMorvaneResample::Plain(const CMorvaneInterpolator::Point& p, int taps, int
             acc1 = static_cast<float>(static_cast<double>(acc1) +
                                       static_cast<double>(x[1] * fc) * 3.0517578125e-5);
     }
-    acc[0] = acc0;
-    acc[1] = acc1;
+    *left = acc0;
+    *right = acc1;
 }

@@ -50,7 +50,8 @@ public:
 private:
     // One output frame the plain way: per tap, the interpolated coefficient times the sample,
     // added in double and rounded to float.
-    void Plain(const CMorvaneInterpolator::Point& p, int taps, int ch, float* acc) const;
+    void Plain(const CMorvaneInterpolator::Point& p, int taps, int ch, float* left,
+               float* right) const;
 
     double m_dPos = 0.0; // read position of the next output frame, relative to the next in[0]
     int32_t m_nHistory = 0;
