@@ -227,10 +227,12 @@ void Batched(const T* a, const T* b, int n, int stride, int count, int64_t* out)
 
 #endif
 
-// Scale16::Round of each sample, tracking the smallest and largest result.
-void RoundPlain(const float* x, int n, int32_t* out, int32_t& lo, int32_t& hi) {
+// Scale16::Round of each sample, tracking the smallest and largest result; also kept as 16 bits
+// (saturated), which is the value itself whenever the range found allows it.
+void RoundPlain(const float* x, int n, int32_t* out, int16_t* out16, int32_t& lo, int32_t& hi) {
     for (int i = 0; i < n; ++i) {
         out[i] = Scale16::Round(x[i]);
+        out16[i] = static_cast<int16_t>(std::clamp(out[i], -32768, 32767));
         lo = std::min(lo, out[i]);
         hi = std::max(hi, out[i]);
     }
@@ -238,14 +240,15 @@ void RoundPlain(const float* x, int n, int32_t* out, int32_t& lo, int32_t& hi) {
 
 // The same, four samples at a time: x * 32768 in double is exact, saturation first leaves
 // +-2^24 unchanged by the half-away rounding, and NaN becomes 0.
-__attribute__((target("avx2"))) void RoundAvx2(const float* x, int n, int32_t* out, int32_t& lo,
-                                               int32_t& hi) {
+__attribute__((target("avx2"))) void RoundAvx2(const float* x, int n, int32_t* out, int16_t* out16,
+                                               int32_t& lo, int32_t& hi) {
     __m128i vlo = _mm_set1_epi32(lo);
     __m128i vhi = _mm_set1_epi32(hi);
     int i = 0;
     for (; i + 4 <= n; i += 4) {
         const __m128i q = _mm256_cvttpd_epi32(Scale16::Halfway4(_mm_loadu_ps(x + i)));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), q);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out16 + i), _mm_packs_epi32(q, q));
         vlo = _mm_min_epi32(vlo, q);
         vhi = _mm_max_epi32(vhi, q);
     }
@@ -257,7 +260,7 @@ __attribute__((target("avx2"))) void RoundAvx2(const float* x, int n, int32_t* o
         lo = std::min(lo, l[k]);
         hi = std::max(hi, h[k]);
     }
-    RoundPlain(x + i, n - i, out + i, lo, hi);
+    RoundPlain(x + i, n - i, out + i, out16 + i, lo, hi);
 }
 
 } // namespace
@@ -281,18 +284,14 @@ bool CMorvaneCorrelate::Load(const float* a, int aSamples, const float* b, int n
     int32_t lo = 0;
     int32_t hi = 0;
     if (m_Isa != Isa::Baseline) {
-        RoundAvx2(a, aSamples, m_pA32, lo, hi);
-        RoundAvx2(b, n, m_pB32, lo, hi);
+        RoundAvx2(a, aSamples, m_pA32, m_pA16, lo, hi);
+        RoundAvx2(b, n, m_pB32, m_pB16, lo, hi);
     } else {
-        RoundPlain(a, aSamples, m_pA32, lo, hi);
-        RoundPlain(b, n, m_pB32, lo, hi);
+        RoundPlain(a, aSamples, m_pA32, m_pA16, lo, hi);
+        RoundPlain(b, n, m_pB32, m_pB16, lo, hi);
     }
     if (lo >= -32768 && hi <= 32767) {
         m_Width = Width::Narrow16;
-        for (int i = 0; i < aSamples; ++i)
-            m_pA16[i] = static_cast<int16_t>(m_pA32[i]);
-        for (int i = 0; i < n; ++i)
-            m_pB16[i] = static_cast<int16_t>(m_pB32[i]);
     } else if (lo >= -32768 && hi <= 32768) {
         m_Width = Width::Full32; // products fit 32 bits
     } else {
