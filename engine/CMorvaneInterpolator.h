@@ -72,8 +72,8 @@ private:
     int32_t m_BiasUp[kRows * kRowStride] = {};
     int32_t m_BiasDown[kRows * kRowStride] = {};
     // Per tap, the 16 rows (those past kRows are 0): m_Base * 2^-15 and m_Delta * 2^-15.
-    float m_TapBase[kMaxTaps * 16] = {};
-    float m_TapDelta[kMaxTaps * 16] = {};
+    alignas(64) float m_TapBase[kMaxTaps * 16] = {};
+    alignas(64) float m_TapDelta[kMaxTaps * 16] = {};
     const float* m_pSourceBegin = nullptr;
     const float* m_pSourceEnd = nullptr;
     const float* m_pCopyFrom = nullptr; // interleaved frames [from, to) are in the copies
