@@ -1,6 +1,8 @@
 #include "CMorvaneBlock.h"
 
 #include <algorithm>
+#include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
@@ -63,9 +65,11 @@ __attribute__((target("avx2"))) uint64_t MagnitudeSumAvx2(const float* x, int n)
 
 } // namespace
 
-CMorvaneBlock::CMorvaneBlock() = default;
+CMorvaneBlock::CMorvaneBlock() : m_pPartial(new int64_t[CMorvaneCorrelate::kCapacity]) {}
 
-CMorvaneBlock::~CMorvaneBlock() = default;
+CMorvaneBlock::~CMorvaneBlock() {
+    delete[] m_pPartial;
+}
 
 unsigned int CMorvaneBlock::sqr(unsigned int v) {
     unsigned int b = 1u << 30;
@@ -221,7 +225,8 @@ int64_t CMorvaneBlock::Correlate(const float* a, const float* b, int samples) co
 
 // The lag from -back to fwd - 1 whose score ((span - |lag|) >> 4) x R(lag) is the first to be
 // strictly greater than every earlier one, starting from 0 at lag 0: only a positive score moves
-// it, and ties keep the earlier (more negative) lag.
+// it, and ties keep the earlier (more negative) lag. That is the earliest lag with the highest
+// score, when that score is positive, and lag 0 otherwise.
 int CMorvaneBlock::SearchLag(const float* start, const float* E, int back, int fwd, int span, int m,
                              int ch) {
     const int samples = m * ch;
@@ -230,6 +235,9 @@ int CMorvaneBlock::SearchLag(const float* start, const float* E, int back, int f
     const bool rounded = region <= CMorvaneCorrelate::kCapacity && samples >= 0 &&
                          m_Correlate.Load(start - static_cast<long>(back) * ch,
                                           static_cast<int>(region), E, samples);
+    if (rounded && back + fwd > 0 && m_Correlate.EnergyB(0, samples) > 0)
+        return PrunedSearch(back, fwd, span, samples, ch);
+
     int64_t best = 0;
     int g = 0;
     int64_t R[kLagChunk];
@@ -251,6 +259,81 @@ int CMorvaneBlock::SearchLag(const float* start, const float* E, int back, int f
         }
     }
     return g;
+}
+
+// The same answer with less work. The sums over the pattern's first quarter come first, for all
+// lags; one lag with a high partial score is finished, which gives a score to beat. Then the lags
+// go on in groups, quarter by quarter, and a group stops as soon as none of its lags can reach
+// that score even if the rest of its sum were as large as Cauchy-Schwarz allows. A group stopped
+// can neither beat the best score nor tie it from an earlier lag, so the answer is unchanged.
+int CMorvaneBlock::PrunedSearch(int back, int fwd, int span, int samples, int ch) {
+    const int lags = back + fwd; // index j is lag j - back
+    int stage[kStages + 1];
+    for (int s = 0; s <= kStages; ++s) // quarters, whole vectors where possible
+        stage[s] = s == kStages ? samples : static_cast<int>(int64_t{samples} * s / kStages) & ~31;
+    double restB[kStages + 1]; // energy of the pattern from each stage on
+    for (int s = 0; s <= kStages; ++s)
+        restB[s] = m_Correlate.EnergyB(stage[s], samples);
+
+    const auto weight = [&](int j) { return int64_t{(span - std::abs(j - back)) >> 4}; };
+    int64_t best = 0;
+    int g = 0;
+    // Whether any of lags [j0, j0 + count), with partial sums R[j] after stages [0, s), may
+    // still beat the best score or tie it from an earlier lag: its weight times its partial sum
+    // plus the most the rest of the sum can add (Cauchy-Schwarz over all the samples the group
+    // still reads). A negative weight turns the bound around: such lags always go on.
+    const auto open = [&](const int64_t* R, int j0, int count, int s) {
+        const long from = static_cast<long>(j0) * ch + stage[s];
+        const long to = static_cast<long>(j0 + count - 1) * ch + samples;
+        const double e = std::sqrt(m_Correlate.EnergyA(from, to) * restB[s]) * 0x1p-20;
+        const int64_t rest = static_cast<int64_t>(e) + 2; // the 2 covers the rounding above
+        for (int j = j0; j < j0 + count; ++j) {
+            const int64_t w = weight(j);
+            const int64_t most = w * (R[j] + rest);
+            if (w < 0 || most > best || (most == best && j < g))
+                return true;
+        }
+        return false;
+    };
+
+    int64_t* R = m_pPartial;
+    for (int j0 = 0; j0 < lags; j0 += kLagChunk)
+        m_Correlate.Lags(j0, std::min(kLagChunk, lags - j0), ch, stage[0], stage[1], R + j0);
+
+    int pick = 0;
+    int64_t top = weight(0) * R[0];
+    for (int j = 1; j < lags; ++j) {
+        const int64_t score = weight(j) * R[j];
+        if (score > top) {
+            top = score;
+            pick = j;
+        }
+    }
+    int64_t rest = 0;
+    m_Correlate.Lags(pick, 1, ch, stage[1], samples, &rest);
+    best = weight(pick) * (R[pick] + rest);
+    g = pick;
+
+    for (int j0 = 0; j0 < lags; j0 += kGroup) {
+        const int count = std::min(kGroup, lags - j0);
+        int s = 1;
+        for (; s < kStages && open(R, j0, count, s); ++s) {
+            int64_t part[kGroup];
+            m_Correlate.Lags(j0, count, ch, stage[s], stage[s + 1], part);
+            for (int j = 0; j < count; ++j)
+                R[j0 + j] += part[j];
+        }
+        if (s < kStages)
+            continue; // stopped early
+        for (int j = j0; j < j0 + count; ++j) {
+            const int64_t score = weight(j) * R[j];
+            if (score > best || (score == best && j < g)) {
+                best = score;
+                g = j;
+            }
+        }
+    }
+    return best > 0 ? g - back : 0;
 }
 
 int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* arg, float*) {

@@ -47,6 +47,7 @@ public:
 private:
     int64_t Correlate(const float* a, const float* b, int samples) const;
     int SearchLag(const float* start, const float* E, int back, int fwd, int span, int m, int ch);
+    int PrunedSearch(int back, int fwd, int span, int samples, int ch);
 
     uint8_t m_bLastSub = 0;
     int32_t m_nCarry = 0; // output frames owed, carried from segment to segment
@@ -57,4 +58,7 @@ private:
     // correlator holds takes the direct path.
     CMorvaneCorrelate m_Correlate;
     static constexpr int kLagChunk = 64;
+    static constexpr int kStages = 4; // parts of the pattern between which lags may stop
+    static constexpr int kGroup = 8;  // lags that go on or stop together
+    int64_t* m_pPartial;              // partial sums per lag: at most one lag per sample
 };

@@ -263,18 +263,66 @@ __attribute__((target("avx2"))) void RoundAvx2(const float* x, int n, int32_t* o
     RoundPlain(x + i, n - i, out + i, out16 + i, lo, hi);
 }
 
+// sums[k] = the sum of x[i]^2 over i < 8k, for k up to n / 8 rounded up (the last block as far
+// as n). The squares (at most 2^30) and their sums (at most 2^46) are exact in double.
+void BlockSums(const int32_t* x, int n, double* sums) {
+    static_assert(CMorvaneCorrelate::kBlock == 8);
+    double total = 0.0;
+    sums[0] = 0.0;
+    int k = 0;
+    for (; 8 * k + 8 <= n; ++k) {
+        const int32_t* b = x + 8 * k;
+        double block = 0.0;
+        for (int i = 0; i < 8; ++i)
+            block += static_cast<double>(b[i]) * b[i];
+        total += block;
+        sums[k + 1] = total;
+    }
+    if (8 * k < n) {
+        for (int i = 8 * k; i < n; ++i)
+            total += static_cast<double>(x[i]) * x[i];
+        sums[k + 1] = total;
+    }
+}
+
+// The same, a block at a time in vectors: the sum of a block's squares is below 2^33, exact in
+// double whatever the order.
+__attribute__((target("avx2"))) void BlockSumsAvx2(const int32_t* x, int n, double* sums) {
+    double total = 0.0;
+    sums[0] = 0.0;
+    int k = 0;
+    for (; 8 * k + 8 <= n; ++k) {
+        const __m256d lo =
+            _mm256_cvtepi32_pd(_mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 8 * k)));
+        const __m256d hi =
+            _mm256_cvtepi32_pd(_mm_loadu_si128(reinterpret_cast<const __m128i*>(x + 8 * k + 4)));
+        const __m256d q = _mm256_add_pd(_mm256_mul_pd(lo, lo), _mm256_mul_pd(hi, hi));
+        const __m128d h = _mm_add_pd(_mm256_castpd256_pd128(q), _mm256_extractf128_pd(q, 1));
+        total += _mm_cvtsd_f64(_mm_add_sd(h, _mm_unpackhi_pd(h, h)));
+        sums[k + 1] = total;
+    }
+    if (8 * k < n) {
+        for (int i = 8 * k; i < n; ++i)
+            total += static_cast<double>(x[i]) * x[i];
+        sums[k + 1] = total;
+    }
+}
+
 } // namespace
 
 CMorvaneCorrelate::CMorvaneCorrelate(Isa isa)
     : m_Isa(CMorvaneIsa::Usable(isa)), m_pA32(new int32_t[kCapacity]),
       m_pB32(new int32_t[kCapacity]), m_pA16(new int16_t[kCapacity]),
-      m_pB16(new int16_t[kCapacity]) {}
+      m_pB16(new int16_t[kCapacity]), m_pEA(new double[kCapacity / kBlock + 2]),
+      m_pEB(new double[kCapacity / kBlock + 2]) {}
 
 CMorvaneCorrelate::~CMorvaneCorrelate() {
     delete[] m_pA32;
     delete[] m_pB32;
     delete[] m_pA16;
     delete[] m_pB16;
+    delete[] m_pEA;
+    delete[] m_pEB;
 }
 
 bool CMorvaneCorrelate::Load(const float* a, int aSamples, const float* b, int n) {
@@ -299,16 +347,34 @@ bool CMorvaneCorrelate::Load(const float* a, int aSamples, const float* b, int n
     }
     m_nA = aSamples;
     m_nB = n;
+    if (m_Width != Width::Wide64) {
+        const auto sums = m_Isa != Isa::Baseline ? BlockSumsAvx2 : BlockSums;
+        sums(m_pA32, aSamples, m_pEA);
+        sums(m_pB32, n, m_pEB);
+    }
     return true;
 }
 
+double CMorvaneCorrelate::Energy(const double* sums, int n, long from, long to) const {
+    if (m_Width == Width::Wide64 || from < 0 || to > n || from >= to)
+        return 0.0;
+    return sums[(to + kBlock - 1) / kBlock] - sums[from / kBlock];
+}
+
 void CMorvaneCorrelate::Lags(int first, int count, int stride, int64_t* out) const {
+    Lags(first, count, stride, 0, m_nB, out);
+}
+
+void CMorvaneCorrelate::Lags(int first, int count, int stride, int from, int to,
+                             int64_t* out) const {
     if (count <= 0)
         return;
-    const long offset = static_cast<long>(first) * stride;
-    const int n = m_nB;
+    from = std::clamp(from, 0, m_nB);
+    to = std::clamp(to, from, m_nB);
+    const long offset = static_cast<long>(first) * stride + from;
+    const int n = to - from;
     if (m_Width == Width::Wide64) {
-        PlainLags<int32_t, Scalar64>(m_pA32 + offset, m_pB32, n, stride, count, out);
+        PlainLags<int32_t, Scalar64>(m_pA32 + offset, m_pB32 + from, n, stride, count, out);
         return;
     }
 #if defined(__SSE2__)
@@ -316,30 +382,32 @@ void CMorvaneCorrelate::Lags(int first, int count, int stride, int64_t* out) con
         const int16_t* a = m_pA16 + offset;
         switch (m_Isa) {
         case Isa::Avx512:
-            Batched<int16_t, kWideBatch, Narrow512<kWideBatch>, Narrow512<1>>(a, m_pB16, n, stride,
-                                                                              count, out);
+            Batched<int16_t, kWideBatch, Narrow512<kWideBatch>, Narrow512<1>>(a, m_pB16 + from, n,
+                                                                              stride, count, out);
             return;
         case Isa::Avx2:
-            Batched<int16_t, kBatch, Narrow256<kBatch>, Narrow256<1>>(a, m_pB16, n, stride, count,
-                                                                      out);
+            Batched<int16_t, kBatch, Narrow256<kBatch>, Narrow256<1>>(a, m_pB16 + from, n, stride,
+                                                                      count, out);
             return;
         case Isa::Baseline:
-            Batched<int16_t, kBatch, Narrow128<kBatch>, Narrow128<1>>(a, m_pB16, n, stride, count,
-                                                                      out);
+            Batched<int16_t, kBatch, Narrow128<kBatch>, Narrow128<1>>(a, m_pB16 + from, n, stride,
+                                                                      count, out);
             return;
         }
     }
     const int32_t* a = m_pA32 + offset;
     switch (m_Isa) {
     case Isa::Avx512:
-        Batched<int32_t, kBatch, Full512<kBatch>, Full512<1>>(a, m_pB32, n, stride, count, out);
+        Batched<int32_t, kBatch, Full512<kBatch>, Full512<1>>(a, m_pB32 + from, n, stride, count,
+                                                              out);
         return;
     case Isa::Avx2:
-        Batched<int32_t, kBatch, Full256<kBatch>, Full256<1>>(a, m_pB32, n, stride, count, out);
+        Batched<int32_t, kBatch, Full256<kBatch>, Full256<1>>(a, m_pB32 + from, n, stride, count,
+                                                              out);
         return;
     case Isa::Baseline:
         break;
     }
 #endif
-    PlainLags<int32_t, Scalar32>(m_pA32 + offset, m_pB32, n, stride, count, out);
+    PlainLags<int32_t, Scalar32>(m_pA32 + offset, m_pB32 + from, n, stride, count, out);
 }

@@ -33,6 +33,16 @@ public:
     // out[j] = R(first + j) for j < count, lags counted in steps of stride samples. The caller
     // keeps (first + count - 1) * stride + n within the loaded a.
     void Lags(int first, int count, int stride, int64_t* out) const;
+    // The same sums over i in [from, to) only (0 <= from <= to <= n): the parts add up to R.
+    void Lags(int first, int count, int stride, int from, int to, int64_t* out) const;
+
+    // Sums of squares of the rounded samples of a and b over [from, to) widened to whole blocks
+    // of kBlock samples (so at least the sums over [from, to)), for bounding a sum before
+    // computing it: |sum of a[j * stride + i] * b[i]| <= sqrt(Ea * Eb). Exact integers in
+    // double. Only while the samples are within +-32768 (Narrow16 and Full32); 0 otherwise.
+    static constexpr int kBlock = 8;
+    double EnergyA(long from, long to) const { return Energy(m_pEA, m_nA, from, to); }
+    double EnergyB(long from, long to) const { return Energy(m_pEB, m_nB, from, to); }
 
     Width LoadedWidth() const { return m_Width; }
     Isa UsedIsa() const { return m_Isa; }
@@ -46,4 +56,8 @@ private:
     int32_t* m_pB32;
     int16_t* m_pA16;
     int16_t* m_pB16;
+    double Energy(const double* sums, int n, long from, long to) const;
+
+    double* m_pEA; // running sums of squares: m_pEA[k] over a[0..kBlock * k)
+    double* m_pEB;
 };

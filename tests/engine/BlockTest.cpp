@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "CMorvaneBlock.h"
+#include "Scale16.h"
 #include "support/Signals.h"
 
 namespace {
@@ -212,6 +215,85 @@ TEST_F(BlockFixture, SamplesBeyondFullScaleStayDefined) {
         arg.dStretch = f;
         const int written = block.Block(out.data(), in, 44100, &arg);
         EXPECT_EQ(static_cast<int>(44100 * f), written + block.Carry());
+    }
+}
+
+// The splice search by its definition: every lag in order, the first strictly better score
+// from 0 at lag 0, over the stretch's own geometry.
+int DefinitionLag(const float* in, int inLen, int outLen, const mvArg& arg) {
+    const int ch = arg.nChannels;
+    const int h = static_cast<int>(outLen * arg.dHeadRatio);
+    const int m = outLen - h - static_cast<int>(outLen * arg.dTailRatio);
+    const float* E = in + static_cast<long>(inLen - outLen + h) * ch;
+    const float* start = in + static_cast<long>(h) * ch;
+    const int back = static_cast<int>(outLen * arg.dSearchBack);
+    const int fwd = static_cast<int>(outLen * arg.dSearchFwd);
+    const int span = static_cast<int>(outLen * arg.dLagWeight);
+    int64_t best = 0;
+    int g = 0;
+    for (int lag = -back; lag < fwd; ++lag) {
+        int64_t R = 0;
+        for (int i = 0; i < m * ch; ++i)
+            R += (int64_t{Scale16::Round(start[lag * ch + i])} * Scale16::Round(E[i])) >> 20;
+        const int64_t score = int64_t{(span - std::abs(lag)) >> 4} * R;
+        if (score > best) {
+            best = score;
+            g = lag;
+        }
+    }
+    return g;
+}
+
+// The search stops computing lags that cannot win; whatever the material, the lag it returns
+// must be the definition's, ties to the earliest lag included.
+TEST(SpliceSearch, FindsTheDefinitionsLag) {
+    constexpr int kFrames = kHistory + 4000;
+    for (int ch : {1, 2}) {
+        std::vector<std::pair<const char*, std::vector<float>>> cases;
+        cases.push_back({"noise", Signals::Noise(kFrames, ch, 0.5, 3)});
+        cases.push_back({"tone and noise", Signals::Sine(kFrames, ch, 1.0 / 61, 0.6)});
+        for (size_t i = 0; i < cases.back().second.size(); ++i)
+            cases.back().second[i] += 0.05f * Signals::Noise(kFrames, ch, 1.0, 9)[i];
+        // a period of 4 frames: whole runs of lags tie exactly
+        std::vector<float> ties(static_cast<size_t>(kFrames) * ch);
+        const float cycle[] = {0.5f, -0.25f, 0.75f, -0.875f};
+        for (size_t i = 0; i < ties.size(); ++i)
+            ties[i] = cycle[(i / ch) % 4];
+        cases.push_back({"period of 4 frames", ties});
+        // full scale: +1.0 rounds to 32768, past 16 bits
+        cases.push_back({"full scale", Signals::Sine(kFrames, ch, 1.0 / 40, 1.0)});
+        // bursts that decay: the energy moves along the pattern
+        std::vector<float> bursts = Signals::Noise(kFrames, ch, 0.9, 5);
+        for (size_t i = 0; i < bursts.size(); ++i)
+            bursts[i] *= static_cast<float>(std::exp(-double((i / ch) % 700) / 80.0));
+        cases.push_back({"decaying bursts", bursts});
+        // a step: the region is positive and the pattern negative, every lag scores below 0
+        std::vector<float> step(static_cast<size_t>(kFrames) * ch, 0.5f);
+        std::fill(step.begin() + static_cast<long>(kHistory + 780) * ch, step.end(), -0.5f);
+        cases.push_back({"every score negative", step});
+
+        for (const auto& [what, signal] : cases) {
+            // the engine's search, and one wider than the weight's span: weights below 0
+            for (auto [back, span] : {std::pair{0.18, 0.4}, {0.25, 0.1}}) {
+                for (auto [inLen, outLen] : {std::pair{1000, 1500}, {1500, 1000}, {2500, 3400}}) {
+                    std::vector<float> buf(signal);
+                    buf.resize(buf.size() + 2 * 4000 * ch, 0.0f);
+                    std::vector<float> out(buf.size() * 2);
+                    CMorvaneBlock block;
+                    block.SetBufferPointer(buf.data());
+                    mvArg arg;
+                    arg.nChannels = ch;
+                    arg.dStretch = double(outLen) / inLen;
+                    arg.dSearchBack = back;
+                    arg.dLagWeight = span;
+                    float* in = buf.data() + static_cast<long>(kHistory) * ch;
+                    const int r = block.stretch(out.data(), in, inLen, outLen, &arg, nullptr);
+                    EXPECT_EQ(DefinitionLag(in, inLen, outLen, arg), r - outLen)
+                        << what << ", " << ch << " channels, back " << back << ", " << inLen
+                        << " -> " << outLen;
+                }
+            }
+        }
     }
 }
 
