@@ -25,4 +25,6 @@ public:
 private:
     SNDFILE* m_file = nullptr;
     SF_INFO m_info{};
+    bool m_wav16 = false;        // 16-bit WAV: read as integers, scaled here
+    std::vector<short> m_shorts; // those integers
 };

@@ -3,10 +3,16 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <mutex>
 #include <set>
 #include <stdexcept>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -23,6 +29,42 @@ std::string TemporaryName(const std::string& target) {
     const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
     return dir + "." + name + ".morvane-" + std::to_string(getpid()) + "-" +
            std::to_string(counter++) + ".tmp";
+}
+
+// What libsndfile's clipping float-to-16-bit conversion for WAV gives: the sample scaled to
+// 32 bits, rounded to nearest-even, and the top 16 bits kept; at or beyond 2^31 the largest
+// value, at or below -2^31 the smallest; NaN becomes the smallest too (checked against the
+// library for every float).
+short FloatToShort(float x) {
+    const float s = x * 2147483648.0f;
+    if (s >= 2147483648.0f)
+        return 32767;
+    if (!(s > -2147483648.0f)) // also NaN
+        return -32768;
+    return static_cast<short>(static_cast<int32_t>(std::lrintf(s)) >> 16);
+}
+
+void FloatsToShorts(const float* x, long n, short* out) {
+    long i = 0;
+#if defined(__SSE2__)
+    // cvtps2dq rounds to nearest-even as lrintf does, and gives 0x80000000 for NaN and for
+    // anything beyond 32 bits: right for the bottom, replaced at the top.
+    const __m128 scale = _mm_set1_ps(2147483648.0f);
+    const __m128i top = _mm_set1_epi32(0x7FFFFFFF);
+    for (; i + 8 <= n; i += 8) {
+        __m128i half[2];
+        for (int h = 0; h < 2; ++h) {
+            const __m128 s = _mm_mul_ps(_mm_loadu_ps(x + i + 4 * h), scale);
+            const __m128i over = _mm_castps_si128(_mm_cmpge_ps(s, scale));
+            const __m128i v = _mm_cvtps_epi32(s);
+            half[h] = _mm_srai_epi32(
+                _mm_or_si128(_mm_andnot_si128(over, v), _mm_and_si128(over, top)), 16);
+        }
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packs_epi32(half[0], half[1]));
+    }
+#endif
+    for (; i < n; ++i)
+        out[i] = FloatToShort(x[i]);
 }
 
 } // namespace
@@ -47,6 +89,10 @@ AudioWriter::AudioWriter(const std::string& target, int format, int channels, in
     }
     // Integer formats clip rather than wrap what lies beyond full scale.
     sf_command(m_file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    m_channels = channels;
+    const int container = format & SF_FORMAT_TYPEMASK;
+    m_wav16 = (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX) &&
+              (format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16;
 }
 
 AudioWriter::~AudioWriter() {
@@ -67,7 +113,19 @@ void AudioWriter::Discard() {
 }
 
 void AudioWriter::Write(const float* interleaved, sf_count_t frames) {
-    if (frames > 0 && sf_writef_float(m_file, interleaved, frames) != frames)
+    if (frames <= 0)
+        return;
+    sf_count_t written;
+    if (m_wav16) { // the library's conversion is a plain loop; this is the same, vectorised
+        const size_t samples = static_cast<size_t>(frames) * m_channels;
+        if (m_shorts.size() < samples)
+            m_shorts.resize(samples);
+        FloatsToShorts(interleaved, static_cast<long>(samples), m_shorts.data());
+        written = sf_writef_short(m_file, m_shorts.data(), frames);
+    } else {
+        written = sf_writef_float(m_file, interleaved, frames);
+    }
+    if (written != frames)
         throw std::runtime_error("cannot write " + m_target + ": " + sf_strerror(m_file));
 }
 

@@ -3,6 +3,7 @@
 #include <sndfile.h>
 
 #include <string>
+#include <vector>
 
 // Writes an audio file so that no partial file is ever left under the target's name: frames go
 // to a hidden temporary file beside the target, which Commit() renames over it. Destroying a
@@ -30,4 +31,7 @@ private:
     std::string m_target;
     std::string m_temp;
     SNDFILE* m_file = nullptr;
+    int m_channels = 0;
+    bool m_wav16 = false;        // 16-bit WAV: converted here, written as integers
+    std::vector<short> m_shorts; // those integers
 };

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,6 +19,9 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+// The engine's limit on sample magnitude: anything beyond comes out at the limit.
+constexpr float kEngineLimit = 1.0e6f;
 
 struct Result {
     int code;
@@ -166,6 +170,66 @@ TEST_F(Host, MonoStaysMonoAndUnitRatesAreExact) {
     EXPECT_EQ(44100 * 2 + 44100, info.frames);
     EXPECT_EQ(0.0f, late[2 * 44099]);
     EXPECT_EQ(music[0], late[2 * 44100]);
+}
+
+// 16-bit WAV samples are converted by the host itself, as libsndfile converts them: both ways,
+// to the bit, including rounding ties and clipping.
+TEST_F(Host, SixteenBitWavConvertsAsLibsndfileDoes) {
+    std::vector<short> every(65536);
+    for (int i = 0; i < 65536; ++i)
+        every[i] = static_cast<short>(i - 32768);
+    SF_INFO info{};
+    info.channels = 2;
+    info.samplerate = 44100;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* f = sf_open(P("every.wav").c_str(), SFM_WRITE, &info);
+    ASSERT_NE(nullptr, f);
+    sf_writef_short(f, every.data(), 32768);
+    sf_close(f);
+    ASSERT_EQ(0, Run("render --bits float " + P("every.wav") + " " + P("every-float.wav")).code);
+    const auto library = Read("every.wav", &info);
+    const auto ours = Read("every-float.wav", &info);
+    ASSERT_EQ(library.size(), ours.size());
+    EXPECT_EQ(0, std::memcmp(library.data(), ours.data(), sizeof(float) * ours.size()));
+
+    // floats around every rounding tie near zero, across full scale, and beyond it
+    std::vector<float> x;
+    for (int q = -130; q <= 130; ++q)
+        for (float d : {-1.0f, -0.5f, 0.0f, 0.5f, 1.0f})
+            x.push_back((65536.0f * q + d) * 0x1p-31f);
+    for (int k = -40000; k <= 40000; ++k)
+        x.push_back(k / 32768.0f + 0x1p-17f * (k % 3));
+    for (float v : {1.0f, -1.0f, 32767.5f / 32768, -32768.5f / 32768, 1.5f, -1.5f, 3e9f, -3e9f,
+                    std::nextafter(1.0f, 0.0f), std::nextafter(-1.0f, 0.0f), 0x1p-40f, -0x1p-40f})
+        x.push_back(v);
+    if (x.size() % 2)
+        x.push_back(0.0f);
+    Write("floats.wav", x, 2, 44100);
+    ASSERT_EQ(0, Run("render --bits 16 " + P("floats.wav") + " " + P("floats-16.wav")).code);
+    info = SF_INFO{};
+    info.channels = 2;
+    info.samplerate = 44100;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    f = sf_open(P("library-16.wav").c_str(), SFM_WRITE, &info);
+    ASSERT_NE(nullptr, f);
+    sf_command(f, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    // the engine keeps samples within its limit; those beyond reach the writer at the limit
+    std::vector<float> limited(x);
+    for (float& v : limited)
+        v = std::clamp(v, -kEngineLimit, kEngineLimit);
+    sf_writef_float(f, limited.data(), static_cast<sf_count_t>(limited.size() / 2));
+    sf_close(f);
+    const auto shorts = [&](const std::string& name) {
+        SF_INFO i{};
+        SNDFILE* g = sf_open(P(name).c_str(), SFM_READ, &i);
+        std::vector<short> v(static_cast<size_t>(i.frames * i.channels));
+        if (g) {
+            sf_readf_short(g, v.data(), i.frames);
+            sf_close(g);
+        }
+        return v;
+    };
+    EXPECT_EQ(shorts("library-16.wav"), shorts("floats-16.wav"));
 }
 
 TEST_F(Host, BadInputGivesOneLineAnExitCodeAndNoFile) {
