@@ -8,10 +8,10 @@
 //   acc = 0; for each tap j: acc = float(acc + (x[j] * c[j]) * 2^-15)
 // per channel, with c[j] interpolated from two table entries, in exactly that order. Vector
 // lanes hold different frames, so one vector add carries the running sums of many frames and
-// the order of each sum is kept. AVX-512 keeps one channel of 16 frames per vector: it reads
-// the samples from de-interleaved copies, each tap's samples of all 16 frames picked out of a
-// 32-frame window, and each tap's coefficients picked from a table of that tap's rows. AVX2
-// computes the products of each frame's taps side by side and transposes them.
+// the order of each sum is kept. Each vector holds one channel of 16 frames (AVX-512) or 8
+// (AVX2): the samples come from de-interleaved copies, each tap's samples of all the frames
+// picked out of a window of twice as many, and each tap's coefficients picked from a table of
+// that tap's rows.
 //
 // Adding in single precision gives the same bits as the double-then-float of the plain loop
 // (float sums rounded through double round the same way), as long as (x * c) * 2^-15 is exact in
@@ -22,8 +22,6 @@ public:
     static constexpr int kMaxTaps = 104; // the resampler's 101, rounded up to whole vectors
     static constexpr int kRows = 11;     // table offsets 0..10 occur (see CMorvaneResample)
     static constexpr int kBatch = 16;
-    static constexpr int kRowStride = 112; // taps per table row, whole AVX-512 vectors
-    static_assert(kRowStride >= kMaxTaps && kRowStride % 16 == 0);
 
     struct Point {
         const float* x; // first of the taps' interleaved stereo frames
@@ -36,19 +34,20 @@ public:
     CMorvaneInterpolator(const CMorvaneInterpolator&) = delete;
     CMorvaneInterpolator& operator=(const CMorvaneInterpolator&) = delete;
 
-    // Lays out a table of 8 entries per tap for the kernels: for each row, both entries of each
-    // tap. Entries at or past the table's end count as 0.
+    // Lays out a table of 8 entries per tap for the kernels: for each tap, both entries of each
+    // row. Entries at or past the table's end count as 0.
     void Prepare(const int16_t* table, int entries);
 
     // False on the baseline: the caller keeps its plain loop.
     bool Available() const { return m_Isa != CMorvaneIsa::Baseline; }
 
     // Declares that the coming points read interleaved stereo frames within [begin, end). Call
-    // it whenever the input changes: the AVX-512 kernel keeps copies of what it reads.
+    // it whenever the input changes: the kernels keep copies of what they read.
     void Source(const float* begin, const float* end);
 
-    // Running sums of count <= kBatch points: left[i] and right[i] for points[i]. False, with
-    // nothing written, when a point reads outside the declared source.
+    // Running sums of count <= kBatch points: left[i] and right[i] for points[i]. False when a
+    // point reads outside the declared source or the kernels are not available (left and right
+    // then hold nothing useful).
     bool Run(const Point* points, int count, int taps, float* left, float* right);
 
     // True when every sample of x[0..samples) may go through the kernels.
@@ -56,22 +55,21 @@ public:
 
 private:
     static constexpr int kPlane = 1024; // frames of each de-interleaved copy
-    static constexpr int kWindow = 32;  // frames one tap of 16 points may span
+    static constexpr int kWindow = 32;  // frames one tap of 16 points may span (8 points: 16)
 
-    bool Run512(const Point* points, int count, const float* first, const float* end, int taps,
-                float* left, float* right);
-    void Run256(const Point* points, int count, int taps, float* left, float* right) const;
+    // Up to a vector of points (16 or 8), in two halves when they span more than a window.
+    bool Group(const Point* points, int count, int taps, float* left, float* right);
+    // Makes the copies hold [first, end), starting on a frame of theirs, when the source has it;
+    // false otherwise.
+    bool Copies(const float* first, const float* end);
     // De-interleaves from first on, as far as the source and the copies reach.
     void Fill(const float* first);
 
     CMorvaneIsa::Level m_Isa;
-    int32_t m_Base[kRows * kRowStride] = {};  // per row and tap: table[row + 8j + 1]
-    int32_t m_Delta[kRows * kRowStride] = {}; // table[row + 8j] - table[row + 8j + 1]
-    // Added to delta * sub before the shift where that product is negative, so that the shift
-    // truncates toward zero: for sub >= 0 and for sub < 0.
-    int32_t m_BiasUp[kRows * kRowStride] = {};
-    int32_t m_BiasDown[kRows * kRowStride] = {};
-    // Per tap, the 16 rows (those past kRows are 0): m_Base * 2^-15 and m_Delta * 2^-15.
+    // Per tap, the 16 rows (those past kRows are 0): table[row + 8j + 1] and
+    // table[row + 8j] - table[row + 8j + 1], as integers (AVX2) and scaled by 2^-15 (AVX-512).
+    alignas(64) int32_t m_TapBaseInt[kMaxTaps * 16] = {};
+    alignas(64) int32_t m_TapDeltaInt[kMaxTaps * 16] = {};
     alignas(64) float m_TapBase[kMaxTaps * 16] = {};
     alignas(64) float m_TapDelta[kMaxTaps * 16] = {};
     const float* m_pSourceBegin = nullptr;

@@ -111,6 +111,70 @@ TEST(Interpolator, EveryKernelKeepsThePlainLoopsBits) {
     }
 }
 
+// One source read many times over, as the resampler does: points anywhere in it, on either
+// sample of a frame, in and out of order, near and far apart, and some reading past its ends.
+TEST(Interpolator, CopiesOfOneSourceServeAnyPoints) {
+    std::mt19937 rng(11);
+    std::vector<int16_t> table(8 * CMorvaneInterpolator::kMaxTaps + CMorvaneInterpolator::kRows);
+    std::uniform_int_distribution<int> entry(-32768, 32767);
+    for (int16_t& t : table)
+        t = static_cast<int16_t>(entry(rng));
+    std::vector<float> x(5000);
+    std::uniform_real_distribution<float> u(-1.0f, 1.0f);
+    for (float& v : x)
+        v = u(rng);
+    const int taps = 101;
+    std::uniform_int_distribution<int> at(-40, static_cast<int>(x.size()) - 2 * taps + 40);
+    std::uniform_int_distribution<int> step(-1, 3);
+    std::uniform_int_distribution<int> row(0, CMorvaneInterpolator::kRows - 1);
+    std::uniform_int_distribution<int> sub(-32767, 32767);
+    std::uniform_int_distribution<int> counts(1, CMorvaneInterpolator::kBatch);
+    for (auto isa : {CMorvaneIsa::Avx2, CMorvaneIsa::Avx512}) {
+        if (!CMorvaneIsa::Supported(isa))
+            continue;
+        CMorvaneInterpolator k(isa);
+        k.Prepare(table.data(), static_cast<int>(table.size()));
+        k.Source(x.data(), x.data() + x.size());
+        int served = 0;
+        for (int call = 0; call < 400; ++call) {
+            const int count = counts(rng);
+            Point points[CMorvaneInterpolator::kBatch];
+            long first = at(rng);
+            long end = first;
+            bool inside = true;
+            for (int i = 0, s = at(rng) % 2; i < count; ++i) {
+                const long sample = first + 2 * s;
+                inside = inside && sample >= 0 && sample + 2 * taps <= static_cast<long>(x.size());
+                points[i] = {x.data() + std::clamp(sample, 0L, static_cast<long>(x.size())),
+                             row(rng), sub(rng)};
+                end = std::max(end, sample);
+                s += call % 3 == 0 ? step(rng) : 1 + i % 2; // resampler-like steps mostly
+            }
+            if (!inside) {
+                // pointers of points outside the source are clamped into it, so only the reads
+                // past its end are left to refuse
+                if (end + 2 * taps > static_cast<long>(x.size())) {
+                    float l[CMorvaneInterpolator::kBatch], r[CMorvaneInterpolator::kBatch];
+                    EXPECT_FALSE(k.Run(points, count, taps, l, r)) << "read past the source";
+                }
+                continue;
+            }
+            float left[CMorvaneInterpolator::kBatch];
+            float right[CMorvaneInterpolator::kBatch];
+            ASSERT_TRUE(k.Run(points, count, taps, left, right));
+            ++served;
+            for (int i = 0; i < count; ++i) {
+                float want[2];
+                Plain(table.data(), points[i], taps, want);
+                const float got[2] = {left[i], right[i]};
+                ASSERT_EQ(0, std::memcmp(want, got, sizeof want))
+                    << "isa " << isa << " call " << call << " point " << i << " of " << count;
+            }
+        }
+        EXPECT_GT(served, 300);
+    }
+}
+
 TEST(Interpolator, ExactRefusesSamplesItCouldRoundDifferently) {
     const float ok[] = {0.0f, -0.0f, 0x1p-111f, -1.0f, 0x1p100f};
     EXPECT_TRUE(CMorvaneInterpolator::Exact(ok, 5));
