@@ -28,14 +28,36 @@ void Plain(const int16_t* table, const Point& p, int taps, float* acc) {
     acc[1] = a1;
 }
 
-TEST(Interpolator, EveryKernelKeepsThePlainLoopsBits) {
-    std::mt19937 rng(5);
-    // Any 16-bit entries, so that differences and their products with the fraction reach
-    // their extremes; the table has room for the highest row.
+// Any 16-bit entries, with room for the highest row.
+std::vector<int16_t> RandomTable(std::mt19937& rng) {
     std::vector<int16_t> table(8 * CMorvaneInterpolator::kMaxTaps + CMorvaneInterpolator::kRows);
     std::uniform_int_distribution<int> entry(-32768, 32767);
     for (int16_t& t : table)
         t = static_cast<int16_t>(entry(rng));
+    return table;
+}
+
+// The kernels' sums for points[0..count) against the plain loop's, to the bit.
+::testing::AssertionResult MatchPlain(const std::vector<int16_t>& table, const Point* points,
+                                      int count, int taps, const float* left,
+                                      const float* right) {
+    for (int i = 0; i < count; ++i) {
+        float want[2];
+        Plain(table.data(), points[i], taps, want);
+        const float got[2] = {left[i], right[i]};
+        if (std::memcmp(want, got, sizeof want) != 0)
+            return ::testing::AssertionFailure()
+                   << "taps " << taps << " point " << i << " of " << count << ": " << want[0]
+                   << " " << got[0] << " " << want[1] << " " << got[1] << " sub "
+                   << points[i].sub << " row " << points[i].row;
+    }
+    return ::testing::AssertionSuccess();
+}
+
+TEST(Interpolator, EveryKernelKeepsThePlainLoopsBits) {
+    std::mt19937 rng(5);
+    // Differences and their products with the fraction reach their extremes.
+    std::vector<int16_t> table = RandomTable(rng);
     table[0] = -32768;
     table[1] = 32767;
     // Differences of -1 and +1, which the fraction 32767 takes to -32767 and +32767: the
@@ -97,15 +119,7 @@ TEST(Interpolator, EveryKernelKeepsThePlainLoopsBits) {
                 ASSERT_TRUE(k.Run(points, count, taps, left, right));
                 EXPECT_EQ(42.0f, left[count]) << "wrote past the points";
                 EXPECT_EQ(42.0f, right[count]) << "wrote past the points";
-                for (int i = 0; i < count; ++i) {
-                    float want[2];
-                    Plain(table.data(), points[i], taps, want);
-                    const float got[2] = {left[i], right[i]};
-                    ASSERT_EQ(0, std::memcmp(want, got, sizeof want))
-                        << "isa " << isa << " taps " << taps << " point " << i << " of " << count
-                        << ": " << want[0] << " " << got[0] << " " << want[1] << " " << got[1]
-                        << " sub " << points[i].sub << " row " << points[i].row;
-                }
+                ASSERT_TRUE(MatchPlain(table, points, count, taps, left, right)) << "isa " << isa;
             }
         }
     }
@@ -115,10 +129,7 @@ TEST(Interpolator, EveryKernelKeepsThePlainLoopsBits) {
 // sample of a frame, in and out of order, near and far apart, and some reading past its ends.
 TEST(Interpolator, CopiesOfOneSourceServeAnyPoints) {
     std::mt19937 rng(11);
-    std::vector<int16_t> table(8 * CMorvaneInterpolator::kMaxTaps + CMorvaneInterpolator::kRows);
-    std::uniform_int_distribution<int> entry(-32768, 32767);
-    for (int16_t& t : table)
-        t = static_cast<int16_t>(entry(rng));
+    const std::vector<int16_t> table = RandomTable(rng);
     std::vector<float> x(5000);
     std::uniform_real_distribution<float> u(-1.0f, 1.0f);
     for (float& v : x)
@@ -163,13 +174,8 @@ TEST(Interpolator, CopiesOfOneSourceServeAnyPoints) {
             float right[CMorvaneInterpolator::kBatch];
             ASSERT_TRUE(k.Run(points, count, taps, left, right));
             ++served;
-            for (int i = 0; i < count; ++i) {
-                float want[2];
-                Plain(table.data(), points[i], taps, want);
-                const float got[2] = {left[i], right[i]};
-                ASSERT_EQ(0, std::memcmp(want, got, sizeof want))
-                    << "isa " << isa << " call " << call << " point " << i << " of " << count;
-            }
+            ASSERT_TRUE(MatchPlain(table, points, count, taps, left, right))
+                << "isa " << isa << " call " << call;
         }
         EXPECT_GT(served, 300);
     }
