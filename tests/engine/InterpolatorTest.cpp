@@ -39,17 +39,16 @@ std::vector<int16_t> RandomTable(std::mt19937& rng) {
 
 // The kernels' sums for points[0..count) against the plain loop's, to the bit.
 ::testing::AssertionResult MatchPlain(const std::vector<int16_t>& table, const Point* points,
-                                      int count, int taps, const float* left,
-                                      const float* right) {
+                                      int count, int taps, const float* left, const float* right) {
     for (int i = 0; i < count; ++i) {
         float want[2];
         Plain(table.data(), points[i], taps, want);
         const float got[2] = {left[i], right[i]};
         if (std::memcmp(want, got, sizeof want) != 0)
             return ::testing::AssertionFailure()
-                   << "taps " << taps << " point " << i << " of " << count << ": " << want[0]
-                   << " " << got[0] << " " << want[1] << " " << got[1] << " sub "
-                   << points[i].sub << " row " << points[i].row;
+                   << "taps " << taps << " point " << i << " of " << count << ": " << want[0] << " "
+                   << got[0] << " " << want[1] << " " << got[1] << " sub " << points[i].sub
+                   << " row " << points[i].row;
     }
     return ::testing::AssertionSuccess();
 }

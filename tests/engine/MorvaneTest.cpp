@@ -32,29 +32,6 @@ Planar RunJob(CMorvane& engine, const Planar& in, int block, std::vector<int>* c
     return out;
 }
 
-TEST(Morvane, FrameAndSubBlockFollowTheRate) {
-    CMorvane e;
-    struct Case {
-        int rate, frame, sub;
-    };
-    for (Case c : {Case{44100, 882, 1587}, Case{48000, 960, 1728}, Case{96000, 1920, 3456}}) {
-        e.SetSamplingRate(c.rate);
-        EXPECT_EQ(c.frame, e.nFrameLen);
-        EXPECT_EQ(c.sub, e.nSubBlockLen);
-        EXPECT_EQ(c.rate, e.nSampleRate);
-    }
-    // only -1.0 turns the low-sound option off
-    for (float v : {0.0f, 1.0f, 0.5f}) {
-        e.SetLowSound(v);
-        EXPECT_EQ(1, e.bLowSound) << v;
-        EXPECT_EQ(1920, e.nFrameLen);
-    }
-    e.SetLowSound(-1.0f);
-    EXPECT_EQ(0, e.bLowSound);
-    EXPECT_EQ(0, e.nFrameLen);
-    EXPECT_EQ(0, e.nSubBlockLen);
-}
-
 TEST(Morvane, UnitRatesAndInactiveAreAPlainCopy) {
     const Planar in = Split(Signals::Music(30000, 44100));
     CMorvane e;
@@ -110,68 +87,6 @@ TEST(Morvane, LengthFollowsTheTimeRateWhateverTheBlocks) {
             }
         }
     }
-}
-
-TEST(Morvane, PitchMovesByTheRatioAndTimeStays) {
-    const double freq = 440.0 / 44100;
-    const Planar in = Split(Signals::Sine(44100 * 4, 2, freq, 0.4));
-    struct Case {
-        double time, pitch;
-    };
-    for (Case c : {Case{1.0, 0.7}, Case{1.5, 1.0}, Case{0.75, std::pow(2.0, -500 / 1200.0)},
-                   Case{1.0, std::pow(2.0, 700 / 1200.0)}, Case{2.0, 0.5}}) {
-        CMorvane e;
-        e.SetTimeRate(c.time, false);
-        e.SetPitchRate(c.pitch, false);
-        const Planar out = RunJob(e, in, 8192);
-        const int n = static_cast<int>(out.size());
-        const double f = Signals::ZeroCrossingFrequency(out.left.data(), 1, n / 10, n - n / 10);
-        const double cents = 1200 * std::log2(f / freq);
-        EXPECT_NEAR(1200 * std::log2(c.pitch), cents, 3.0) << c.time << " " << c.pitch;
-        EXPECT_NEAR(in.size() * c.time, n, 441);
-    }
-}
-
-TEST(Morvane, RateChangeDuringAJobFlushesFirst) {
-    const Planar in = Split(Signals::Music(44100 * 4, 44100));
-    CMorvane e;
-    e.SetTimeRate(1.5, false);
-    Planar out;
-    std::vector<float> o0(e.MaxOutput(44100)), o1(e.MaxOutput(44100));
-    e.StartToProcess();
-    long total = 0;
-    for (int pos = 0; pos < 4 * 44100; pos += 22050) {
-        if (pos == 2 * 44100) {
-            e.SetTimeRate(0.5, true); // a job is running: takes effect at the next block
-            EXPECT_TRUE(e.Pending());
-            EXPECT_EQ(1.5, e.dTimeRate);
-            EXPECT_EQ(0.5, e.dTimeRateNext);
-        }
-        float* ins[2] = {const_cast<float*>(&in.left[pos]), const_cast<float*>(&in.right[pos])};
-        float* outs[2] = {o0.data(), o1.data()};
-        total += e.procMorvane(outs, ins, 22050, pos + 22050 == 4 * 44100);
-    }
-    EXPECT_FALSE(e.Pending());
-    EXPECT_EQ(0.5, e.dTimeRate);
-    EXPECT_NEAR(2 * 44100 * 1.5 + 2 * 44100 * 0.5, total, 2 * 441);
-
-    // a change between jobs applies at once
-    e.SetPitchRate(1.2, false);
-    EXPECT_EQ(1.2, e.dPitchRate);
-    EXPECT_EQ(52, e.Latency()); // the immediate setter designs at 80 dB
-    EXPECT_FALSE(e.Pending());
-}
-
-TEST(Morvane, OverIsReportedOnce) {
-    const Planar in = Split(Signals::Sine(44100 * 2, 2, 0.01, 1.5));
-    CMorvane e;
-    e.SetTimeRate(1.25, false);
-    RunJob(e, in, 4096);
-    bool over = false;
-    e.get_OverLevel(&over);
-    EXPECT_TRUE(over);
-    e.get_OverLevel(&over);
-    EXPECT_FALSE(over);
 }
 
 // Non-finite samples count as silence and finite ones beyond 120 dB above full scale are held

@@ -87,7 +87,7 @@ TEST(Remez, IntegerTapsAreSymmetricAndScaledForEightPhases) {
     EXPECT_GT(-20 * std::log10(Measure(Amplitude(quantised), 0.1, 0.125, 1.0).stop), 70.0);
 }
 
-TEST(Remez, SmallestDesignAndEndings) {
+TEST(Remez, SmallestDesign) {
     CRemez rz;
     std::vector<int16_t> out(5, 0x7777);
     rz.Remez(out.data(), 3, 0.3, 0.6, 1.0); // five taps: p is clamped into 2 .. 3
@@ -98,14 +98,6 @@ TEST(Remez, SmallestDesignAndEndings) {
     EXPECT_NE(0x7777, out[2]);
     for (int i = 2; i <= 4; ++i)
         EXPECT_LT(rz.Extremum(i - 1), rz.Extremum(i));
-
-    // this one ends because delta stopped changing, not for lack of moves
-    std::vector<int16_t> taps(51);
-    rz.Remez(taps.data(), 26, 0.4, 0.5, 1.0);
-    EXPECT_EQ(CRemez::End::DeltaSteady, rz.Ending());
-    std::vector<int16_t> longer(313);
-    rz.Remez(longer.data(), 157, 0.1, 0.125, 1.0);
-    EXPECT_EQ(CRemez::End::FewMoves, rz.Ending());
 }
 
 TEST(Remez, PassLimitStopsADesignThatDoesNotConverge) {
@@ -135,30 +127,6 @@ TEST(Remez, PassLimitStopsADesignThatDoesNotConverge) {
     rz.Remez(full.data(), 26, 0.4, 0.5, 1.0);
     EXPECT_TRUE(rz.Converged());
     EXPECT_NE(early, full);
-}
-
-TEST(Remez, FlatAndDcOnlyResponses) {
-    // a flat response is an impulse: gain g gives g x 8 x 32768 at the centre and 0 elsewhere
-    const int n = 10, L = 2 * n - 1;
-    std::vector<double> flat(n, 0.1);
-    std::vector<int16_t> out(L);
-    CRemez::ResponseToTaps(flat.data(), n, out.data());
-    EXPECT_EQ(static_cast<int>(0.1 * 8 * 32768 + 0.5), out[n - 1]);
-    for (int i = 0; i < L; ++i)
-        if (i != n - 1) {
-            EXPECT_EQ(0, out[i]) << i;
-        }
-    // only the 0 Hz sample set: every tap, the centre included, is trunc(8 x 32768 / L + 0.5)
-    std::vector<double> dc(n, 0.0);
-    dc[0] = 1.0;
-    CRemez::ResponseToTaps(dc.data(), n, out.data());
-    for (int i = 0; i < L; ++i)
-        EXPECT_EQ(static_cast<int>(8 * 32768.0 / L + 0.5), out[i]) << i;
-    // a tap of -0.8 becomes 0: half is added and -0.3 truncates toward zero (rounding gives -1)
-    std::vector<double> neg(n, 0.0);
-    neg[0] = -(0.3 + 0.5) / (8 * 32768.0 / L);
-    CRemez::ResponseToTaps(neg.data(), n, out.data());
-    EXPECT_EQ(0, out[0]);
 }
 
 TEST(Remez, ArgumentsOutsideTheDesignSpaceWriteNothing) {

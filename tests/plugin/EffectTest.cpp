@@ -11,7 +11,6 @@
 
 #include "AMorvane.h"
 #include "CStringResource.h"
-#include "ParamRange.h"
 
 namespace {
 
@@ -41,28 +40,6 @@ struct Effect : ::testing::Test {
         e.open();
     }
 };
-
-TEST(ParamRange, ConversionsAndBounds) {
-    EXPECT_NEAR(0.49975f, ValToNormalizeValue(1, 1.0f), 1e-6);
-    EXPECT_EQ(0.0f, ValToNormalizeValue(1, 0.0001f)); // clamped
-    EXPECT_EQ(1.0f, ValToNormalizeValue(1, 5.0f));
-    EXPECT_EQ(1.0f, ValToNormalizeValue(0, 1.0f)); // stepped: no minimum, no clamp
-    EXPECT_EQ(3.0f, ValToNormalizeValue(0, 3.0f));
-    EXPECT_EQ(0.0f, ValToNormalizeValue(6, 1.0f));
-    EXPECT_EQ(1.0f, NormalizeValToInternalVal(0, 0.6f));
-    EXPECT_EQ(0.0f, NormalizeValToInternalVal(0, 0.4f));
-    EXPECT_EQ(1.0f, NormalizeValToInternalVal(0, 9.0f)); // at most the maximum
-    EXPECT_FLOAT_EQ(6.0f, NormalizeValToInternalVal(1, 1.0f));
-    EXPECT_NEAR(0.0f, NormalizeValToInternalVal(1, ValToNormalizeValue(1, 1.0f)), 1e-5);
-    EXPECT_FLOAT_EQ(1.625f, NormalizeValToInternalVal(3, 0.75f));
-    float lo = 0, hi = 0;
-    GetParamMinMax(1, &lo, &hi);
-    EXPECT_FLOAT_EQ(-59.794704f, lo);
-    EXPECT_EQ(6.0f, hi);
-    GetParamMinMax(2, &lo, &hi);
-    EXPECT_EQ(-1200.0f, lo);
-    EXPECT_EQ(1200.0f, hi);
-}
 
 TEST_F(Effect, TypedValuesKeepTheBoundAndTellTheHost) {
     gEndEdits = 0;
