@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <immintrin.h>
+#include "Intrinsics.h"
 
 #include "Scale16.h"
 

@@ -1,12 +1,6 @@
 #pragma once
 
-// GCC 12's AVX-512 headers build some vectors from a deliberately undefined value, which its
-// uninitialised-use warnings then report inside the header (GCC bug 105593).
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#include <immintrin.h>
-#pragma GCC diagnostic pop
+#include "Intrinsics.h"
 
 #include "Scale16.h"
 
