@@ -20,6 +20,14 @@ double ClampRate(double v) {
     return std::clamp(v, 0.5, 2.0);
 }
 
+// pitch rate x time rate <= 2, judged on the two rates as they are stored (floats) and multiplied
+// in float. In double, a pair stored at the bound (2 / 1.5 = 1.3333334f with 1.5) comes to
+// 2.00000006 and would be refused when it comes back from a program or a chunk, leaving the host
+// showing one rate while the engine runs another.
+bool WithinBound(float a, float b) {
+    return a * b <= 2.0f; // false for NaN too
+}
+
 void Write(char* text, const char* value) {
     vst_strncpy(text, value, kVstMaxParamStrLen);
 }
@@ -58,7 +66,7 @@ void AMorvane::SetRateFromHost(int index, float v) {
     const int other = index == 2 ? 3 : 2;
     const double rate = ClampRate(v);
     m_fHost[index] = static_cast<float>(rate);
-    if (!(rate * m_fHost[other] <= 2.0))
+    if (!WithinBound(m_fHost[index], m_fHost[other]))
         m_fHost[index] = static_cast<float>(2.0 / m_fHost[other]);
     else if (index == 2)
         m_Engine.SetPitchRate(rate, Running());
@@ -93,7 +101,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
         m_fPercent = d;
         const double t = ClampRate(d / 100.0);
         m_fHost[3] = static_cast<float>(t);
-        if (m_fHost[2] * t > 2.0) {
+        if (!WithinBound(m_fHost[2], m_fHost[3])) {
             std::puts("error1");
             MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
             m_fHost[3] = static_cast<float>(2.0 / m_fHost[2]);
@@ -108,7 +116,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
         m_fCents = d;
         const double p = ClampRate(std::pow(kCentStep, static_cast<double>(d)));
         m_fHost[2] = static_cast<float>(p);
-        if (m_fHost[3] * p > 2.0) {
+        if (!WithinBound(m_fHost[2], m_fHost[3])) {
             std::puts("error0");
             MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
             m_fHost[2] = static_cast<float>(2.0 / m_fHost[3]);
@@ -129,7 +137,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
         break;
     }
     default:
-        return;
+        break; // no change, but the edit still ends for the host
     }
     if (audioMaster)
         endEdit(index);
@@ -148,7 +156,7 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
         const double p = ClampRate(std::pow(kCentStep, static_cast<double>(v)));
         m_fHost[2] = static_cast<float>(p);
         if (!noCheck) {
-            if (m_fHost[3] * p > 2.0) {
+            if (!WithinBound(m_fHost[2], m_fHost[3])) {
                 MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
                 m_fHost[2] = static_cast<float>(2.0 / m_fHost[3]);
                 setParameter(2, 2.0f);
@@ -163,7 +171,7 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
         m_fPercent = v; // kept unclamped
         m_fHost[3] = static_cast<float>(ClampRate(v / 100.0));
         if (!noCheck) {
-            if (m_fHost[2] * m_fHost[3] > 2.0) {
+            if (!WithinBound(m_fHost[2], m_fHost[3])) {
                 MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
                 m_fHost[3] = static_cast<float>(2.0 / m_fHost[2]);
                 setParameter(3, static_cast<float>(2.0 / m_fHost[2]));

@@ -69,6 +69,13 @@ TEST_F(Effect, TypedValuesKeepTheBoundAndTellTheHost) {
     EXPECT_EQ("error1\n", testing::internal::GetCapturedStdout());
     testing::internal::GetCapturedStderr();
     EXPECT_FLOAT_EQ(2.0f / std::pow(1.0005778074264526f, 600.0f), e.getParameter(3));
+
+    // the switches and unknown indexes change nothing here, but still end the host's edit
+    gEndEdits = 0;
+    for (int index : {0, 4, 7})
+        e.setParameterFromDiaplay(index, 0.0f);
+    EXPECT_EQ(1.0f, e.getParameter(0));
+    EXPECT_EQ(3, gEndEdits);
 }
 
 TEST_F(Effect, PanelControlsWriteTheProgramButNotTheHost) {

@@ -3,7 +3,9 @@
 #include <cmath>
 #include <vector>
 
+#include "support/HostJob.h"
 #include "support/PluginHost.h"
+#include "support/Signals.h"
 
 namespace {
 
@@ -148,6 +150,25 @@ TEST(PluginParameters, HostPathConversionsAndBound) {
     host.Set(2, NAN);
     host.Set(1, NAN);
     EXPECT_EQ("-59.8", host.Text(effGetParamDisplay, 1));
+}
+
+// A pair at the bound that the plug-in stored (2 / 1.5 with 1.5) is accepted again when a preset
+// brings it back, and the engine runs what the host shows.
+TEST(PluginParameters, APairStoredAtTheBoundComesBackWhole) {
+    PluginHost host(MORVANE_PLUGIN);
+    host.Dispatch(effOpen);
+    struct {
+        float values[5];
+        char name[24];
+        int32_t current;
+    } preset = {{1.0f, 0.5f, 2.0f / 1.5f, 1.5f, 1.0f}, "At the bound", 0};
+    static_assert(sizeof(preset) == 48);
+    host.Dispatch(effSetChunk, 1, sizeof(preset), &preset);
+    EXPECT_EQ(2.0f / 1.5f, host.Get(2));
+    EXPECT_EQ(1.5f, host.Get(3));
+    const Signals::Planar in = Signals::Split(Signals::Music(44100, 44100));
+    const auto job = HostJob::Run(host, in, 44100, HostJob::Fixed(8192, 8192));
+    EXPECT_NEAR(44100 * 1.5 + 44100, job.out.size(), 441); // at time 1.0: 88200
 }
 
 TEST(PluginParameters, SuspendAndResumeMirrorOnOff) {
