@@ -68,7 +68,7 @@ public:
     const char* PluginDirectory() const { return m_szPluginDir; }
 
 private:
-    enum class BankRead { Stop, NotChunks, Loaded };
+    enum class BankRead { Stop, NotChunks, CutShort, Loaded };
     BankRead ReadBank(const char* path, AMorvaneProgram* chunk, size_t* bytes);
     void LoadBanks();
     bool Running() const { return m_nConsumed != 0; }
@@ -76,8 +76,8 @@ private:
     void SetSwitchOrOutput(int index, float v);
     void SetRateFromHost(int index, float v);
     void FreeBuffers();
-    // With a gain, the samples are scaled on the way out and the output meters set.
-    void CopyFromFifo(float** out, int64_t frames, const float* gain = nullptr);
+    // To out[c] + at. With a gain, the samples are scaled on the way out and metered.
+    void CopyFromFifo(float** out, int64_t at, int64_t frames, const float* gain = nullptr);
     void AppendToFifo(float* const* src, int64_t frames);
 
     // read by the panel without the lock to see whether new meter values exist

@@ -31,10 +31,12 @@ void Terminate(AMorvaneProgram* programs, size_t count) {
 
 } // namespace
 
-// Reads the bank chunk of an "FBCh" bank of this plug-in. Returns Stop when the file must be
-// ignored (cannot be opened, wrong magic, another plug-in's ID, cut short), NotChunks for a bank
-// of another kind (nothing to load, but not an error), Loaded with the chunk in 'chunk'.
+// Reads the bank chunk of an "FBCh" bank of this plug-in into 'chunk' (at most the table's size)
+// and says how many bytes it holds. Stop: the file is not ours to read (cannot be opened, wrong
+// magic, another plug-in's ID). NotChunks: a bank of another kind, nothing to load. CutShort: ours,
+// but it ends before its chunk does; 'bytes' counts what is there.
 AMorvane::BankRead AMorvane::ReadBank(const char* path, AMorvaneProgram* chunk, size_t* bytes) {
+    *bytes = 0;
     CFile file;
     if (!file.Open(path, CFile::modeRead))
         return BankRead::Stop;
@@ -42,37 +44,51 @@ AMorvane::BankRead AMorvane::ReadBank(const char* path, AMorvaneProgram* chunk, 
     if (!getDWordFile(file, &magic) || magic != static_cast<uint32_t>(FourCC("CcnK")))
         return BankRead::Stop;
     if (!getDWordFile(file, &ignored) || !getDWordFile(file, &kind))
-        return BankRead::Stop;
+        return BankRead::CutShort;
     if (kind != static_cast<uint32_t>(FourCC("FBCh")))
         return BankRead::NotChunks;
     uint32_t id = 0, size = 0;
-    if (!getDWordFile(file, &ignored) || !getDWordFile(file, &id) ||
-        id != static_cast<uint32_t>(cEffect.uniqueID))
+    if (!getDWordFile(file, &ignored) || !getDWordFile(file, &id))
+        return BankRead::CutShort;
+    if (id != static_cast<uint32_t>(cEffect.uniqueID))
         return BankRead::Stop;
     if (!getDWordFile(file, &ignored) || !getDWordFile(file, &ignored) ||
         file.Seek(128, CFile::current) < 0 || !getDWordFile(file, &size))
-        return BankRead::Stop;
+        return BankRead::CutShort;
     // A stored chunk larger than the table is read only as far as the table goes.
     const uint32_t want = std::min<uint32_t>(size, sizeof(m_Programs));
-    if (file.Read(chunk, want) != want)
-        return BankRead::Stop; // cut short: ignored rather than half loaded
-    *bytes = want;
-    return BankRead::Loaded;
+    const uint32_t got = file.Read(chunk, want);
+    *bytes = got;
+    return got == want ? BankRead::Loaded : BankRead::CutShort;
 }
 
 void AMorvane::LoadBanks() {
     GetMy_SHFOLDER_PathName();
+    const std::string factory = std::string(m_szPluginDir) + kBankName;
     std::string path = std::string(szGlobalMyApplicationDataPathName) + kBankName;
     if (!szGlobalMyApplicationDataPathName[0] || !Exists(path))
-        path = std::string(m_szPluginDir) + kBankName; // the factory bank is the first user bank
+        path = factory; // the factory bank is the first user bank
 
     AMorvaneProgram chunk[kNumPrograms];
     size_t bytes = 0;
     const BankRead r = ReadBank(path.c_str(), chunk, &bytes);
     if (r == BankRead::Stop)
         return;
-    if (r == BankRead::Loaded)
+    if (r == BankRead::Loaded) {
         setChunk(chunk, static_cast<VstInt32>(bytes), false);
+    } else if (r == BankRead::CutShort) {
+        // A damaged bank keeps what it still holds whole: its complete records over the factory
+        // programs, so neither the user's surviving programs nor the factory ones are lost.
+        const size_t whole = bytes / sizeof(AMorvaneProgram) * sizeof(AMorvaneProgram);
+        AMorvaneProgram base[kNumPrograms];
+        size_t baseBytes = 0;
+        if (path != factory && ReadBank(factory.c_str(), base, &baseBytes) == BankRead::Loaded) {
+            std::memcpy(base, chunk, whole);
+            setChunk(base, static_cast<VstInt32>(std::max(baseBytes, whole)), false);
+        } else if (whole > 0) {
+            setChunk(chunk, static_cast<VstInt32>(whole), false);
+        }
+    }
     std::memcpy(m_Initial, m_Programs, sizeof(m_Programs));
     SetFactoryProgram();
 }

@@ -190,40 +190,43 @@ TEST_F(Programs, UserBankFirstThenFactory) {
     EXPECT_EQ("Factory one", Name(e, 0));
 }
 
-TEST_F(Programs, ForeignCorruptAndTruncatedBanksAreIgnored) {
+// A bank that is not ours is ignored whole. One of ours that is cut short keeps the records it
+// still holds whole, over the factory programs, and never costs the factory table.
+TEST_F(Programs, ForeignCorruptAndTruncatedBanks) {
     WriteFactory("Good");
     const auto good = Slurp(factory);
-    struct Case {
-        const char* what;
-        std::vector<unsigned char> bytes;
-    };
     auto with = [&](size_t at, uint32_t v) {
         auto b = good;
         b[at] = uint8_t(v >> 24), b[at + 1] = uint8_t(v >> 16), b[at + 2] = uint8_t(v >> 8),
         b[at + 3] = uint8_t(v);
         return b;
     };
-    for (const Case& c :
-         {Case{"foreign ID", with(16, 0x41424344)}, Case{"wrong magic", with(0, 0)},
-          Case{"cut short", std::vector<unsigned char>(good.begin(), good.begin() + 1000)},
-          Case{"header only", std::vector<unsigned char>(good.begin(), good.begin() + 150)},
-          Case{"empty", {}}, Case{"huge chunk size", with(156, 0xFFFFFFF0)}}) {
+    ASSERT_EQ(160u + 3072u, good.size());
+    auto mine = good;
+    const std::string name = "Mine";
+    std::copy(name.begin(), name.end() + 1, mine.begin() + 160 + 20); // record 0's name
+    struct Case {
+        const char* what;
+        std::vector<unsigned char> bytes;
+        const char* first;    // program 0's name after open
+        const char* factory0; // and after a revert to the factory
+    };
+    for (const Case& c : {
+             Case{"foreign ID", with(16, 0x41424344), "Empty", "Empty"},
+             Case{"wrong magic", with(0, 0), "Empty", "Empty"}, Case{"empty", {}, "Empty", "Empty"},
+             Case{"cut short", {mine.begin(), mine.begin() + 1000}, "Mine", "Good"},
+             Case{"cut in its record 0", {mine.begin(), mine.begin() + 190}, "Good", "Good"},
+             Case{"header only", {good.begin(), good.begin() + 150}, "Good", "Good"},
+             Case{"huge chunk size", with(156, 0xFFFFFFF0), "Good", "Good"},
+             Case{"parameter bank", with(8, 0x46784270), "Empty", "Good"}, // "FxBk": not chunks
+         }) {
         Spit(UserBank(), c.bytes);
         AMorvane e(Host);
         e.open();
-        if (std::string(c.what) == "huge chunk size") {
-            EXPECT_EQ("Good", Name(e, 0)) << "read no further than the table";
-        } else {
-            EXPECT_EQ("Empty", Name(e, 0)) << c.what;
-        }
+        EXPECT_EQ(c.first, Name(e, 0)) << c.what;
+        e.ProgramToFactory();
+        EXPECT_EQ(c.factory0, Name(e, 0)) << c.what;
     }
-    // a parameter bank ("FxBk") is not chunks: nothing loads, but the factory table does
-    Spit(UserBank(), with(8, 0x46784270));
-    AMorvane e(Host);
-    e.open();
-    EXPECT_EQ("Empty", Name(e, 0));
-    e.ProgramToFactory();
-    EXPECT_EQ("Good", Name(e, 0));
 }
 
 TEST_F(Programs, RevertCopyAndSave) {
