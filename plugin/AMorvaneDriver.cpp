@@ -97,15 +97,17 @@ VstInt32 AMorvane::setTotalSampleToProcess(VstInt32 value) {
     return value;
 }
 
-void AMorvane::CopyFromFifo(float** out, int64_t frames, const float* gain) {
+void AMorvane::CopyFromFifo(float** out, int64_t at, int64_t frames, const float* gain) {
     const int64_t first = std::min(frames, m_nCapacity - m_nRead);
     for (int c = 0; c < 2; ++c) {
+        float* to = out[c] + at;
         if (gain) {
-            float peak = ScaleAndPeak(m_pFifo[c] + m_nRead, out[c], first, *gain, 0.0f);
-            m_fMeter[2 + c] = ScaleAndPeak(m_pFifo[c], out[c] + first, frames - first, *gain, peak);
+            const float peak =
+                ScaleAndPeak(m_pFifo[c] + m_nRead, to, first, *gain, m_fMeter[2 + c]);
+            m_fMeter[2 + c] = ScaleAndPeak(m_pFifo[c], to + first, frames - first, *gain, peak);
         } else {
-            std::memcpy(out[c], m_pFifo[c] + m_nRead, sizeof(float) * first);
-            std::memcpy(out[c] + first, m_pFifo[c], sizeof(float) * (frames - first));
+            std::memcpy(to, m_pFifo[c] + m_nRead, sizeof(float) * first);
+            std::memcpy(to + first, m_pFifo[c], sizeof(float) * (frames - first));
         }
     }
     m_nRead = (m_nRead + frames) % m_nCapacity;
@@ -146,21 +148,34 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
         m_nConsumed += offered;
         const int64_t k = std::min(m_nFill, want);
         if (k > 0)
-            CopyFromFifo(io->outputs, k);
+            CopyFromFifo(io->outputs, 0, k);
         report(offered, k);
         return true;
     }
 
-    // Feed the engine slice by slice while the FIFO has room for what a slice can produce. A host
-    // that asks for too little output is told, through the input count it gets back, how much
-    // input was taken; it offers the rest again. Nothing is dropped and nothing overflows.
+    // Feed the engine slice by slice while the FIFO has room for what a slice can produce, handing
+    // output to the host (with the gain, metered) whenever room runs short. A host that asks for
+    // too little output is told, through the input count it gets back, how much input was taken;
+    // it offers the rest again. Nothing is dropped and nothing overflows.
+    int64_t given = 0;
+    auto giveOut = [&] {
+        const int64_t k = std::min(m_nFill, want - given);
+        if (k > 0)
+            CopyFromFifo(io->outputs, given, k, &m_fGain);
+        given += std::max<int64_t>(k, 0);
+    };
+    // The block that brings the input to the job's total is handed over whole, the announced
+    // frames and any beyond them, and the engine hears of the end with its final slice.
     const int64_t worst = 2 * (m_Engine.nSampleRate + m_nSlice) + m_Engine.nSampleRate / 2;
+    const bool lastBlock = m_nConsumed + offered >= m_nTotal && m_nTotal > 0;
     int64_t taken = 0;
     do {
         if (m_nCapacity - m_nFill < worst)
+            giveOut();
+        if (m_nCapacity - m_nFill < worst)
             break;
         const int64_t slice = std::min(offered - taken, m_nSlice);
-        const bool last = m_nConsumed + slice >= m_nTotal && m_nTotal > 0;
+        const bool last = lastBlock && taken + slice == offered;
         static float none = 0.0f;
         float* in[2] = {hasIn ? io->inputs[0] + taken : &none,
                         hasIn ? io->inputs[1] + taken : &none};
@@ -183,12 +198,10 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
         }
     } while (taken < offered);
 
-    const int64_t n = std::min(m_nFill, want);
-    if (n > 0)
-        CopyFromFifo(io->outputs, n, &m_fGain); // with the gain, metered
+    giveOut();
     if (m_nFill == 0)
         m_nRead = m_nWrite = 0;
-    report(taken, n);
+    report(taken, given);
     return true;
 }
 

@@ -116,6 +116,27 @@ TEST(OfflineJob, RateChangeDuringAJob) {
     EXPECT_NEAR(2 * 44100 * 1.5 + 2 * 44100 * 0.5 + 44100, job.out.size(), 2 * 441);
 }
 
+// A host that announces fewer frames than its final block holds still has the whole block
+// rendered: the block is larger than the plug-in's slices and reaches past the total.
+TEST(OfflineJob, AFinalBlockPastTheTotalIsRenderedWhole) {
+    PluginHost host(MORVANE_PLUGIN);
+    const Planar in = Split(Signals::Music(100000, 44100));
+    host.Dispatch(effSetSampleRate, 0, 0, nullptr, 44100);
+    host.Dispatch(effStartProcess);
+    host.Dispatch(effSetTotalSampleToProcess, 0, 60000);
+    std::vector<float> l = in.left, r = in.right, o0(400000), o1(400000);
+    auto io = host.Process(l.data(), r.data(), 100000, o0.data(), o1.data(), 150000);
+    ASSERT_EQ(100000, io.taken);
+    int64_t written = io.written;
+    do {
+        io = host.Process(nullptr, nullptr, 0, o0.data() + written, o1.data() + written,
+                          static_cast<int>(o0.size() - written));
+        written += io.written;
+    } while (io.written > 0);
+    ASSERT_EQ(100000 + 44100, written);
+    EXPECT_EQ(in.left, std::vector<float>(o0.begin() + 44100, o0.begin() + written));
+}
+
 TEST(OfflineJob, NullAndEmptyCallsAreHarmless) {
     PluginHost host(MORVANE_PLUGIN);
     EXPECT_EQ(1, host.Dispatch(effProcessVarIo, 0, 0, nullptr));
