@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The whole test suite: installs what is missing, builds, runs every test, then builds and runs
 # everything again under AddressSanitizer + UndefinedBehaviorSanitizer, and again under
-# ThreadSanitizer. Fails on any failure.
+# ThreadSanitizer, and runs every fuzz target over its corpus and a few seconds of new inputs.
+# Fails on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,3 +29,6 @@ echo "== tests under ThreadSanitizer =="
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
     run_suite build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMORVANE_SANITIZE=thread \
     -DMORVANE_BUILD_BENCH=OFF
+
+echo "== fuzz targets: their corpora and a few seconds of new inputs each =="
+bash scripts/fuzz.sh 5

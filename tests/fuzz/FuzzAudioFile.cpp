@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -13,7 +14,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         char name[] = "/tmp/morvane-fuzz-audio-XXXXXX";
         const int fd = mkstemp(name);
         close(fd);
-        return std::string(name);
+        static std::string made = name;
+        std::atexit([] { unlink(made.c_str()); });
+        return made;
     }();
     FILE* f = std::fopen(path.c_str(), "wb");
     if (!f)
