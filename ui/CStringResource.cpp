@@ -45,7 +45,3 @@ const char* LoadStringResource(int id) {
             return Japanese() ? t.japanese : t.english;
     return "";
 }
-
-void MorvaneMessageBox(const char* text) {
-    std::fprintf(stderr, "Morvane: %s\n", text ? text : "");
-}

@@ -4,6 +4,6 @@
 // LANG): Japanese for "ja", otherwise English. Returns "" for an unknown number.
 const char* LoadStringResource(int id);
 
-// Shows a modal message with no title and the default button. Without a display (and until the
-// window layer's dialog exists) the text goes to standard error, one line.
+// Shows a modal message with no title and the default button (the window layer's message box).
+// With no window of the plug-in open on this thread, the text goes to standard error, one line.
 void MorvaneMessageBox(const char* text);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "CFile.h"
+#include "CSjis.h"
 #include "CString.h"
 
 namespace {
@@ -75,6 +76,32 @@ TEST_F(TempDir, FailuresAreReported) {
     // a full disk
     ASSERT_TRUE(f.Open("/dev/full", CFile::modeWrite));
     EXPECT_FALSE(f.Write("x", 1));
+}
+
+// Program names are Shift-JIS (code page 932) and shown as UTF-8; a name is stored in 23 bytes
+// and never ends in half a character.
+TEST(ShiftJis, RoundTripsAndCuts) {
+    const char* names[] = {"Double speed", "ピッチ+3半音", "C:\\bank", "①②③ＡＢＣ", ""};
+    for (const char* utf8 : names) {
+        char sjis[64];
+        UTF8ToSJSINS(utf8, sjis, sizeof(sjis));
+        EXPECT_STREQ(utf8, CheckSJISAndToUFT8(sjis)) << utf8;
+    }
+    char sjis[24];
+    UTF8ToSJSINS("C:\\", sjis, sizeof(sjis));
+    EXPECT_STREQ("C:\\", sjis) << "0x5C stays a backslash";
+    UTF8ToSJSINS("①", sjis, sizeof(sjis));
+    EXPECT_STREQ("\x87\x40", sjis) << "NEC row 13";
+
+    // 22 single bytes and then a double-byte character: the cut falls before it
+    EXPECT_EQ(22, UTF8ToSJSINS("abcdefghijklmnopqrstuvあ", sjis, 24));
+    EXPECT_STREQ("abcdefghijklmnopqrstuv", sjis);
+    EXPECT_EQ(23, UTF8ToSJSINS("abcdefghijklmnopqrstuvwxyz", sjis, 24));
+    EXPECT_TRUE(IsDBCSLeadByte(0x83) && IsDBCSLeadByte(0xE0) && !IsDBCSLeadByte('a') &&
+                !IsDBCSLeadByte(0xA0));
+    // what cannot be converted is marked, never a failure
+    EXPECT_STREQ("a?b", (UTF8ToSJSINS("a😀b", sjis, 24), sjis));
+    EXPECT_STREQ("x\xEF\xBF\xBD", CheckSJISAndToUFT8("x\xFF"));
 }
 
 } // namespace
