@@ -52,6 +52,19 @@ BOOL CBitmap::CreateCompatibleBitmap(CDC*, int width, int height) {
     return Adopt(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
 }
 
+BOOL CBitmap::CreateFromPixels(int width, int height, const uint32_t* pixels) {
+    if (!pixels || !CreateCompatibleBitmap(nullptr, width, height))
+        return FALSE;
+    cairo_surface_flush(m_pSurface);
+    unsigned char* data = cairo_image_surface_get_data(m_pSurface);
+    const int stride = cairo_image_surface_get_stride(m_pSurface);
+    for (int y = 0; y < height; ++y)
+        std::memcpy(data + y * stride, pixels + static_cast<size_t>(y) * width,
+                    4 * static_cast<size_t>(width));
+    cairo_surface_mark_dirty(m_pSurface);
+    return TRUE;
+}
+
 BOOL CBitmap::LoadPNG(const void* data, size_t size) {
     Reader r{static_cast<const unsigned char*>(data), size};
     return data && Adopt(cairo_image_surface_create_from_png_stream(ReadPng, &r));

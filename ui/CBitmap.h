@@ -18,6 +18,8 @@ public:
 
     // An opaque picture of the given size, black.
     BOOL CreateCompatibleBitmap(CDC* dc, int width, int height);
+    // An opaque picture from 0x00RRGGBB pixels, row by row (a screen grab).
+    BOOL CreateFromPixels(int width, int height, const uint32_t* pixels);
     BOOL LoadPNG(const void* data, size_t size);
     BOOL LoadPNGFile(const char* path);
     // Picture number id ("%d.png"): from the skin folder beside the plug-in when it has it, else

@@ -24,8 +24,11 @@ bool CFont::CreatePointFont(int pointSize, const char* faceName, void*) {
 bool CFont::CreatePixelFont(double pixels, const char* faceName, bool bold) {
     DeleteObject();
     FcPattern* want = FcPatternCreate();
-    FcPatternAddString(want, FC_FAMILY,
-                       reinterpret_cast<const FcChar8*>(faceName ? faceName : "sans-serif"));
+    // The face asked for, then proportional Japanese faces (a panel's read-outs and names want
+    // proportional figures, and "Osaka" is proportional), then whatever sans-serif there is.
+    for (const char* family : {faceName ? faceName : "sans-serif", "VL PGothic", "IPAPGothic",
+                               "Noto Sans CJK JP", "sans-serif"})
+        FcPatternAddString(want, FC_FAMILY, reinterpret_cast<const FcChar8*>(family));
     // cairo's own face lookup cannot carry the language; without it a missing family falls to a
     // face without Japanese glyphs
     FcPatternAddString(want, FC_LANG, reinterpret_cast<const FcChar8*>("ja"));

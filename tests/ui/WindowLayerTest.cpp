@@ -585,3 +585,128 @@ TEST_F(WindowLayer, InsideAHostWindowAndThroughXErrors) {
 }
 
 } // namespace
+
+namespace {
+
+// Every drawing operation and control of the layer in one window. What reaches the screen is the
+// window's backing image to the pixel; with MORVANE_SCREENSHOTS set, the screen is saved there.
+class CShowcase : public CWnd {
+public:
+    CFont small, large;
+    CBitmap tile, mask, shot;
+
+protected:
+    DECLARE_MESSAGE_MAP()
+    void OnPaint() {
+        CPaintDC dc(this);
+        dc.FillSolidRect(CRect(0, 0, 480, 300), RGB(236, 237, 239));
+        dc.Draw3dRect(CRect(10, 10, 230, 150), RGB(255, 255, 255), RGB(150, 154, 160));
+        CDC mem;
+        mem.CreateCompatibleDC(&dc);
+        mem.SelectObject(&tile);
+        dc.BitBlt(20, 20, 32, 32, &mem, 0, 0, SRCCOPY);
+        dc.StretchBlt(60, 20, 64, 64, &mem, 0, 0, 32, 32, SRCCOPY);
+        dc.FillSolidRect(CRect(132, 20, 220, 84), RGB(40, 44, 52));
+        CDC masks;
+        masks.CreateCompatibleDC(&dc);
+        masks.SelectObject(&mask);
+        dc.BitBlt(140, 36, 32, 32, &mem, 0, 0, SRCINVERT); // the tile through a round mask
+        dc.BitBlt(140, 36, 32, 32, &masks, 0, 0, SRCAND);
+        dc.BitBlt(140, 36, 32, 32, &mem, 0, 0, SRCINVERT);
+        dc.BitBlt(180, 36, 32, 32, &mem, 0, 0, SRCAND);
+        const CPoint tri[] = {{20, 140}, {60, 96}, {100, 140}};
+        dc.Polygon(tri, 3, RGB(58, 120, 214));
+        dc.Line(110, 140, 220, 96, RGB(220, 30, 40), 2.0);
+        dc.SelectObject(&small);
+        dc.SetBkMode(TRANSPARENT);
+        dc.SetTextColor(RGB(72, 72, 72));
+        dc.TextOut(250, 16, "Osaka 9 pt: -1200.0 cent  150.00 %");
+        dc.SelectObject(&large);
+        dc.SetTextColor(RGB(24, 24, 24));
+        dc.TextOut(250, 36, "ピッチ・タイム 1:半音上げ");
+        const CRect clip(250, 64, 330, 82);
+        dc.FillSolidRect(clip, RGB(255, 255, 255));
+        dc.ExtTextOut(252, 64, ETO_CLIPPED, &clip, "clipped to its box", 18);
+        dc.SetBkMode(OPAQUE);
+        dc.SetBkColor(RGB(255, 214, 102));
+        dc.TextOut(340, 64, "opaque");
+    }
+};
+BEGIN_MESSAGE_MAP(CShowcase, CWnd)
+ON_WM_PAINT()
+END_MESSAGE_MAP()
+
+TEST_F(WindowLayer, EveryOperationReachesTheScreenAsDrawn) {
+    CShowcase show;
+    show.small.CreatePointFont(90, "Osaka");
+    show.large.CreatePointFont(120, "Osaka");
+    show.tile.CreateCompatibleBitmap(nullptr, 32, 32);
+    show.mask.CreateCompatibleBitmap(nullptr, 32, 32);
+    {
+        CDC t, m;
+        t.CreateCompatibleDC(nullptr), m.CreateCompatibleDC(nullptr);
+        t.SelectObject(&show.tile), m.SelectObject(&show.mask);
+        for (int i = 0; i < 4; ++i)
+            for (int j = 0; j < 4; ++j)
+                t.FillSolidRect(CRect(8 * i, 8 * j, 8 * i + 8, 8 * j + 8),
+                                (i + j) % 2 ? RGB(255, 180, 40) : RGB(40, 160, 120));
+        m.FillSolidRect(CRect(0, 0, 32, 32), RGB(255, 255, 255));
+        const CPoint disc[] = {{16, 2},  {28, 8}, {30, 16}, {28, 24},
+                               {16, 30}, {4, 24}, {2, 16},  {4, 8}};
+        m.Polygon(disc, 8, RGB(0, 0, 0));
+    }
+    ASSERT_TRUE(show.CreateEx(0, nullptr, "Window layer", WS_POPUP | WS_CAPTION | WS_VISIBLE,
+                              CRect(400, 60, 880, 300), nullptr, 0));
+    CFont ui;
+    ui.CreatePointFont(90, "Osaka");
+    CEdit edit;
+    edit.Create(WS_CHILD | WS_VISIBLE | ES_RIGHT, CRect(250, 100, 330, 124), &show, 1);
+    edit.SetFont(&ui);
+    edit.SetWindowText("-130.0");
+    CSpinButtonCtrl spin;
+    spin.Create(WS_CHILD | WS_VISIBLE | UDS_SETBUDDYINT, CRect(330, 100, 346, 124), &show, 2);
+    CComboBox combo;
+    combo.Create(WS_CHILD | WS_VISIBLE | CBS_DROPDOWNLIST, CRect(250, 134, 470, 160), &show, 3);
+    combo.SetFont(&ui);
+    combo.AddString("47:Double speed");
+    combo.SetCurSel(0);
+    CStatic label;
+    label.Create("Name", WS_CHILD | WS_VISIBLE, CRect(250, 170, 300, 194), &show);
+    label.SetFont(&ui);
+    CButton cancel, ok;
+    cancel.Create("Cancel", WS_CHILD | WS_VISIBLE, CRect(300, 200, 380, 228), &show, IDCANCEL);
+    ok.Create("OK", WS_CHILD | WS_VISIBLE | BS_DEFPUSHBUTTON, CRect(390, 200, 470, 228), &show,
+              IDOK);
+    cancel.SetFont(&ui), ok.SetFont(&ui);
+    Settle();
+    edit.SetFocus();
+    edit.SetSel(1, 4);
+    Settle();
+
+    const std::vector<uint32_t> screen = person.Grab(show.m_hWnd, 230, 150); // the drawn part
+    CBitmap drawn;
+    drawn.CreateFromPixels(230, 150, screen.data());
+    int differ = 0;
+    CBitmap backing; // what the window drew, read through a memory copy of its backing image
+    backing.CreateCompatibleBitmap(nullptr, 230, 150);
+    {
+        CDC to;
+        to.CreateCompatibleDC(nullptr);
+        to.SelectObject(&backing);
+        CClientDC from(&show);
+        to.BitBlt(0, 0, 230, 150, &from, 0, 0, SRCCOPY);
+    }
+    for (int y = 0; y < 150; ++y)
+        for (int x = 0; x < 230; ++x)
+            differ += (drawn.GetPixel(x, y) & 0xFFFFFF) != (backing.GetPixel(x, y) & 0xFFFFFF);
+    EXPECT_EQ(0, differ);
+    EXPECT_EQ(0x28A078u, drawn.GetPixel(156, 52) & 0xFFFFFF) << "the mask's black disc: the tile";
+    EXPECT_EQ(0x282C34u, drawn.GetPixel(141, 37) & 0xFFFFFF) << "its white corners: untouched";
+    if (const char* dir = std::getenv("MORVANE_SCREENSHOTS")) {
+        const std::vector<uint32_t> all = person.Grab(show.m_hWnd, 480, 240);
+        show.shot.CreateFromPixels(480, 240, all.data());
+        show.shot.WritePNG((std::string(dir) + "/ui-showcase.png").c_str());
+    }
+}
+
+} // namespace
