@@ -17,7 +17,7 @@ CXX=clang++-14 cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebIn
     -DMORVANE_BUILD_BENCH=OFF >/dev/null
 cmake --build build-fuzz -j "$(nproc 2>/dev/null || echo 2)" --target "${targets[@]}"
 
-export LSAN_OPTIONS="suppressions=$PWD/tests/fuzz/lsan.supp"
+export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0"
 corpus_of() {
     case $1 in
     FuzzBankLoader) echo bank ;;

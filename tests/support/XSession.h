@@ -68,6 +68,32 @@ public:
                 Key(XK_Shift_L, false);
         }
     }
+    // Waits, up to a few seconds, until a window that opened has taken the keyboard: the input
+    // focus moved away from 'before', or someone else holds a keyboard grab (a popup menu).
+    bool WaitUntilKeysAreTaken(Window before) {
+        for (int i = 0; i < 600; ++i) {
+            Window focus = None;
+            int revert = 0;
+            XGetInputFocus(m_display, &focus, &revert);
+            if (focus != before && focus != None && focus != PointerRoot)
+                return true;
+            const int grab = XGrabKeyboard(m_display, DefaultRootWindow(m_display), False,
+                                           GrabModeAsync, GrabModeAsync, CurrentTime);
+            if (grab == AlreadyGrabbed)
+                return true;
+            if (grab == GrabSuccess)
+                XUngrabKeyboard(m_display, CurrentTime);
+            XSync(m_display, False);
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    }
+    Window Focus() {
+        Window focus = None;
+        int revert = 0;
+        XGetInputFocus(m_display, &focus, &revert);
+        return focus;
+    }
     // The screen's pixels of a window's area as 0x00RRGGBB, row by row.
     std::vector<uint32_t> Grab(unsigned long window, int width, int height) {
         XSync(m_display, False);

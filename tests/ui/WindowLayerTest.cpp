@@ -1,7 +1,6 @@
 // The window and drawing layer on a private X server, driven through XTest as a person would.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -131,16 +130,15 @@ struct WindowLayer : ::testing::Test {
     bool Has(const std::string& entry) const {
         return std::find(wnd.log.begin(), wnd.log.end(), entry) != wnd.log.end();
     }
-    // Runs a modal call on this thread while 'steps' plays the person on another.
+    // Runs a modal call on this thread while 'steps' plays the person on another, who starts
+    // once the dialog or menu has taken the keyboard, and settles a moment more.
     template <class Modal> auto WithPerson(std::function<void()> steps, Modal modal) {
-        std::atomic<bool> go{false};
+        const Window before = person.Focus();
         std::thread t([&] {
-            while (!go)
-                std::this_thread::yield();
-            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            EXPECT_TRUE(person.WaitUntilKeysAreTaken(before));
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
             steps();
         });
-        go = true;
         auto result = modal();
         t.join();
         return result;
