@@ -7,7 +7,8 @@ set -euo pipefail
 packages=(
     build-essential cmake ninja-build pkg-config clang-format
     libgtest-dev libgmock-dev libbenchmark-dev
-    libx11-dev libxtst-dev libcairo2-dev libfontconfig-dev fonts-vlgothic xvfb xauth
+    libx11-dev libxtst-dev libcairo2-dev libfontconfig-dev fonts-vlgothic fonts-dejavu-core
+    fonts-dejavu-extra xvfb xauth
     libsndfile1-dev libcli11-dev
     dpf-plugins-vst clang-14 libclang-rt-14-dev
     "$@"

@@ -20,6 +20,7 @@ public:
     int GetCaret() const { return m_nCaret; }
     // The spin button whose buddy this is gets Up and Down.
     void AttachSpin(CSpinButtonCtrl* spin) { m_pSpin = spin; }
+    CSpinButtonCtrl* GetSpin() const { return m_pSpin; }
     bool WantsKeys() const override { return true; }
 
     static const AFX_MSGMAP* GetThisMessageMap();

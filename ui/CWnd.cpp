@@ -70,6 +70,7 @@ int LoadCursor(void*, int cursor) {
 }
 
 short GetKeyState(int virtualKey) {
+    // As of the input being handled, like the framework's: not the keyboard of this instant.
     CXConnection* c = CXConnection::Current();
     return c && c->KeyHeld(virtualKey) ? static_cast<short>(0x8000) : 0;
 }
@@ -361,13 +362,14 @@ CWnd* CWnd::SetFocus() {
     if (!m_hWnd)
         return nullptr;
     CWnd* old = m_pConn->Focus();
-    if (old == this)
-        return old;
     Display* d = m_pConn->Display();
     XWindowAttributes a;
-    // focusing a window that is not on screen is an error in X; only the bookkeeping changes
+    // Focusing a window that is not on screen is an error in X; then only the bookkeeping
+    // changes, and a later SetFocus, once it is shown, gives it the keyboard.
     if (XGetWindowAttributes(d, m_hWnd, &a) && a.map_state == IsViewable)
         XSetInputFocus(d, m_hWnd, RevertToParent, CurrentTime);
+    if (old == this)
+        return old;
     m_pConn->SetFocusWnd(this);
     if (old && old->m_hWnd)
         old->SendMessage(WM_KILLFOCUS, reinterpret_cast<WPARAM>(this), 0);

@@ -263,6 +263,8 @@ void CXConnection::RestoreFocus(unsigned long window) {
 }
 
 bool CXConnection::KeyHeld(int virtualKey) const {
+    if (m_nEventState >= 0 && (virtualKey == VK_SHIFT || virtualKey == VK_CONTROL))
+        return m_nEventState & (virtualKey == VK_SHIFT ? ShiftMask : ControlMask);
     KeySym syms[2];
     if (virtualKey == VK_SHIFT)
         syms[0] = XK_Shift_L, syms[1] = XK_Shift_R;
@@ -328,6 +330,18 @@ void CXConnection::Dispatch(XEvent& event) {
     CWnd* w = Find(event.xany.window);
     if (!w)
         return;
+    const int saved = m_nEventState;
+    if (event.type == KeyPress || event.type == KeyRelease)
+        m_nEventState = static_cast<int>(event.xkey.state);
+    else if (event.type == ButtonPress || event.type == ButtonRelease)
+        m_nEventState = static_cast<int>(event.xbutton.state);
+    else if (event.type == MotionNotify)
+        m_nEventState = static_cast<int>(event.xmotion.state);
+    DispatchEvent(event, w);
+    m_nEventState = saved;
+}
+
+void CXConnection::DispatchEvent(XEvent& event, CWnd* w) {
     switch (event.type) {
     case Expose:
         w->OnExpose(CRect(event.xexpose.x, event.xexpose.y, event.xexpose.x + event.xexpose.width,

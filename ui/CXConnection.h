@@ -61,6 +61,7 @@ public:
     // goes, so it never falls to the root window.
     unsigned long SaveFocus() const;
     void RestoreFocus(unsigned long window);
+    // Shift or Control held as of the input event being handled (outside one: right now).
     bool KeyHeld(int virtualKey) const;
     unsigned long Atom(const char* name);
     // The current event's character, for a numeric field's pre-translation.
@@ -74,6 +75,7 @@ public:
 private:
     CXConnection() = default;
     void Dispatch(_XEvent& event);
+    void DispatchEvent(_XEvent& event, CWnd* w);
     void DispatchKey(_XEvent& event);
     void DispatchPosted();
     void DispatchPaints();
@@ -92,5 +94,6 @@ private:
     unsigned long m_lastPressTime = 0;
     CPoint m_lastPressPoint;
     UINT m_nCurrentChar = 0;
+    int m_nEventState = -1; // the modifier state of the input event being handled
     int m_nErrors = 0;
 };
