@@ -334,9 +334,12 @@ TEST_F(Controls, NumericFieldsFilterTypingAndFixItUp) {
     mm.CEdit::SetWindowText("1.25mm"); // as typed
     EXPECT_EQ("125", value(mm)) << "read back as hundredths";
     mm.SetWindowText("150");
-    host.messages.clear();
-    mm.SetWindowText("150"); // the same value: untouched, nothing sent
-    EXPECT_TRUE(host.messages.empty());
+    mm.SetSel(1, 3);
+    mm.SetWindowText("150"); // the same value: untouched, the selection kept
+    int from, to;
+    mm.GetSel(from, to);
+    EXPECT_EQ(1, from);
+    EXPECT_EQ(3, to);
 
     points.SetInputMinMax(5, 5); // refused: not a range
     points.SetInputMinMax(0, 72);
