@@ -5,7 +5,9 @@
 #include <cstring>
 #include <mutex>
 
+#include "CMorvaneEditor.h"
 #include "CString.h"
+#include "CUIWindow.h"
 #include "CWinApp.h"
 #include "ParamRange.h"
 #include "PreferencesFolder.h"
@@ -30,7 +32,7 @@ AMorvane::AMorvane(audioMasterCallback audioMaster)
     GetMy_SHFOLDER_PathName(); // once for the whole process
     programsAreChunks(true);
     canMono(false);
-    // The editor registers itself here (and sets effFlagsHasEditor) once the panel exists.
+    new CMorvaneEditor(this); // registers itself as the editor; the framework deletes it
     resume();
 }
 
@@ -61,12 +63,14 @@ void AMorvane::open() {
 void AMorvane::suspend() {
     m_Engine.SetActive(false);
     m_fHost[0] = 0.0f;
+    EditorUpdate(0, 0.0f);
     m_nConsumed = 0;
 }
 
 void AMorvane::resume() {
     m_Engine.SetActive(true);
     m_fHost[0] = 1.0f;
+    EditorUpdate(0, 1.0f);
     AudioEffectX::resume();
 }
 
@@ -99,4 +103,14 @@ VstInt32 AMorvane::canDo(char* text) {
         if (std::strcmp(text, a.text) == 0)
             return a.answer;
     return 0;
+}
+
+void AMorvane::EditorUpdate(int index, float value) {
+    if (auto* e = static_cast<CMorvaneEditor*>(editor); e && e->Panel())
+        e->Panel()->UpdateControl(index, value);
+}
+
+void AMorvane::EditorModify() {
+    if (auto* e = static_cast<CMorvaneEditor*>(editor); e && e->Panel())
+        e->Panel()->UpdateModify();
 }

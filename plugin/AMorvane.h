@@ -76,6 +76,9 @@ private:
     void SetSwitchOrOutput(int index, float v);
     void SetRateFromHost(int index, float v);
     void FreeBuffers();
+    // The panel, when it is open: parameter changes and program changes show on it.
+    void EditorUpdate(int index, float value);
+    void EditorModify();
     // To out[c] + at. With a gain, the samples are scaled on the way out and metered.
     void CopyFromFifo(float** out, int64_t at, int64_t frames, const float* gain = nullptr);
     void AppendToFifo(float* const* src, int64_t frames);

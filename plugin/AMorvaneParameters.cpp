@@ -80,14 +80,17 @@ void AMorvane::setParameter(VstInt32 index, float v) {
     case 1:
     case 4:
         SetSwitchOrOutput(index, v);
+        EditorUpdate(index, v);
         break;
     case 2:
         SetRateFromHost(2, v);
         m_fCents = static_cast<float>(std::log(m_fHost[2]) * kCentsPerLn);
+        EditorUpdate(2, m_fCents);
         break;
     case 3:
         SetRateFromHost(3, v);
         m_fPercent = m_fHost[3] * 100.0f;
+        EditorUpdate(3, m_fPercent);
         break;
     default:
         break;
@@ -137,8 +140,9 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
         break;
     }
     default:
-        break; // no change, but the edit still ends for the host
+        break; // no change, but the panel and the host still hear of the edit
     }
+    EditorUpdate(index, index == 1 ? m_fHost[1] : d);
     if (audioMaster)
         endEdit(index);
 }

@@ -109,6 +109,7 @@ void AMorvane::setProgram(VstInt32 program) {
     curProgram = program;
     for (int p = 0; p < kNumParams; ++p)
         setParameter(p, m_Programs[program].fValue[p]);
+    EditorModify();
 }
 
 void AMorvane::setProgramName(char* name) {
@@ -175,6 +176,7 @@ void AMorvane::ProgramToAllInitial() {
 void AMorvane::ProgramToFactory() {
     m_Programs[curProgram] = m_Factory[curProgram];
     setProgram(curProgram);
+    EditorModify();
     updateDisplay();
 }
 

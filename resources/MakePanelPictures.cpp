@@ -164,6 +164,19 @@ void Knob(cairo_t* cr, double x, double y, double w, double h, Rgb accent) {
     cairo_fill(cr);
 }
 
+// The clip lamp, 47 x 8 at (0, 0). The panel never lights it, so the background carries it dark.
+void ClipLamp(cairo_t* cr, bool lit) {
+    Set(cr, Hex(0x000000), 0.4);
+    RoundRect(cr, 0, 0, 47, 8, 3);
+    cairo_fill(cr);
+    Set(cr, lit ? Hex(0xFF4B3E) : Hex(0x3A1F1E));
+    RoundRect(cr, 1, 1, 45, 6, 2.5);
+    cairo_fill(cr);
+    Set(cr, Hex(0xFFFFFF), lit ? 0.5 : 0.08);
+    cairo_rectangle(cr, 4, 2, 39, 1);
+    cairo_fill(cr);
+}
+
 // A picture made of part of the panel with something drawn over it.
 using Draw = std::function<void(cairo_t*)>;
 bool Write(const std::string& folder, int id, int w, int h, const Draw& draw) {
@@ -286,6 +299,10 @@ int main(int argc, char** argv) {
         Text(cr, "TIME STRETCH  \xC2\xB7  PITCH SHIFT", 466, 31, 1);
 
         // left: the clip lamp's caption, the low-sound switch, and a picture of what it does
+        cairo_save(cr);
+        cairo_translate(cr, 31, 44);
+        ClipLamp(cr, false);
+        cairo_restore(cr);
         Font(cr, 7);
         Engraved(cr, "CLIP", 82, 51, 0);
         Well(cr, 14, 62, 140, 44, Hex(0xDDE1E5), 3);
@@ -437,17 +454,8 @@ int main(int argc, char** argv) {
                 cairo_fill(cr);
             }));
     // the clip lamp, 47 x 8 at (31,44): dark, then lit
-    ok &= Write(out, 5006, 47, 16, OnPanel(31, 44, 8, 2, [&](cairo_t* cr, int lit) {
-                    Set(cr, Hex(0x000000), 0.4);
-                    RoundRect(cr, 0, 0, 47, 8, 3);
-                    cairo_fill(cr);
-                    Set(cr, lit ? red : Hex(0x3A1F1E));
-                    RoundRect(cr, 1, 1, 45, 6, 2.5);
-                    cairo_fill(cr);
-                    Set(cr, Hex(0xFFFFFF), lit ? 0.5 : 0.08);
-                    cairo_rectangle(cr, 4, 2, 39, 1);
-                    cairo_fill(cr);
-                }));
+    ok &= Write(out, 5006, 47, 16,
+                OnPanel(31, 44, 8, 2, [&](cairo_t* cr, int lit) { ClipLamp(cr, lit); }));
     // fader tracks and caps: pitch and time at (184,47) 16 x 131, output at (403,45) 16 x 133
     ok &= Write(out, 5007, 16, 131,
                 OnPanel(184, 47, 131, 1, [&](cairo_t* cr, int) { Track(cr, 0, 0, 16, 131); }));

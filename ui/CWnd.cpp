@@ -607,6 +607,11 @@ void CWnd::NotifyParent(UINT code) {
         m_pParent->SendMessage(WM_COMMAND, MAKEWPARAM(m_nID, code), static_cast<LPARAM>(m_hWnd));
 }
 
+void CWnd::PumpMessages() {
+    if (auto conn = m_pConn) // kept alive while a handler closes the window
+        conn->PumpEvents();
+}
+
 int CWnd::RunModalLoop() {
     if (!m_hWnd)
         return IDCANCEL;

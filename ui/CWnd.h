@@ -95,6 +95,9 @@ public:
     virtual LRESULT DefWindowProc(UINT message, WPARAM wParam, LPARAM lParam);
     // Runs the default handling of the message being dispatched.
     LRESULT Default();
+    // Handles what is pending on this window's connection: a host's idle call drives the panel
+    // with this.
+    void PumpMessages();
     // Runs a modal loop until EndModalLoop; returns its result.
     int RunModalLoop();
     void EndModalLoop(int result);

@@ -21,6 +21,8 @@ public:
     virtual void close() { systemWindow = nullptr; }
     virtual bool isOpen() { return systemWindow != nullptr; }
     virtual void idle() {}
+    virtual void draw(ERect*) {}
+    virtual void mouse(int, int) {}
 
     AudioEffect* getEffect() { return effect; }
 

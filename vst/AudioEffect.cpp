@@ -166,6 +166,10 @@ VstIntPtr AudioEffect::dispatcher(VstInt32 opcode, VstInt32 index, VstIntPtr val
         if (editor)
             editor->idle();
         return 0;
+    case effEditDraw:
+        if (editor)
+            editor->draw(static_cast<ERect*>(ptr));
+        return 0;
     case effIdentify:
         return FourCC("NvEf");
     case effGetChunk:

@@ -18,7 +18,13 @@ TEST(PluginEntry, RecordAsAHostSeesIt) {
     EXPECT_EQ(5, e->numParams);
     EXPECT_EQ(2, e->numInputs);
     EXPECT_EQ(2, e->numOutputs);
-    EXPECT_EQ(effFlagsCanReplacing | effFlagsProgramChunks, e->flags);
+    EXPECT_EQ(effFlagsHasEditor | effFlagsCanReplacing | effFlagsProgramChunks, e->flags);
+    ERect* rect = nullptr; // the panel's size, before it is open
+    ASSERT_EQ(1, host.Dispatch(effEditGetRect, 0, 0, &rect));
+    EXPECT_EQ(0, rect->top);
+    EXPECT_EQ(0, rect->left);
+    EXPECT_EQ(214, rect->bottom);
+    EXPECT_EQ(480, rect->right);
     EXPECT_EQ(44100, e->initialDelay);
     EXPECT_EQ(0, e->realQualities);
     EXPECT_EQ(0, e->offQualities);

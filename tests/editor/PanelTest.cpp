@@ -1,0 +1,233 @@
+// The panel as a host shows it: the real plug-in loaded through its entry point, its editor
+// opened inside a window of the test's own, idled as hosts idle it, and used by a person through
+// XTest. Values are checked where the host reads them.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/PluginHost.h"
+#include "support/XSession.h"
+
+namespace {
+
+constexpr int kW = 480, kH = 214;
+
+struct Panel : ::testing::Test {
+    XSession person;
+    PluginHost host{MORVANE_PLUGIN};
+    Window window = 0;
+
+    void SetUp() override {
+        host.Dispatch(effOpen);
+        window = MakeHostWindow(40, 40);
+        ASSERT_EQ(1, host.Dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(window)));
+        Idle(20);
+    }
+    void TearDown() override { host.Dispatch(effEditClose); }
+    Window MakeHostWindow(int x, int y) {
+        Display* d = person.display();
+        const Window w = XCreateSimpleWindow(d, DefaultRootWindow(d), x, y, kW, kH, 0, 0, 0);
+        XMapWindow(d, w);
+        XSync(d, False);
+        return w;
+    }
+    // what a host does 20 times a second; the person's input is handled here
+    void Idle(int calls = 10) {
+        for (int i = 0; i < calls; ++i) {
+            XSync(person.display(), False);
+            host.Dispatch(effEditIdle);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    std::vector<uint32_t> Screen() { return person.Grab(window, kW, kH); }
+    std::string Shown(int index) { return host.Text(effGetParamDisplay, index); }
+    // A person's steps played while the panel is in a modal menu or dialog (inside an idle call).
+    void WhileModal(std::function<void()> open, std::function<void()> steps) {
+        const Window before = person.Focus();
+        std::thread t([&] {
+            EXPECT_TRUE(person.WaitUntilKeysAreTaken(before));
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            steps();
+        });
+        open();
+        for (int i = 0; i < 200 && t.joinable(); ++i) // the modal loop runs inside these
+            Idle(1);
+        t.join();
+        Idle(5);
+    }
+    void Type(int x, int y, const char* text) {
+        person.Click(window, x, y);
+        Idle();
+        person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+        person.Type(text);
+        person.Tap(XK_Return);
+        Idle();
+    }
+};
+
+TEST_F(Panel, OpensPaintsClosesAndReopensInsideTheHostsWindow) {
+    const std::vector<uint32_t> shown = Screen();
+    // the header is dark, the body light: the background picture reached the screen
+    EXPECT_LT(shown[20 * kW + 300] & 0xFF, 0x50u);
+    EXPECT_GT(shown[120 * kW + 330] & 0xFF, 0xB0u);
+    // the read-outs show what the host reads
+    EXPECT_EQ("0.0", Shown(2));
+    Window root, parent, *kids = nullptr;
+    unsigned count = 0;
+    XQueryTree(person.display(), window, &root, &parent, &kids, &count);
+    XFree(kids);
+    EXPECT_EQ(1u, count) << "one panel inside the host's window";
+
+    host.Dispatch(effEditClose);
+    host.Dispatch(effEditIdle); // after close: nothing happens
+    XSync(person.display(), False);
+    XQueryTree(person.display(), window, &root, &parent, &kids, &count);
+    XFree(kids);
+    EXPECT_EQ(0u, count);
+    ASSERT_EQ(1, host.Dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(window)));
+    Idle(20);
+    EXPECT_EQ(shown, Screen()) << "reopened, the same panel";
+
+    // a second instance open at the same time, in its own window
+    PluginHost other(MORVANE_PLUGIN);
+    other.Dispatch(effOpen);
+    const Window second = MakeHostWindow(560, 40);
+    ASSERT_EQ(1, other.Dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(second)));
+    for (int i = 0; i < 20; ++i)
+        other.Dispatch(effEditIdle), Idle(1);
+    EXPECT_EQ(shown, person.Grab(second, kW, kH));
+    other.Dispatch(effEditClose);
+    XDestroyWindow(person.display(), second);
+}
+
+TEST_F(Panel, SlidersDraggedChangeWhatTheHostReads) {
+    // pitch: from its knob at 0 cents up past the top of its track
+    person.MoveTo(window, 192, 47 + 65);
+    person.Button(true);
+    Idle();
+    person.MoveTo(window, 192, 30);
+    Idle();
+    person.Button(false);
+    Idle();
+    EXPECT_EQ(2.0f, host.Get(2));
+    EXPECT_EQ("1200.0", Shown(2));
+    // time: down past the bottom
+    person.MoveTo(window, 274, 47 + 65);
+    person.Button(true);
+    Idle();
+    person.MoveTo(window, 274, 200);
+    person.Button(false);
+    Idle();
+    EXPECT_EQ(0.5f, host.Get(3));
+    EXPECT_EQ("50.00", Shown(3));
+    // a host's own change moves the control: the pitch knob leaves the top
+    const std::vector<uint32_t> before = Screen();
+    host.Set(2, 1.0f);
+    Idle();
+    const std::vector<uint32_t> after = Screen();
+    int moved = 0;
+    for (int y = 47; y < 178; ++y)
+        for (int x = 184; x < 200; ++x)
+            moved += before[y * kW + x] != after[y * kW + x];
+    EXPECT_GT(moved, 100);
+}
+
+TEST_F(Panel, TypedValuesArriveInTheUnitsTheReadOutsShow) {
+    Type(192, 193, "-130");
+    EXPECT_EQ("-130.0", Shown(2));
+    EXPECT_NEAR(std::pow(2.0, -130 / 1200.0), host.Get(2), 1e-5);
+    Type(274, 193, "250"); // past the field's range: 200 % is stored
+    EXPECT_EQ(2.0f, host.Get(3));
+    EXPECT_EQ("200.00", Shown(3));
+    Type(421, 193, "-0.5");
+    EXPECT_EQ("-0.5", Shown(1));
+    // -1300 cents becomes +1200, which with 200 % breaks the bound: the panel says so
+    testing::internal::CaptureStdout();
+    person.Click(window, 192, 193);
+    Idle();
+    person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+    person.Type("-1300");
+    Idle();
+    WhileModal([&] { person.Tap(XK_Return); }, [&] { person.Tap(XK_Return); });
+    EXPECT_EQ("error0\n", testing::internal::GetCapturedStdout());
+    EXPECT_FLOAT_EQ(1.0f, host.Get(2)) << "lowered to 2 / 2.0";
+    EXPECT_EQ(2.0f, host.Get(3));
+}
+
+TEST_F(Panel, CopyMenuLampRevertAndSave) {
+    const std::string first = host.Text(effGetProgramName);
+    char second[64] = {};
+    host.Dispatch(effGetProgramNameIndexed, 1, 0, second);
+    ASSERT_NE(first, second);
+    // the copy menu: the current program is greyed, so the first Down lands on program 2
+    WhileModal([&] { person.Click(window, 76, 18); },
+               [&] {
+                   person.Tap(XK_Down);
+                   person.Tap(XK_Return);
+               });
+    EXPECT_EQ(second, host.Text(effGetProgramName));
+    // the lamp reverts to what was loaded
+    person.Click(window, 127, 18);
+    Idle();
+    EXPECT_EQ(first, host.Text(effGetProgramName));
+
+    // save: the next slot, a new name, into the user's bank in the private preferences folder
+    Type(274, 193, "125");
+    WhileModal([&] { person.Click(window, 181, 18); },
+               [&] {
+                   person.Tap(XK_Down);
+                   person.Tap(XK_Tab);
+                   person.Key(XK_Control_L, true), person.Tap(XK_a),
+                       person.Key(XK_Control_L, false);
+                   person.Type("Slower");
+                   person.Tap(XK_Return);
+               });
+    EXPECT_EQ(1, host.Dispatch(effGetProgram));
+    EXPECT_EQ("Slower", host.Text(effGetProgramName));
+    EXPECT_EQ(1.25f, host.Get(3));
+    const std::string bank = std::string(std::getenv("XDG_CONFIG_HOME")) + "/Morvane.fxb";
+    std::ifstream in(bank, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    EXPECT_NE(std::string::npos, bytes.find("Slower"));
+    std::filesystem::remove(bank);
+}
+
+TEST_F(Panel, MeterRisesDuringAJobAndFallsToItsFloorAfter) {
+    auto lit = [&] {
+        const std::vector<uint32_t> s = Screen();
+        int bright = 0;
+        for (int y = 45; y < 179; ++y)
+            bright += (s[y * kW + 425] >> 8 & 0xFF) > 0x90; // green, amber or red lit
+        return bright;
+    };
+    EXPECT_EQ(0, lit());
+    host.Dispatch(effSetSampleRate, 0, 0, nullptr, 44100);
+    host.Dispatch(effStartProcess);
+    host.Dispatch(effSetTotalSampleToProcess, 0, 88200);
+    std::vector<float> in(4410), out0(4410), out1(4410);
+    int peak = 0;
+    for (int i = 0; i < 20; ++i) {
+        for (size_t k = 0; k < in.size(); ++k)
+            in[k] = 0.7f * static_cast<float>(std::sin(0.05 * static_cast<double>(i * 4410 + k)));
+        host.Process(in.data(), in.data(), 4410, out0.data(), out1.data(), 4410);
+        Idle(1);
+        peak = std::max(peak, lit());
+    }
+    EXPECT_GT(peak, 20) << "the meter rose during the job";
+    Idle(180); // 44 dB at 0.25 dB an idle call
+    EXPECT_EQ(0, lit());
+    const std::vector<uint32_t> still = Screen();
+    Idle(10);
+    EXPECT_EQ(still, Screen());
+}
+
+} // namespace
