@@ -1,10 +1,12 @@
 #include "CMorvaneEditor.h"
 
 #include "AudioEffect.h"
+#include "CResources.h"
 #include "CUIWindow.h"
 
 CMorvaneEditor::CMorvaneEditor(AudioEffect* effect) : AEffEditor(effect) {
     effect->setEditor(this);
+    RegisterBuiltInResources();
     m_bmpBackground.LoadResourceBitmap(5000);
     m_rect.top = 0;
     m_rect.left = 0;

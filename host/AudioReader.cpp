@@ -34,7 +34,7 @@ bool IsWav16(int format) {
 
 } // namespace
 
-AudioReader::AudioReader(const std::string& path) {
+AudioReader::AudioReader(const std::string& path) : m_path(path) {
     m_file = sf_open(path.c_str(), SFM_READ, &m_info);
     if (!m_file)
         throw std::runtime_error("cannot read " + path + ": " + sf_strerror(nullptr));

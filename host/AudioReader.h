@@ -18,11 +18,13 @@ public:
     int SampleRate() const { return m_info.samplerate; }
     int Format() const { return m_info.format; }
     sf_count_t Frames() const { return m_info.frames; }
+    const std::string& Path() const { return m_path; }
 
     // Reads up to frames interleaved frames; returns the frames read (0 at the end).
     sf_count_t Read(float* interleaved, sf_count_t frames);
 
 private:
+    std::string m_path;
     SNDFILE* m_file = nullptr;
     SF_INFO m_info{};
     bool m_wav16 = false;        // 16-bit WAV: read as integers, scaled here

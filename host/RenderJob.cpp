@@ -97,9 +97,7 @@ void RenderSettings::Validate() const {
         throw UsageError("block size must be 1 to 4194304 frames");
 }
 
-RenderResult RenderJob::Run(const std::string& input, const std::string& output,
-                            const std::function<void(double)>& progress) {
-    m_settings.Validate();
+std::unique_ptr<AudioReader> RenderJob::OpenInput(const std::string& input) {
     std::unique_ptr<AudioReader> reader;
     try {
         reader = std::make_unique<AudioReader>(input);
@@ -114,9 +112,16 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
     if (rate < kMinRate || rate > kMaxRate)
         throw InputError(input + " is at " + std::to_string(rate) +
                          " Hz; Morvane takes 8000 to 192000 Hz");
-    const sf_count_t total = reader->Frames();
-    if (total > INT32_MAX)
+    if (reader->Frames() > INT32_MAX)
         throw InputError(input + " is too long for one job");
+    return reader;
+}
+
+RenderResult RenderJob::Run(const std::string& input, const std::string& output,
+                            const std::function<void(double)>& progress) {
+    m_settings.Validate();
+    std::unique_ptr<AudioReader> reader = OpenInput(input);
+    const int rate = reader->SampleRate();
 
     std::unique_ptr<VstPlugin> plugin;
     try {
@@ -155,7 +160,29 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
     if ((m_settings.hasTime && p.GetParameter(3) != static_cast<float>(m_settings.TimeRate())) ||
         (m_settings.hasPitch && p.GetParameter(2) != static_cast<float>(m_settings.PitchRate())))
         throw UsageError("time x pitch above 2 with program " + std::to_string(m_settings.program));
+    return Process(p, *reader, output, progress);
+}
 
+RenderResult RenderJob::RunOn(const VstPlugin& p, const std::string& input,
+                              const std::string& output,
+                              const std::function<void(double)>& progress) {
+    std::unique_ptr<AudioReader> reader = OpenInput(input);
+    // A job on a plug-in that has run one before: suspended and resumed around the new rate, as
+    // hosts do, so that settings changed since the last job apply to this one.
+    p.Dispatch(effMainsChanged, 0, 0);
+    p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(reader->SampleRate()));
+    p.Dispatch(effSetBlockSize, 0, m_settings.blockSize);
+    p.Dispatch(effMainsChanged, 0, 1);
+    return Process(p, *reader, output, progress);
+}
+
+RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& source, const std::string& output,
+                                const std::function<void(double)>& progress) {
+    AudioReader* reader = &source;
+    const std::string& input = source.Path();
+    const int channels = reader->Channels();
+    const int rate = reader->SampleRate();
+    const sf_count_t total = reader->Frames();
     // the rate the plug-in holds, which a program may have set
     const double timeRate = p.GetParameter(3);
     const sf_count_t target = static_cast<sf_count_t>(std::llround(total * timeRate));

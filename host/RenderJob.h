@@ -7,6 +7,9 @@
 #include <stdexcept>
 #include <string>
 
+class AudioReader;
+class VstPlugin;
+
 // What the user asked for, in the units of the command line.
 struct RenderSettings {
     double timePercent = 100.0; // 50 .. 200
@@ -58,7 +61,14 @@ public:
     // progress receives the share of input taken, 0 .. 1. Throws one of the errors above.
     RenderResult Run(const std::string& input, const std::string& output,
                      const std::function<void(double)>& progress = {});
+    // The same on a plug-in already open, with the settings it holds (the panel's).
+    RenderResult RunOn(const VstPlugin& plugin, const std::string& input, const std::string& output,
+                       const std::function<void(double)>& progress = {});
 
 private:
+    static std::unique_ptr<AudioReader> OpenInput(const std::string& input);
+    RenderResult Process(const VstPlugin& plugin, AudioReader& reader, const std::string& output,
+                         const std::function<void(double)>& progress);
+
     RenderSettings m_settings;
 };

@@ -18,6 +18,7 @@
 #include "AudioWriter.h"
 #include "BankTool.h"
 #include "DemoSong.h"
+#include "PanelHost.h"
 #include "ProgressBar.h"
 #include "RenderJob.h"
 #include "VstPlugin.h"
@@ -214,6 +215,17 @@ int main(int argc, char** argv) {
     auto* demo = app.add_subcommand("demo", "Write the 12-second demo piece (stereo, 24-bit WAV)");
     demo->add_option("output", demoPath, "File to write")->required();
 
+    std::vector<std::string> guiFiles;
+    int guiProgram = 0;
+    auto* gui =
+        app.add_subcommand("gui", "Show the plug-in's panel in a window: dial settings, save "
+                                  "programs; with IN OUT, render (again with R)");
+    gui->add_option("files", guiFiles, "IN OUT to render with the panel's settings")
+        ->expected(0, 2);
+    gui->add_option("--program", guiProgram, "Start from program N (1-64)")
+        ->check(CLI::Range(1, 64));
+    gui->add_option("--plugin", settings.pluginPath, "The plug-in file (default: found)");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -233,6 +245,26 @@ int main(int argc, char** argv) {
             return Fail(kBadOutput, e.what());
         }
         return kOk;
+    }
+
+    if (*gui) {
+        if (guiFiles.size() == 1)
+            return Fail(kUsage, "gui takes IN and OUT together, or neither");
+        if (settings.pluginPath.empty())
+            settings.pluginPath = VstPlugin::FindMorvane();
+        if (settings.pluginPath.empty())
+            return Fail(kBadPlugin, "the Morvane plug-in was not found; name it with --plugin");
+        try {
+            VstPlugin p(settings.pluginPath);
+            p.Dispatch(effOpen);
+            p.Dispatch(effMainsChanged, 0, 1);
+            if (guiProgram)
+                p.Dispatch(effSetProgram, 0, guiProgram - 1);
+            return PanelHost(p, settings)
+                .Run(guiFiles.empty() ? "" : guiFiles[0], guiFiles.empty() ? "" : guiFiles[1]);
+        } catch (const std::exception& e) {
+            return Fail(kBadPlugin, e.what());
+        }
     }
 
     if (*info) {

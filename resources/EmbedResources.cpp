@@ -1,5 +1,6 @@
-// Writes a C++ source that builds files into the binary as resources and registers them with the
-// window layer when the binary loads: usage  embed_resources OUTPUT.cpp NAME=FILE...
+// Writes a C++ source that builds files into the binary as resources, with the function that
+// registers them with the window layer (RegisterBuiltInResources): usage  embed_resources
+// OUTPUT.cpp NAME=FILE...
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -34,9 +35,14 @@ int main(int argc, char** argv) {
         table += "    {\"" + arg.substr(0, eq) + "\", r" + std::to_string(i) + ", " +
                  std::to_string(bytes.size()) + "},\n";
     }
-    table +=
-        "};\nResourceRegistrar gRegistrar(kEntries, sizeof(kEntries) / sizeof(kEntries[0]));\n";
-    out += table + "} // namespace\n";
+    table += "};\n";
+    out += table + "} // namespace\n\n";
+    out +=
+        "void RegisterBuiltInResources() {\n"
+        "    static const bool once =\n"
+        "        (CResources::Register(kEntries, sizeof(kEntries) / sizeof(kEntries[0])), true);\n"
+        "    (void)once;\n"
+        "}\n";
     // written beside and renamed, so a failed run never leaves half a source
     const std::string temp = std::string(argv[1]) + ".tmp";
     {

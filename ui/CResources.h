@@ -20,7 +20,7 @@ public:
     static constexpr const char* kBundleIdentifier = "org.morvane.Morvane";
     static constexpr const char* kSkinFolderName = "Morvane.skin";
 
-    // Called by the generated resource table when the binary loads.
+    // Adds a table of resources (RegisterBuiltInResources uses this).
     static void Register(const ResourceEntry* entries, size_t count);
     static const void* Find(UINT id, size_t* size); // "%d.png"
     static const void* FindNamed(const char* name, size_t* size);
@@ -39,9 +39,6 @@ public:
 // when the bundle is unknown or has no such picture.
 CString getResourcePath(int id, const char* bundleIdentifier);
 
-// A generated resource table registers itself at load with one of these.
-struct ResourceRegistrar {
-    ResourceRegistrar(const ResourceEntry* entries, size_t count) {
-        CResources::Register(entries, count);
-    }
-};
+// Registers the resources built into this binary (once; later calls do nothing). Defined by the
+// generated resource source that the binary links.
+void RegisterBuiltInResources();

@@ -18,6 +18,7 @@
 #include "CKDXSpinEditWnd.h"
 #include "CMiliSecondEdit.h"
 #include "CPointEdit.h"
+#include "CResources.h"
 #include "CXConnection.h"
 #include "support/XSession.h"
 
@@ -88,6 +89,7 @@ struct Controls : ::testing::Test {
     CKDXBitmap track, knob;
     CRect none;
     void SetUp() override {
+        RegisterBuiltInResources();
         ASSERT_TRUE(track.LoadResourceBitmap(5007) && knob.LoadResourceBitmap(5008));
         ASSERT_TRUE(host.CreateEx(0, AfxRegisterWndClass(CS_DBLCLKS), "Controls",
                                   WS_POPUP | WS_CAPTION | WS_VISIBLE, CRect(30, 30, 430, 330),

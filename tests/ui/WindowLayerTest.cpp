@@ -110,6 +110,7 @@ struct WindowLayer : ::testing::Test {
     XSession person;
     CLogWnd wnd;
     void SetUp() override {
+        RegisterBuiltInResources();
         ASSERT_TRUE(wnd.CreateEx(0, AfxRegisterWndClass(CS_DBLCLKS), "Test",
                                  WS_POPUP | WS_CAPTION | WS_VISIBLE, CRect(40, 40, 360, 280),
                                  nullptr, 0));
