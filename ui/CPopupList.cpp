@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 #include "CDC.h"
 #include "CFont.h"
@@ -82,7 +83,14 @@ int CPopupList::Track(CWnd* owner, std::vector<Item> items, CPoint screen, int m
     XSync(d, False);
     SelectKeys(true);
     SetCapture();
-    XGrabKeyboard(d, m_hWnd, False, GrabModeAsync, GrabModeAsync, CurrentTime);
+    // Another client may hold the keyboard for a moment (a window manager's key binding): try
+    // again briefly, as menus do, rather than open a menu the keys cannot reach.
+    for (int tries = 0; tries < 20; ++tries) {
+        if (XGrabKeyboard(d, m_hWnd, False, GrabModeAsync, GrabModeAsync, CurrentTime) ==
+            GrabSuccess)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     m_nOpenedAt = Ms();
     Window root = 0, child = 0;
     int rx = 0, ry = 0, wx = 0, wy = 0;

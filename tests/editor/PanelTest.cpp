@@ -53,10 +53,9 @@ struct Panel : ::testing::Test {
     std::string Shown(int index) { return host.Text(effGetParamDisplay, index); }
     // A person's steps played while the panel is in a modal menu or dialog (inside an idle call).
     void WhileModal(std::function<void()> open, std::function<void()> steps) {
-        const Window before = person.Focus();
+        const std::vector<Window> before = person.Shown();
         std::thread t([&] {
-            EXPECT_TRUE(person.WaitUntilKeysAreTaken(before));
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            EXPECT_TRUE(person.WaitForNewWindow(before));
             steps();
         });
         open();

@@ -5,6 +5,7 @@
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <stdexcept>
@@ -68,22 +69,30 @@ public:
                 Key(XK_Shift_L, false);
         }
     }
-    // Waits, up to a few seconds, until a window that opened has taken the keyboard: the input
-    // focus moved away from 'before', or someone else holds a keyboard grab (a popup menu).
-    bool WaitUntilKeysAreTaken(Window before) {
+    // The windows on screen now (mapped children of the root).
+    std::vector<Window> Shown() {
+        std::vector<Window> shown;
+        Window root, parent, *kids = nullptr;
+        unsigned count = 0;
+        XQueryTree(m_display, DefaultRootWindow(m_display), &root, &parent, &kids, &count);
+        for (unsigned i = 0; i < count; ++i) {
+            XWindowAttributes a;
+            if (XGetWindowAttributes(m_display, kids[i], &a) && a.map_state == IsViewable)
+                shown.push_back(kids[i]);
+        }
+        XFree(kids);
+        return shown;
+    }
+    // Waits, up to a few seconds, until a window that was not among 'before' is on screen and
+    // has had time to take the keyboard (a dialog takes the focus, a menu a grab); watching never
+    // grabs anything itself, which would take the keyboard from the window.
+    bool WaitForNewWindow(const std::vector<Window>& before) {
         for (int i = 0; i < 600; ++i) {
-            Window focus = None;
-            int revert = 0;
-            XGetInputFocus(m_display, &focus, &revert);
-            if (focus != before && focus != None && focus != PointerRoot)
-                return true;
-            const int grab = XGrabKeyboard(m_display, DefaultRootWindow(m_display), False,
-                                           GrabModeAsync, GrabModeAsync, CurrentTime);
-            if (grab == AlreadyGrabbed)
-                return true;
-            if (grab == GrabSuccess)
-                XUngrabKeyboard(m_display, CurrentTime);
-            XSync(m_display, False);
+            for (Window w : Shown())
+                if (std::find(before.begin(), before.end(), w) == before.end()) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+                    return true;
+                }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
         return false;

@@ -134,10 +134,9 @@ struct WindowLayer : ::testing::Test {
     // Runs a modal call on this thread while 'steps' plays the person on another, who starts
     // once the dialog or menu has taken the keyboard, and settles a moment more.
     template <class Modal> auto WithPerson(std::function<void()> steps, Modal modal) {
-        const Window before = person.Focus();
+        const std::vector<Window> before = person.Shown();
         std::thread t([&] {
-            EXPECT_TRUE(person.WaitUntilKeysAreTaken(before));
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            EXPECT_TRUE(person.WaitForNewWindow(before));
             steps();
         });
         auto result = modal();
