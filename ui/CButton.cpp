@@ -21,11 +21,6 @@ void CButton::Click() {
 }
 
 LRESULT CButton::DefWindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
-    if (message == WM_SETFOCUS || message == WM_KILLFOCUS) {
-        SelectKeys(message == WM_SETFOCUS);
-        Invalidate();
-        return 0;
-    }
     if (message == WM_CHAR && (wParam == ' ' || wParam == kCharReturn)) {
         Click();
         return 0;

@@ -68,15 +68,6 @@ void CComboBox::ShowDropDown() {
     }
 }
 
-LRESULT CComboBox::DefWindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
-    if (message == WM_SETFOCUS || message == WM_KILLFOCUS) {
-        SelectKeys(message == WM_SETFOCUS);
-        Invalidate();
-        return 0;
-    }
-    return CWnd::DefWindowProc(message, wParam, lParam);
-}
-
 void CComboBox::OnPaint() {
     CPaintDC dc(this);
     CRect c;

@@ -25,7 +25,6 @@ public:
 
 protected:
     const AFX_MSGMAP* GetMessageMap() const override;
-    LRESULT DefWindowProc(UINT message, WPARAM wParam, LPARAM lParam) override;
     void OnPaint();
     void OnLButtonDown(UINT flags, CPoint point);
     void OnKeyDown(UINT key, UINT repeat, UINT flags);

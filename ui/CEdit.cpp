@@ -130,12 +130,8 @@ LRESULT CEdit::DefWindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
         return 0;
     }
     // Focus bookkeeping is default handling, so subclasses that take these messages keep it.
-    if (message == WM_SETFOCUS || message == WM_KILLFOCUS) {
-        SelectKeys(message == WM_SETFOCUS);
+    if (message == WM_SETFOCUS || message == WM_KILLFOCUS)
         m_bSelecting = false;
-        Invalidate();
-        return 0;
-    }
     return CWnd::DefWindowProc(message, wParam, lParam);
 }
 

@@ -553,6 +553,14 @@ LRESULT CWnd::DefWindowProc(UINT message, WPARAM, LPARAM) {
     case WM_CLOSE:
         DestroyWindow();
         return 0;
+    case WM_SETFOCUS:
+    case WM_KILLFOCUS:
+        // Controls that take keys hold them only while focused, and show the focus.
+        if (WantsKeys() && (m_dwStyle & WS_CHILD)) {
+            SelectKeys(message == WM_SETFOCUS);
+            Invalidate();
+        }
+        return 0;
     default:
         return 0;
     }
