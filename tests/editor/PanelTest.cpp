@@ -107,6 +107,22 @@ TEST_F(Panel, OpensPaintsClosesAndReopensInsideTheHostsWindow) {
     EXPECT_EQ(shown, person.Grab(second, kW, kH));
     other.Dispatch(effEditClose);
     XDestroyWindow(person.display(), second);
+
+    // closed in the middle of a drag: the pointer is let go, and the panel opens again
+    person.MoveTo(window, 192, 47 + 65);
+    person.Button(true);
+    Idle();
+    host.Dispatch(effEditClose);
+    person.MoveTo(window, 192, 60);
+    person.Button(false);
+    host.Dispatch(effEditIdle);
+    ASSERT_EQ(1, host.Dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(window)));
+    Idle(20);
+    person.Click(window, 192, 193); // it answers the mouse: the pitch read-out's editor opens
+    Idle();
+    Window focus = person.Focus();
+    EXPECT_NE(window, focus);
+    EXPECT_NE(static_cast<Window>(PointerRoot), focus);
 }
 
 TEST_F(Panel, SlidersDraggedChangeWhatTheHostReads) {
@@ -129,6 +145,15 @@ TEST_F(Panel, SlidersDraggedChangeWhatTheHostReads) {
     Idle();
     EXPECT_EQ(0.5f, host.Get(3));
     EXPECT_EQ("50.00", Shown(3));
+    // output: to the top of its logarithmic travel, the largest gain (+6 dB)
+    person.MoveTo(window, 411, 45 + 70);
+    person.Button(true);
+    Idle();
+    person.MoveTo(window, 411, 46);
+    person.Button(false);
+    Idle();
+    EXPECT_EQ(1.0f, host.Get(1));
+    EXPECT_EQ("6.0", Shown(1));
     // a host's own change moves the control: the pitch knob leaves the top
     const std::vector<uint32_t> before = Screen();
     host.Set(2, 1.0f);
