@@ -18,6 +18,7 @@
 #include "CKDXSpinEditWnd.h"
 #include "CMiliSecondEdit.h"
 #include "CPointEdit.h"
+#include "CPresetSaveDlg.h"
 #include "CResources.h"
 #include "CXConnection.h"
 #include "support/XSession.h"
@@ -470,6 +471,24 @@ TEST_F(Controls, PopupEditorsReturnEscapeAndClamp) {
     person.Tap(XK_Escape);
     Settle();
     EXPECT_EQ("0A00 7", host.messages.back());
+}
+
+} // namespace
+
+namespace {
+
+// A program name is stored in 23 bytes; a double-byte character starting at byte 22 is left out
+// whole rather than split.
+TEST(PresetName, CutAt23BytesNeverSplittingACharacterAtByte22) {
+    char out[24];
+    CPresetSaveDlg::CutName("abcdefghijklmnopqrstuvw", out);
+    EXPECT_STREQ("abcdefghijklmnopqrstuvw", out) << "23 single bytes are kept whole";
+    CPresetSaveDlg::CutName("abcdefghijklmnopqrstuvwxyz0123", out);
+    EXPECT_STREQ("abcdefghijklmnopqrstuvw", out);
+    CPresetSaveDlg::CutName("abcdefghijklmnopqrstuv\x83\x73x", out); // "ピ" at byte 22
+    EXPECT_STREQ("abcdefghijklmnopqrstuv", out);
+    CPresetSaveDlg::CutName("", out);
+    EXPECT_STREQ("", out);
 }
 
 } // namespace
