@@ -7,11 +7,14 @@
 CMorvaneEditor::CMorvaneEditor(AudioEffect* effect) : AEffEditor(effect) {
     effect->setEditor(this);
     RegisterBuiltInResources();
-    m_bmpBackground.LoadResourceBitmap(5000);
+    // The size comes from the picture's header; it is decoded only when the panel first opens,
+    // so that a host creating the effect (to scan it, or to render) pays nothing for the panel.
+    int width = 0, height = 0;
+    CResources::PictureSize(5000, &width, &height);
     m_rect.top = 0;
     m_rect.left = 0;
-    m_rect.bottom = static_cast<VstInt16>(m_bmpBackground.Height());
-    m_rect.right = static_cast<VstInt16>(m_bmpBackground.Width());
+    m_rect.bottom = static_cast<VstInt16>(height);
+    m_rect.right = static_cast<VstInt16>(width);
 }
 
 CMorvaneEditor::~CMorvaneEditor() {
@@ -27,6 +30,8 @@ bool CMorvaneEditor::getRect(ERect** rect) {
 bool CMorvaneEditor::open(void* parent) {
     if (m_pPanel)
         return true;
+    if (m_bmpBackground.IsEmpty())
+        m_bmpBackground.LoadResourceBitmap(5000);
     // On X11 the host's view is a window id.
     if (!m_frame.Attach(static_cast<HWND>(reinterpret_cast<uintptr_t>(parent))))
         return false; // no display, or no such window: there is no panel to show

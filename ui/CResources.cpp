@@ -91,3 +91,32 @@ CString getResourcePath(int id, const char* bundleIdentifier) {
     const std::string path = std::string(static_cast<const char*>(CResources::SkinFolder())) + name;
     return Exists(path) ? CString(path.c_str()) : CString();
 }
+
+bool CResources::PictureSize(UINT id, int* width, int* height) {
+    unsigned char head[24] = {};
+    const CString path = SkinPath(id);
+    bool have = false;
+    if (!path.IsEmpty()) {
+        if (FILE* f = std::fopen(path, "rb")) {
+            have = std::fread(head, 1, sizeof(head), f) == sizeof(head);
+            std::fclose(f);
+        }
+    }
+    size_t size = 0;
+    if (!have)
+        if (const void* data = Find(id, &size); data && size >= sizeof(head)) {
+            std::memcpy(head, data, sizeof(head));
+            have = true;
+        }
+    // the signature, then the IHDR chunk: width and height, big-endian
+    static const unsigned char kPng[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    if (!have || std::memcmp(head, kPng, 8) != 0 || std::memcmp(head + 12, "IHDR", 4) != 0)
+        return false;
+    auto be = [&](int at) {
+        return static_cast<int>((uint32_t(head[at]) << 24) | (uint32_t(head[at + 1]) << 16) |
+                                (uint32_t(head[at + 2]) << 8) | head[at + 3]);
+    };
+    *width = be(16);
+    *height = be(20);
+    return *width > 0 && *height > 0;
+}

@@ -33,6 +33,9 @@ public:
     // Picture id in the skin folder ("%d.png", or "bmp%05d.png" as getResourcePath names it);
     // empty when the folder has neither.
     static CString SkinPath(UINT id);
+    // The size of picture id, read from its PNG header without decoding it (from where LoadBitmap
+    // would take it); false when there is no such picture.
+    static bool PictureSize(UINT id, int* width, int* height);
 };
 
 // The path of picture id ("bmp%05d.png") in the bundle with this identifier, or an empty string

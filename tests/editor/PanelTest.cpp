@@ -306,12 +306,19 @@ TEST(GuiCommand, RendersWithThePanelsSettingsAndEndsWhenClosed) {
     EXPECT_NEAR(inBytes / 2.0, std::filesystem::file_size(out), inBytes * 0.01);
 
     // 150 % typed into the time read-out, then R: the next render takes it
+    // (the person waits for the field to take the keyboard, and to let it go)
+    auto focusLeaves = [&](Window from) {
+        for (int i = 0; i < 400 && person.Focus() == from; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return person.Focus();
+    };
+    const Window before = person.Focus();
     person.Click(w, 274, 193);
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const Window field = focusLeaves(before);
     person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
     person.Type("150");
     person.Tap(XK_Return);
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    focusLeaves(field);
     std::filesystem::remove(out); // the render writes beside it and renames when done
     XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
     person.Tap(XK_r);
