@@ -30,11 +30,11 @@ bool CMorvaneEditor::getRect(ERect** rect) {
 bool CMorvaneEditor::open(void* parent) {
     if (m_pPanel)
         return true;
-    if (m_bmpBackground.IsEmpty())
-        m_bmpBackground.LoadResourceBitmap(5000);
     // On X11 the host's view is a window id.
     if (!m_frame.Attach(static_cast<HWND>(reinterpret_cast<uintptr_t>(parent))))
         return false; // no display, or no such window: there is no panel to show
+    if (m_bmpBackground.IsEmpty())
+        m_bmpBackground.LoadResourceBitmap(5000);
     systemWindow = parent;
     m_frame.SetBounds(CRect(0, 0, m_rect.right, m_rect.bottom));
     m_pPanel = new CUIWindow;
