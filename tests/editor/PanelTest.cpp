@@ -126,32 +126,23 @@ TEST_F(Panel, OpensPaintsClosesAndReopensInsideTheHostsWindow) {
 }
 
 TEST_F(Panel, SlidersDraggedChangeWhatTheHostReads) {
-    // pitch: from its knob at 0 cents up past the top of its track
-    person.MoveTo(window, 192, 47 + 65);
-    person.Button(true);
-    Idle();
-    person.MoveTo(window, 192, 30);
-    Idle();
-    person.Button(false);
-    Idle();
+    // a press on a fader's knob, a drag to y (past an end of its track), a release
+    auto drag = [&](int x, int from, int to) {
+        person.MoveTo(window, x, from);
+        person.Button(true);
+        Idle();
+        person.MoveTo(window, x, to);
+        Idle();
+        person.Button(false);
+        Idle();
+    };
+    drag(192, 47 + 65, 30); // pitch, from 0 cents up past the top
     EXPECT_EQ(2.0f, host.Get(2));
     EXPECT_EQ("1200.0", Shown(2));
-    // time: down past the bottom
-    person.MoveTo(window, 274, 47 + 65);
-    person.Button(true);
-    Idle();
-    person.MoveTo(window, 274, 200);
-    person.Button(false);
-    Idle();
+    drag(274, 47 + 65, 200); // time, down past the bottom
     EXPECT_EQ(0.5f, host.Get(3));
     EXPECT_EQ("50.00", Shown(3));
-    // output: to the top of its logarithmic travel, the largest gain (+6 dB)
-    person.MoveTo(window, 411, 45 + 70);
-    person.Button(true);
-    Idle();
-    person.MoveTo(window, 411, 46);
-    person.Button(false);
-    Idle();
+    drag(411, 45 + 70, 46); // output, to the top of its logarithmic travel: +6 dB
     EXPECT_EQ(1.0f, host.Get(1));
     EXPECT_EQ("6.0", Shown(1));
     // a host's own change moves the control: the pitch knob leaves the top
