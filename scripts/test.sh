@@ -22,7 +22,7 @@ run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
 echo "== tests under AddressSanitizer + UndefinedBehaviorSanitizer =="
 # Full stacks at every allocation, so that leak suppressions can see a library's initialisation.
-ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:fast_unwind_on_malloc=0 \
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:fast_unwind_on_malloc=0:intercept_tls_get_addr=0 \
     UBSAN_OPTIONS=print_stacktrace=1 LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0" \
     run_suite build-asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMORVANE_SANITIZE=address,undefined \
     -DMORVANE_BUILD_BENCH=OFF
