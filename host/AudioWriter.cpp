@@ -1,11 +1,16 @@
 #include "AudioWriter.h"
 
+#include <fcntl.h>
+
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -13,6 +18,8 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+
+#include "AudioReader.h"
 
 namespace {
 
@@ -24,6 +31,11 @@ std::set<std::string>& TempFiles() {
 
 std::string TemporaryName(const std::string& target) {
     static std::atomic<int> counter{0};
+    if (target == "-") {
+        const char* tmp = std::getenv("TMPDIR");
+        return std::string(tmp && *tmp ? tmp : "/tmp") + "/.morvane-stdout-" +
+               std::to_string(getpid()) + "-" + std::to_string(counter++) + ".tmp";
+    }
     const size_t slash = target.rfind('/');
     const std::string dir = slash == std::string::npos ? "" : target.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
@@ -85,7 +97,8 @@ AudioWriter::AudioWriter(const std::string& target, int format, int channels, in
     m_file = sf_open(m_temp.c_str(), SFM_WRITE, &info);
     if (!m_file) {
         Discard();
-        throw std::runtime_error("cannot write " + target + ": " + sf_strerror(nullptr));
+        throw std::runtime_error("cannot write " + target + ": " +
+                                 AudioReader::Clause(sf_strerror(nullptr)));
     }
     // Integer formats clip rather than wrap what lies beyond full scale.
     sf_command(m_file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
@@ -126,20 +139,64 @@ void AudioWriter::Write(const float* interleaved, sf_count_t frames) {
         written = sf_writef_float(m_file, interleaved, frames);
     }
     if (written != frames)
-        throw std::runtime_error("cannot write " + m_target + ": " + sf_strerror(m_file));
+        throw std::runtime_error("cannot write " + m_target + ": " +
+                                 AudioReader::Clause(sf_strerror(m_file)));
 }
 
 void AudioWriter::Commit() {
     const int closed = sf_close(m_file);
     m_file = nullptr;
     if (closed != 0)
-        throw std::runtime_error("cannot write " + m_target + ": " + sf_error_number(closed));
+        throw std::runtime_error("cannot write " + m_target + ": " +
+                                 AudioReader::Clause(sf_error_number(closed)));
+    if (m_target == "-") {
+        CopyToStandardOutput();
+        Discard();
+        return;
+    }
     if (std::rename(m_temp.c_str(), m_target.c_str()) != 0)
         throw std::runtime_error("cannot write " + m_target +
                                  ": the file could not be put in place");
     std::lock_guard lock(gTempMutex);
     TempFiles().erase(m_temp);
     m_temp.clear();
+}
+
+void AudioWriter::SetTags(const std::map<int, std::string>& tags) {
+    for (const auto& [id, text] : tags)
+        sf_set_string(m_file, id, text.c_str()); // a container without room for it says no
+}
+
+void AudioWriter::CopyToStandardOutput() {
+    const int in = open(m_temp.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0)
+        throw std::runtime_error("cannot write to standard output: " +
+                                 std::string(std::strerror(errno)));
+    std::vector<char> buf(1 << 16);
+    for (;;) {
+        const ssize_t n = read(in, buf.data(), buf.size());
+        if (n == 0)
+            break;
+        if (n < 0 && errno == EINTR)
+            continue;
+        for (ssize_t done = 0; n > 0 && done < n;) {
+            const ssize_t w = write(1, buf.data() + done, static_cast<size_t>(n - done));
+            if (w < 0 && errno == EINTR)
+                continue;
+            if (w <= 0) {
+                const int e = errno;
+                close(in);
+                throw std::runtime_error("cannot write to standard output: " +
+                                         std::string(std::strerror(e)));
+            }
+            done += w;
+        }
+        if (n < 0) {
+            close(in);
+            throw std::runtime_error("cannot write to standard output");
+        }
+    }
+    close(in);
 }
 
 void AudioWriter::RemoveAllTemporary() {

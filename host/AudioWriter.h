@@ -2,12 +2,14 @@
 
 #include <sndfile.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
 // Writes an audio file so that no partial file is ever left under the target's name: frames go
 // to a hidden temporary file beside the target, which Commit() renames over it. Destroying a
-// writer that was not committed removes the temporary file.
+// writer that was not committed removes the temporary file. A target of "-" is standard
+// output: the finished file is copied there on Commit.
 class AudioWriter {
 public:
     // Throws std::runtime_error with a sentence for the user.
@@ -16,6 +18,8 @@ public:
     AudioWriter(const AudioWriter&) = delete;
     AudioWriter& operator=(const AudioWriter&) = delete;
 
+    // Text tags by libsndfile's SF_STR_ numbers, where the container holds them; before Write.
+    void SetTags(const std::map<int, std::string>& tags);
     // Throws when the frames cannot be written (a full disk, among others).
     void Write(const float* interleaved, sf_count_t frames);
     // Closes and renames; throws on failure, leaving the target as it was.
@@ -27,6 +31,7 @@ public:
 
 private:
     void Discard();
+    void CopyToStandardOutput();
 
     std::string m_target;
     std::string m_temp;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <map>
 #include <memory>
 
 #if defined(__SSE2__)
@@ -11,6 +12,10 @@
 
 #include "AudioReader.h"
 #include "AudioWriter.h"
+#include "CAsyncReader.h"
+#include "CAsyncWriter.h"
+#include "OutputFormat.h"
+#include "SettingText.h"
 #include "VstPlugin.h"
 
 namespace {
@@ -80,21 +85,44 @@ double RenderSettings::PitchRate() const {
     return std::pow(2.0, pitchCents / 1200.0);
 }
 
+std::string RenderSettings::BoundAdvice(double time, double cents, bool timeGiven) const {
+    const auto pitch = [&](double c) {
+        return pitchInSemitones ? SettingText::Number(c / 100, true) + " semitones"
+                                : SettingText::Number(c, true) + " cents";
+    };
+    if (timeGiven)
+        return "at time " + SettingText::Number(time) + " % the pitch may rise at most " +
+               pitch(1200.0 * std::log2(2.0 / (time / 100)));
+    return "at pitch " + pitch(cents) + " the time may be at most " +
+           SettingText::Number(std::floor(200.0 / std::pow(2.0, cents / 1200.0) * 100) / 100) +
+           " %";
+}
+
 void RenderSettings::Validate() const {
     if (!(timePercent >= 50.0 && timePercent <= 200.0))
-        throw UsageError("time must be 50 to 200 percent");
+        throw UsageError("time must be 50 to 200 percent (0.5 to 2 as a ratio)");
     if (!(pitchCents >= -1200.0 && pitchCents <= 1200.0))
-        throw UsageError("pitch must be -1200 to +1200 cents (-12 to +12 semitones)");
+        throw UsageError(pitchInSemitones ? "pitch must be -12 to +12 semitones"
+                                          : "pitch must be -1200 to +1200 cents");
     // the plug-in keeps pitch rate x time rate at or below 2 and would lower one of them
     if (static_cast<float>(TimeRate()) * static_cast<float>(PitchRate()) > 2.0f + 1e-6f)
-        throw UsageError(
-            "time x pitch above 2: at time " + std::to_string(timePercent).substr(0, 6) +
-            " % the pitch may rise at most " +
-            std::to_string(1200.0 * std::log2(2.0 / TimeRate())).substr(0, 6) + " cents");
+        throw UsageError("time x pitch above 2: " + BoundAdvice(timePercent, pitchCents, true));
     if (!(outputDb >= -59.79 && outputDb <= 6.0))
         throw UsageError("output level must be -59.79 to +6 dB (6 dB per doubling of gain)");
     if (blockSize < 1 || blockSize > (1 << 22))
         throw UsageError("block size must be 1 to 4194304 frames");
+}
+
+std::string RenderSettings::Describe(const VstPlugin& p, int program) {
+    const double gain = 0.001 + p.GetParameter(1) * (2.0 - 0.001);
+    std::string text = "time " + SettingText::Number(p.GetParameter(3) * 100.0) + " %, pitch " +
+                       SettingText::Number(1200.0 * std::log2(p.GetParameter(2)), true) +
+                       " cents, level " + SettingText::Number(6.0 * std::log2(gain), true) +
+                       " dB, LowSound " + (p.GetParameter(4) == -1.0f ? "off" : "on");
+    if (program)
+        text += ", program " + std::to_string(program) + " \"" +
+                p.Text(effGetProgramNameIndexed, program - 1) + "\"";
+    return text;
 }
 
 std::unique_ptr<AudioReader> RenderJob::OpenInput(const std::string& input) {
@@ -130,6 +158,8 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         throw PluginError(e.what());
     }
     const VstPlugin& p = *plugin;
+    if (const std::string other = p.NotMorvane(); !other.empty())
+        throw PluginError(other);
     p.Dispatch(effOpen);
     p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
     p.Dispatch(effSetBlockSize, 0, m_settings.blockSize);
@@ -138,6 +168,23 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         if (m_settings.program < 1 || m_settings.program > p.Effect()->numPrograms)
             throw UsageError("program must be 1 to " + std::to_string(p.Effect()->numPrograms));
         p.Dispatch(effSetProgram, 0, m_settings.program - 1);
+        // The program's own rate with the user's other one may break the bound, which the
+        // plug-in would keep by lowering one of them silently.
+        const double time = m_settings.hasTime ? m_settings.TimeRate() : p.GetParameter(3);
+        const double pitch = m_settings.hasPitch ? m_settings.PitchRate() : p.GetParameter(2);
+        if (static_cast<float>(time) * static_cast<float>(pitch) > 2.0f + 1e-6f) {
+            const std::string name = p.Text(effGetProgramNameIndexed, m_settings.program - 1);
+            const double cents = 1200.0 * std::log2(pitch);
+            const bool timeGiven = m_settings.hasTime;
+            const std::string programs =
+                timeGiven ? (m_settings.pitchInSemitones
+                                 ? "pitch " + SettingText::Number(cents / 100, true) + " semitones"
+                                 : "pitch " + SettingText::Number(cents, true) + " cents")
+                          : "time " + SettingText::Number(time * 100) + " %";
+            throw UsageError("time x pitch above 2 with program " +
+                             std::to_string(m_settings.program) + " \"" + name + "\" (" + programs +
+                             "): " + m_settings.BoundAdvice(time * 100, cents, timeGiven));
+        }
     }
     p.SetParameter(0, 1.0f);
     // Time before pitch, so that a lower time rate makes room for a higher pitch.
@@ -153,8 +200,9 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         const float range = static_cast<float>(2.0 - 0.001);
         p.SetParameter(1, static_cast<float>((gain - 0.001) / range));
     }
+    // The plug-in turns its LowSound option off only for -1; 0 and 1 both leave it on.
     if (m_settings.hasLowSound)
-        p.SetParameter(4, m_settings.lowSound ? 1.0f : 0.0f);
+        p.SetParameter(4, m_settings.lowSound ? 1.0f : -1.0f);
     // The plug-in lowers a rate silently to keep time x pitch at or below 2: a program's rate
     // with the user's other one may not fit.
     if ((m_settings.hasTime && p.GetParameter(3) != static_cast<float>(m_settings.TimeRate())) ||
@@ -176,26 +224,46 @@ RenderResult RenderJob::RunOn(const VstPlugin& p, const std::string& input,
     return Process(p, *reader, output, progress);
 }
 
-RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& source, const std::string& output,
+RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const std::string& output,
                                 const std::function<void(double)>& progress) {
-    AudioReader* reader = &source;
-    const std::string& input = source.Path();
-    const int channels = reader->Channels();
-    const int rate = reader->SampleRate();
-    const sf_count_t total = reader->Frames();
+    const std::string& input = reader.Path();
+    const int channels = reader.Channels();
+    const int rate = reader.SampleRate();
+    const sf_count_t total = reader.Frames();
     // the rate the plug-in holds, which a program may have set
     const double timeRate = p.GetParameter(3);
     const sf_count_t target = static_cast<sf_count_t>(std::llround(total * timeRate));
     const sf_count_t latency = m_settings.keepLatency ? 0 : p.Effect()->initialDelay;
     const sf_count_t length = target + (m_settings.keepLatency ? p.Effect()->initialDelay : 0);
 
-    const int format = m_settings.format ? m_settings.format : reader->Format();
+    const int format = OutputFormat::Choose(m_settings.container, m_settings.depth, reader.Format(),
+                                            channels, rate);
     std::unique_ptr<AudioWriter> writer;
     try {
         writer = std::make_unique<AudioWriter>(output, format, channels, rate);
+        // The input's tags go on; the comment says how this file was made.
+        std::map<int, std::string> tags = reader.Tags();
+        const std::string made =
+            "Morvane " MORVANE_VERSION ": " + RenderSettings::Describe(p, m_settings.program);
+        tags[SF_STR_COMMENT] =
+            tags.count(SF_STR_COMMENT) ? tags[SF_STR_COMMENT] + "\n" + made : made;
+        tags[SF_STR_SOFTWARE] = "Morvane " MORVANE_VERSION;
+        writer->SetTags(tags);
     } catch (const std::exception& e) {
         throw OutputError(e.what());
     }
+
+    // Decoding and encoding run on threads of their own, beside the plug-in's work here.
+    CAsyncReader source([&](float* f, long n) { return static_cast<long>(reader.Read(f, n)); },
+                        channels);
+    CAsyncWriter sink([&](const float* f, long n) { writer->Write(f, n); }, channels);
+    const auto write = [&](const float* f, sf_count_t n) {
+        try {
+            sink.Write(f, static_cast<long>(n));
+        } catch (const std::exception& e) {
+            throw OutputError(e.what());
+        }
+    };
 
     // Each call asks for more output than the plug-in can hold, so its queue never fills.
     const int block = m_settings.blockSize;
@@ -213,10 +281,16 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& source, const s
     RenderResult result;
     result.inputFrames = total;
     result.sampleRate = rate;
+    result.missingFrames = reader.MissingFrames();
     sf_count_t taken = 0, held = 0, heldAt = 0, toSkip = latency, written = 0;
     for (int guard = 0;; ++guard) {
         if (heldAt == held && taken < total) {
-            held = reader->Read(fileBuf.get(), block);
+            try {
+                held = source.Read(fileBuf.get(),
+                                   static_cast<long>(std::min<sf_count_t>(block, total - taken)));
+            } catch (const std::exception& e) {
+                throw InputError(e.what());
+            }
             heldAt = 0;
             if (held <= 0)
                 throw InputError("cannot read " + input + ": the file ends early");
@@ -239,11 +313,7 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& source, const s
         const sf_count_t n = std::min<sf_count_t>(out - from, length - written);
         result.peak = Interleave(outL.get() + from, outR.get() + from, channels, n,
                                  interleaved.get(), result.peak);
-        try {
-            writer->Write(interleaved.get(), n);
-        } catch (const std::exception& e) {
-            throw OutputError(e.what());
-        }
+        write(interleaved.get(), n);
         written += n;
         if (progress)
             progress(total ? double(taken) / total : 1.0);
@@ -258,14 +328,11 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& source, const s
     std::fill(interleaved.get(), interleaved.get() + silence * channels, 0.0f);
     while (written < length) {
         const sf_count_t n = std::min<sf_count_t>(length - written, room);
-        try {
-            writer->Write(interleaved.get(), n);
-        } catch (const std::exception& e) {
-            throw OutputError(e.what());
-        }
+        write(interleaved.get(), n);
         written += n;
     }
     try {
+        sink.Finish();
         writer->Commit();
     } catch (const std::exception& e) {
         throw OutputError(e.what());

@@ -16,9 +16,12 @@ struct RenderSettings {
     double pitchCents = 0.0;    // -1200 .. 1200
     double outputDb = 0.0;      // the plug-in's scale: 6 per doubling of gain, -59.79 .. +6
     bool lowSound = true;
+    bool pitchInSemitones = false; // the user gave semitones: answer in semitones
     int blockSize = 8192;
     bool keepLatency = false;
-    int format = 0; // libsndfile format of the output; 0 keeps the input's
+    // The output's libsndfile container (with its codec) and sample format; 0 for either is
+    // chosen from the input's (OutputFormat::Choose).
+    int container = 0, depth = 0;
     std::string pluginPath;
     int program = 0; // 1 .. 64: start from that program of the plug-in's bank; 0: none
     // Which settings the user gave; with a program, only those override it.
@@ -26,6 +29,11 @@ struct RenderSettings {
 
     // Throws UsageError with a sentence for the user when a value is out of range.
     void Validate() const;
+    // Why a time and pitch break the plug-in's bound, and the largest value that fits: of the
+    // pitch when the time was given (or both were), else of the time.
+    std::string BoundAdvice(double timePercent, double pitchCents, bool timeGiven) const;
+    // How a file was made, for its metadata: "time 150 %, pitch +300 cents, ...".
+    static std::string Describe(const class VstPlugin& plugin, int program);
     double TimeRate() const { return timePercent / 100.0; }
     double PitchRate() const;
 };
@@ -47,8 +55,9 @@ struct RenderResult {
     sf_count_t inputFrames = 0;
     sf_count_t outputFrames = 0;
     int sampleRate = 0;
-    float peak = 0.0f; // largest |sample| written
-    int format = 0;    // libsndfile format of the file written
+    float peak = 0.0f;            // largest |sample| written
+    int format = 0;               // libsndfile format of the file written
+    sf_count_t missingFrames = 0; // promised by the input's header but not in the file
 };
 
 // One input file through the plug-in into one output file, as a VST 2.4 offline host runs a

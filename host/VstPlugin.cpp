@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "CFileType.h"
+
 namespace {
 
 bool Exists(const std::string& path) {
@@ -39,8 +41,17 @@ VstIntPtr VstPlugin::HostCallback(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr
 
 VstPlugin::VstPlugin(const std::string& path) : m_path(path) {
     m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!m_library)
-        throw std::runtime_error("cannot load plug-in " + path + ": " + dlerror());
+    if (!m_library) {
+        std::string why = dlerror();
+        if (why.rfind(path + ": ", 0) == 0) // the loader repeats the path
+            why.erase(0, path.size() + 2);
+        const CFileType::Kind kind = CFileType::OfFile(path);
+        if (kind == CFileType::Missing)
+            throw std::runtime_error("there is no plug-in " + path);
+        if (kind != CFileType::Elf && kind != CFileType::Unreadable)
+            throw std::runtime_error(path + " is " + CFileType::Describe(kind) + ", not a plug-in");
+        throw std::runtime_error("cannot load plug-in " + path + ": " + why);
+    }
     using Entry = AEffect* (*)(audioMasterCallback);
     auto entry = reinterpret_cast<Entry>(dlsym(m_library, "VSTPluginMain"));
     if (!entry)
@@ -83,10 +94,33 @@ float VstPlugin::GetParameter(int index) const {
     return m_effect->getParameter(m_effect, index);
 }
 
+std::string VstPlugin::NotMorvane() const {
+    static const char* const kNames[] = {"ON/OFF", "Output", "Pitch", "Time", "LowSound"};
+    bool same = m_effect->numParams == 5 && m_effect->numInputs == 2 &&
+                Dispatch(effGetPlugCategory) == kPlugCategOfflineProcess;
+    for (int i = 0; same && i < 5; ++i)
+        same = Text(effGetParamName, i) == kNames[i];
+    if (same)
+        return {};
+    std::string what = "\"" + Text(effGetEffectName) + "\"";
+    if (what == "\"\"")
+        what = "a plug-in";
+    if (const std::string vendor = Text(effGetVendorString); !vendor.empty())
+        what += " by " + vendor;
+    const bool offline = Dispatch(effGetPlugCategory) == kPlugCategOfflineProcess;
+    return m_path + " is not Morvane: it is " + what +
+           (offline ? ", an offline processor with other parameters" : ", a real-time effect") +
+           "; render needs Morvane's offline processor";
+}
+
 std::string VstPlugin::FindMorvane() {
     std::vector<std::string> candidates;
-    if (const char* env = std::getenv("MORVANE_PLUGIN"))
-        candidates.push_back(env);
+    if (const char* env = std::getenv("MORVANE_PLUGIN"); env && *env) {
+        if (!Exists(env))
+            throw std::runtime_error(std::string("MORVANE_PLUGIN names ") + env +
+                                     ", which does not exist or cannot be read");
+        return env;
+    }
     const std::string here = ProgramFolder();
     if (!here.empty()) {
         candidates.push_back(here + "../plugin/Morvane.so");  // build tree

@@ -26,8 +26,13 @@ public:
     void SetParameter(int index, float value) const;
     float GetParameter(int index) const;
 
+    // Empty when the effect is Morvane's offline processor with its five parameters; else a
+    // sentence saying what it is instead.
+    std::string NotMorvane() const;
+
     // The plug-in file found for Morvane: $MORVANE_PLUGIN, the build tree beside this program,
-    // the install tree, then the folders Linux hosts search. Empty when none exists.
+    // the install tree, then the folders Linux hosts search. Empty when none exists; throws
+    // when $MORVANE_PLUGIN names a file that is not there.
     static std::string FindMorvane();
 
 private:

@@ -236,6 +236,9 @@ TEST_F(Host, BadInputGivesOneLineAnExitCodeAndNoFile) {
     Write("ok.wav", Signals::Sine(4410, 2, 0.01, 0.3), 2, 44100);
     Write("three.wav", Signals::Sine(4410, 3, 0.01, 0.3), 3, 44100);
     std::ofstream(P("text.wav")) << "this is not audio\n";
+    std::ofstream(P("song.m4a")) << std::string("\0\0\0\x20"
+                                                "ftypM4A \0\0\0\0",
+                                                16);
     struct Case {
         std::string args;
         int code;
@@ -243,7 +246,10 @@ TEST_F(Host, BadInputGivesOneLineAnExitCodeAndNoFile) {
     };
     for (const Case& c : std::vector<Case>{
              {P("missing.wav") + " " + P("o1.wav"), 3, "cannot read"},
-             {P("text.wav") + " " + P("o2.wav"), 3, "cannot read"},
+             {P("text.wav") + " " + P("o2.wav"), 3, "not audio"},
+             {P("song.m4a") + " " + P("o2.wav"), 3, "is an MPEG-4 audio file"},
+             {dir.string() + " " + P("o2.wav"), 3, "is a folder"},
+             {P("ok.wav") + " " + P("o2.m4a"), 2, "cannot write .m4a"},
              {P("three.wav") + " " + P("o3.wav"), 3, "3 channels"},
              {"-t 150 -p 600 " + P("ok.wav") + " " + P("o4.wav"), 2, "time x pitch above 2"},
              {"-t 300 " + P("ok.wav") + " " + P("o5.wav"), 2, "50 to 200"},
@@ -258,13 +264,16 @@ TEST_F(Host, BadInputGivesOneLineAnExitCodeAndNoFile) {
         const Result r = Run("render " + c.args);
         EXPECT_EQ(c.code, r.code) << c.args << "\n" << r.err;
         EXPECT_NE(std::string::npos, r.err.find(c.says)) << c.args << "\n" << r.err;
+        EXPECT_EQ(0u, r.err.find("morvane: ")) << r.err; // CLI11's errors too
+        EXPECT_EQ(std::string::npos, r.err.find("//")) << r.err;
         if (c.args.find("--no-such") == std::string::npos) {
             EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
         }
     }
     auto left = Leftovers();
     std::sort(left.begin(), left.end());
-    EXPECT_EQ((std::vector<std::string>{"ok.wav", "stderr", "stdout", "text.wav", "three.wav"}),
+    EXPECT_EQ((std::vector<std::string>{"ok.wav", "song.m4a", "stderr", "stdout", "text.wav",
+                                        "three.wav"}),
               left);
 }
 
@@ -278,10 +287,10 @@ TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
     EXPECT_FALSE(fs::exists(P("out.wav")));
 
     // interrupted halfway, by Ctrl-C or by a service manager: the signal goes to morvane itself
-    for (const char* sig : {"INT", "TERM"}) {
+    for (const auto& [sig, code] : {std::pair{"INT", 130}, std::pair{"TERM", 143}}) {
         const Result r = RunAndMeanwhile("render -t 150 " + P("long.wav") + " " + P("out.wav"),
                                          "out.wav", std::string("kill -") + sig + " $pid");
-        EXPECT_EQ(130, r.code) << sig << ": " << r.err;
+        EXPECT_EQ(code, r.code) << sig << ": " << r.err;
         EXPECT_NE(std::string::npos, r.err.find("interrupted")) << sig;
     }
     for (const auto& name : Leftovers())
@@ -302,6 +311,11 @@ TEST_F(Host, ClippingIsReportedWithAdvice) {
     const Result again = Run("render -l 0.9 " + P("loud.wav") + " " + P("out.wav"));
     EXPECT_EQ(0, again.code);
     EXPECT_EQ("", again.err);
+    // float samples keep what lies beyond full scale: said so, not called clipping
+    const Result kept = Run("render -l 3dB --bits float " + P("loud.wav") + " " + P("f.wav"));
+    EXPECT_EQ(0, kept.code);
+    EXPECT_NE(std::string::npos, kept.err.find("peaks at +2.1 dBFS, above full scale")) << kept.err;
+    EXPECT_EQ(std::string::npos, kept.err.find("clips")) << kept.err;
 }
 
 TEST_F(Host, VanishedOutputFolderIsAClearError) {
@@ -341,7 +355,23 @@ TEST_F(Host, InfoHelpAndDemo) {
 
     EXPECT_EQ(0, Run("--help").code);
     EXPECT_EQ(0, Run("render --help").code);
-    EXPECT_EQ(2, Run("").code);
+    const Result help = Run("help render");
+    EXPECT_EQ(0, help.code);
+    EXPECT_NE(std::string::npos, help.out.find("Usage: morvane render")) << help.out;
+    const Result version = Run("-V");
+    EXPECT_EQ(0, version.code);
+    EXPECT_NE(std::string::npos, version.out.find("Morvane.so (Morvane, version")) << version.out;
+    EXPECT_NE(std::string::npos, version.out.find("libsndfile"));
+    for (const char* wrong : {"", "--bogus"}) {
+        const Result usage = Run(wrong);
+        EXPECT_EQ(2, usage.code);
+        EXPECT_NE(std::string::npos, usage.err.find("Usage: morvane")) << usage.err;
+        EXPECT_EQ(std::string::npos, usage.err.find("A subcommand is required"));
+    }
+    const Result gone =
+        Run("render " + P("x.wav") + " " + P("y.wav"), "MORVANE_PLUGIN=" + P("moved.so"));
+    EXPECT_EQ(5, gone.code);
+    EXPECT_NE(std::string::npos, gone.err.find("MORVANE_PLUGIN names")) << gone.err;
     EXPECT_EQ(5, Run("info " + P("nothing.so")).code);
 
     ASSERT_EQ(0, Run("demo " + P("demo.wav")).code);
@@ -368,6 +398,13 @@ TEST_F(Host, ProgramsAndBanks) {
     const Result bound = Run("render --program 13 -t 150 " + P("in.wav") + " " + P("no.wav"));
     EXPECT_EQ(2, bound.code);
     EXPECT_NE(std::string::npos, bound.err.find("time x pitch above 2 with program 13"));
+    // the same advice, to the same precision, as for a pitch given on the command line
+    const std::string advice = "at time 150 % the pitch may rise at most +498.04 cents";
+    EXPECT_NE(std::string::npos, bound.err.find(advice)) << bound.err;
+    const Result given = Run("render -t 150 -p 1200 " + P("in.wav") + " " + P("no.wav"));
+    EXPECT_NE(std::string::npos, given.err.find(advice)) << given.err;
+    const Result semis = Run("render -t 150 -s 12 " + P("in.wav") + " " + P("no.wav"));
+    EXPECT_NE(std::string::npos, semis.err.find("at most +4.98 semitones")) << semis.err;
     EXPECT_FALSE(fs::exists(P("no.wav")));
     EXPECT_EQ(2, Run("render --program 65 " + P("in.wav") + " " + P("no.wav")).code);
 
@@ -398,6 +435,164 @@ TEST_F(Host, ProgramsAndBanks) {
     EXPECT_EQ(2, Run("bank").code);
 }
 
+TEST_F(Host, Mp3AndCutShortFilesAreReadToTheirEnd) {
+    // An MP3 without its Xing frame: libsndfile's length is then a guess far below the stream's.
+    Write("tagged.mp3", Signals::Sine(3 * 44100, 2, 0.01, 0.3), 2, 44100,
+          SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III);
+    std::ifstream in(P("tagged.mp3"), std::ios::binary);
+    const std::string mp3((std::istreambuf_iterator<char>(in)), {});
+    size_t second = 4;
+    while (second + 1 < mp3.size() &&
+           !(uint8_t(mp3[second]) == 0xFF && (uint8_t(mp3[second + 1]) & 0xE0) == 0xE0))
+        ++second;
+    std::ofstream(P("bare.mp3"), std::ios::binary) << mp3.substr(second);
+    for (const char* name : {"tagged.mp3", "bare.mp3"}) {
+        const Result r = Run("render -t 150 " + P(name) + " " + P("out.wav"));
+        ASSERT_EQ(0, r.code) << name << ": " << r.err;
+        SF_INFO info;
+        const auto out = Read("out.wav", &info);
+        EXPECT_GE(info.frames, 3 * 44100 * 3 / 2) << name; // with the decoder's lead-in
+        EXPECT_LE(info.frames, (3 * 44100 + 2 * 1152) * 3 / 2) << name;
+        EXPECT_GT(std::fabs(out[out.size() - 2 * 4410]), 0.0f) << name; // sound to the end
+    }
+
+    // A WAV cut short: what is there is rendered, and the missing frames are named.
+    Write("whole.wav", Signals::Sine(44100, 2, 0.01, 0.3), 2, 44100,
+          SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+    fs::copy_file(P("whole.wav"), P("cut.wav"));
+    fs::resize_file(P("cut.wav"), 44 + 4 * 10000);
+    const Result cut = Run("render " + P("cut.wav") + " " + P("cut-out.wav"));
+    EXPECT_EQ(0, cut.code) << cut.err;
+    EXPECT_NE(std::string::npos, cut.err.find("cut short: its header promises 34100 more frames"))
+        << cut.err;
+    EXPECT_EQ("", Run("render " + P("whole.wav") + " " + P("whole-out.wav")).err);
+}
+
+TEST_F(Host, OutputFormatFollowsTheNameAndStandardOutputStreams) {
+    Write("in.wav", Signals::Sine(22050, 2, 0.01, 0.3), 2, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    const auto head = [&](const std::string& name) {
+        std::ifstream f(P(name), std::ios::binary);
+        std::string h(4, '\0');
+        f.read(h.data(), 4);
+        return h;
+    };
+    struct Case {
+        std::string args, out, magic;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"", "a.flac", "fLaC"},       // float input, 24-bit FLAC
+             {"-f wav", "b.flac", "RIFF"}, // -f wins over the name
+             {"", "c", "RIFF"},            // no extension: the input's container
+             {"", "d.AIFF", "FORM"},
+             {"", "e.ogg", "OggS"},
+         }) {
+        const Result r = Run("render " + c.args + " " + P("in.wav") + " " + P(c.out));
+        ASSERT_EQ(0, r.code) << c.out << ": " << r.err;
+        EXPECT_EQ(c.magic, head(c.out)) << c.out;
+    }
+    // MP3 where libsndfile can write it
+    SF_INFO probe{0, 44100, 2, SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 0, 0};
+    if (sf_format_check(&probe)) {
+        ASSERT_EQ(0, Run("render " + P("in.wav") + " " + P("f.mp3")).code);
+        SF_INFO info;
+        Read("f.mp3", &info);
+        EXPECT_EQ(SF_FORMAT_MPEG, info.format & SF_FORMAT_TYPEMASK);
+    }
+    // standard output: the whole file, and nothing left behind
+    const Result piped = Run("render -t 200 -f flac " + P("in.wav") + " - ");
+    ASSERT_EQ(0, piped.code) << piped.err;
+    std::ofstream(P("piped.flac"), std::ios::binary) << piped.out;
+    SF_INFO info;
+    Read("piped.flac", &info);
+    EXPECT_EQ(44100, info.frames);
+}
+
+TEST_F(Host, OutputsNeverReplaceInputsOrEachOther) {
+    fs::create_directories(dir / "d1");
+    fs::create_directories(dir / "d2");
+    Write("d1/a.wav", Signals::Sine(4410, 2, 0.01, 0.3), 2, 44100);
+    Write("d2/a.wav", Signals::Sine(4410, 2, 0.01, 0.3), 2, 44100);
+    const auto size = fs::file_size(dir / "d1/a.wav");
+    struct Case {
+        std::string args, says;
+    };
+    for (const Case& c : std::vector<Case>{
+             {P("d1/a.wav") + " " + P("d1/a.wav"), "also an input"},
+             {P("d1/a.wav") + " " + P("d1/../d1/a.wav"), "also an input"},
+             {"-d " + P("d1") + " " + P("d1/a.wav"), "also an input"},
+             {"-d " + P("out") + " " + P("d1/a.wav") + " " + P("d2/a.wav"), "would both be"},
+             {"-d " + P("out") + " " + P("d1/a.wav") + " " + P("d1/a.wav"), "would both be"},
+         }) {
+        const Result r = Run("render -t 150 " + c.args);
+        EXPECT_EQ(2, r.code) << c.args;
+        EXPECT_NE(std::string::npos, r.err.find(c.says)) << c.args << ": " << r.err;
+    }
+    EXPECT_EQ(size, fs::file_size(dir / "d1/a.wav"));
+    EXPECT_FALSE(fs::exists(dir / "out")); // refused before anything was made
+
+    // --force replaces the input, whole; -d makes its folder, and paths print without "//"
+    ASSERT_EQ(0, Run("render --force -t 150 " + P("d1/a.wav") + " " + P("d1/a.wav")).code);
+    SF_INFO info;
+    Read("d1/a.wav", &info);
+    EXPECT_EQ(6615, info.frames);
+    const Result made = Run("render -t 50 -d " + P("new/deep/") + " " + P("d2/a.wav"));
+    EXPECT_EQ(0, made.code) << made.err;
+    Read("new/deep/a.wav", &info);
+    EXPECT_EQ(2205, info.frames);
+}
+
+TEST_F(Host, SettingsInTheirUnitsAndHowAFileWasMade) {
+    Write("in.wav", Signals::Music(44100, 44100), 2, 44100);
+    SNDFILE* f = sf_open(P("in.wav").c_str(), SFM_RDWR, new SF_INFO{});
+    ASSERT_NE(nullptr, f);
+    sf_set_string(f, SF_STR_TITLE, "Night Drive");
+    sf_close(f);
+
+    // one time, three spellings; a number neither a ratio nor a percentage is refused
+    for (const char* t : {"1.5", "150%", "150", "1.5x"}) {
+        const Result r =
+            Run("render -t " + std::string(t) + " -l -3dB " + P("in.wav") + " " + P("out.flac"));
+        ASSERT_EQ(0, r.code) << t << ": " << r.err;
+        SF_INFO info;
+        Read("out.flac", &info);
+        EXPECT_EQ(66150, info.frames) << t;
+    }
+    EXPECT_EQ(2, Run("render -t 20 " + P("in.wav") + " " + P("x.wav")).code);
+    EXPECT_EQ(2, Run("render -l 3dBFS " + P("in.wav") + " " + P("x.wav")).code);
+
+    // the tags go on, and the settings are written where soxi and morvane info show them
+    const Result info = Run("info " + P("out.flac"));
+    EXPECT_EQ(0, info.code) << info.err;
+    EXPECT_NE(std::string::npos, info.out.find("Night Drive")) << info.out;
+    EXPECT_NE(std::string::npos, info.out.find("time 150 %, pitch 0 cents, level -3 dB"))
+        << info.out;
+
+    // --ratio 3/2 is a fifth up; --low-sound off reaches the plug-in and changes the sound
+    ASSERT_EQ(0, Run("render --ratio 3/2 " + P("in.wav") + " " + P("fifth.wav")).code);
+    EXPECT_NE(std::string::npos, Run("info " + P("fifth.wav")).out.find("pitch +701.9"));
+    SF_INFO a, b;
+    ASSERT_EQ(0, Run("render -t 130 " + P("in.wav") + " " + P("on.wav")).code);
+    ASSERT_EQ(0, Run("render -t 130 --low-sound off " + P("in.wav") + " " + P("off.wav")).code);
+    EXPECT_NE(Read("on.wav", &a), Read("off.wav", &b));
+    EXPECT_EQ(a.frames, b.frames);
+}
+
+TEST_F(Host, BatchOnATerminalShowsOneOverallBar) {
+    if (std::system("command -v script >/dev/null") != 0)
+        GTEST_SKIP() << "script (bsdutils) is not installed";
+    for (const char* name : {"a.wav", "b.wav", "c.wav"})
+        Write(name, Signals::Sine(44100, 2, 0.01, 0.3), 2, 44100);
+    // script gives morvane a terminal; what it drew comes back on script's output
+    const std::string cmd = "script -qec '" MORVANE_CLI " render -t 150 -d " + P("out") + " " +
+                            P("a.wav") + " " + P("b.wav") + " " + P("c.wav") + "' /dev/null >" +
+                            P("tty") + " </dev/null";
+    ASSERT_EQ(0, std::system(cmd.c_str()));
+    std::ifstream in(P("tty"));
+    const std::string shown((std::istreambuf_iterator<char>(in)), {});
+    EXPECT_NE(std::string::npos, shown.find("3 of 3 files")) << shown;
+    EXPECT_NE(std::string::npos, shown.find("100%")) << shown;
+}
+
 TEST_F(Host, InfoOnAnotherVendorsPlugin) {
     const char* eq = "/usr/lib/vst/3BandEQ-vst.so"; // Debian's dpf-plugins-vst: exports only main
     if (!fs::exists(eq))
@@ -406,6 +601,14 @@ TEST_F(Host, InfoOnAnotherVendorsPlugin) {
     EXPECT_EQ(0, r.code) << r.err;
     EXPECT_NE(std::string::npos, r.out.find("DISTRHO"));
     EXPECT_NE(std::string::npos, r.out.find("Parameters (6)"));
+
+    // it is no offline time-stretcher: render refuses it rather than copy the input
+    Write("in.wav", Signals::Sine(4410, 2, 0.01, 0.3), 2, 44100);
+    const Result refused =
+        Run(std::string("render --plugin ") + eq + " " + P("in.wav") + " " + P("out.wav"));
+    EXPECT_EQ(5, refused.code);
+    EXPECT_NE(std::string::npos, refused.err.find("is not Morvane")) << refused.err;
+    EXPECT_FALSE(fs::exists(P("out.wav")));
 }
 
 } // namespace

@@ -1,0 +1,91 @@
+#include "CAsyncWriter.h"
+
+#include <algorithm>
+#include <cstring>
+
+CAsyncWriter::CAsyncWriter(Sink sink, int channels, long blockFrames, int blocks)
+    : m_sink(std::move(sink)), m_channels(channels), m_blockFrames(blockFrames),
+      m_blocks(static_cast<size_t>(std::max(2, blocks))) {
+    for (Block& b : m_blocks)
+        b.samples.resize(static_cast<size_t>(blockFrames) * channels);
+    m_thread = std::thread(&CAsyncWriter::Consume, this);
+}
+
+CAsyncWriter::~CAsyncWriter() {
+    {
+        std::lock_guard lock(m_mutex);
+        m_stop = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
+
+void CAsyncWriter::Consume() {
+    for (;;) {
+        Block* b;
+        {
+            std::unique_lock lock(m_mutex);
+            m_changed.wait(lock, [&] { return m_stop || m_tail - m_head > 1; });
+            if (m_stop) // Finish has waited for everything, or the frames are abandoned
+                return;
+            b = &m_blocks[m_head % m_blocks.size()];
+        }
+        try {
+            m_sink(b->samples.data(), b->frames);
+        } catch (...) {
+            std::lock_guard lock(m_mutex);
+            m_error = std::current_exception();
+            m_stop = true;
+            m_changed.notify_all();
+            return;
+        }
+        std::lock_guard lock(m_mutex);
+        ++m_head;
+        m_changed.notify_all();
+    }
+}
+
+// The block at m_tail - 1 is the one being filled; the consumer takes those before it.
+void CAsyncWriter::RethrowLocked() {
+    if (m_error)
+        std::rethrow_exception(m_error);
+}
+
+void CAsyncWriter::Submit(std::unique_lock<std::mutex>& lock) {
+    ++m_tail;
+    m_changed.notify_all();
+    m_changed.wait(lock, [&] { return m_error || m_tail - m_head <= m_blocks.size(); });
+    RethrowLocked();
+    m_blocks[(m_tail - 1) % m_blocks.size()].frames = 0;
+}
+
+void CAsyncWriter::Write(const float* in, long frames) {
+    std::unique_lock lock(m_mutex);
+    RethrowLocked();
+    if (m_tail == m_head) { // the first block to fill
+        ++m_tail;
+        m_blocks[0].frames = 0;
+    }
+    while (frames > 0) {
+        Block& b = m_blocks[(m_tail - 1) % m_blocks.size()];
+        const long n = std::min(frames, m_blockFrames - b.frames);
+        lock.unlock(); // the filling block is the caller's alone
+        std::memcpy(b.samples.data() + b.frames * m_channels, in,
+                    sizeof(float) * static_cast<size_t>(n) * m_channels);
+        lock.lock();
+        b.frames += n;
+        in += n * m_channels;
+        frames -= n;
+        if (b.frames == m_blockFrames)
+            Submit(lock);
+    }
+}
+
+void CAsyncWriter::Finish() {
+    std::unique_lock lock(m_mutex);
+    RethrowLocked();
+    if (m_tail != m_head && m_blocks[(m_tail - 1) % m_blocks.size()].frames > 0)
+        Submit(lock); // hands over the part-filled block, and opens an empty one
+    m_changed.wait(lock, [&] { return m_error || m_tail - m_head <= 1; });
+    RethrowLocked();
+}
