@@ -543,7 +543,8 @@ TEST_F(Host, OutputsNeverReplaceInputsOrEachOther) {
 
 TEST_F(Host, SettingsInTheirUnitsAndHowAFileWasMade) {
     Write("in.wav", Signals::Music(44100, 44100), 2, 44100);
-    SNDFILE* f = sf_open(P("in.wav").c_str(), SFM_RDWR, new SF_INFO{});
+    SF_INFO tagged{};
+    SNDFILE* f = sf_open(P("in.wav").c_str(), SFM_RDWR, &tagged);
     ASSERT_NE(nullptr, f);
     sf_set_string(f, SF_STR_TITLE, "Night Drive");
     sf_close(f);
