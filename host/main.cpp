@@ -19,6 +19,7 @@
 #include "AudioReader.h"
 #include "AudioWriter.h"
 #include "BankTool.h"
+#include "CChunkFile.h"
 #include "CFileType.h"
 #include "CommandDocs.h"
 #include "DemoSong.h"
@@ -127,6 +128,12 @@ void PrintAudioInfo(const std::string& path) {
     if (r.MissingFrames())
         std::printf("Cut short    %lld frames missing\n",
                     static_cast<long long>(r.MissingFrames()));
+    if (CChunkFile chunks; chunks.Open(path)) { // where WAV and AIFF keep their tags
+        std::string list;
+        for (const auto& c : chunks.Chunks())
+            list += (list.empty() ? "" : ", ") + c.id + " " + std::to_string(c.declared);
+        std::printf("Chunks       %s\n", list.c_str());
+    }
     for (const auto& [id, name] : kTags) {
         const auto it = r.Tags().find(id);
         if (it == r.Tags().end())
@@ -408,6 +415,14 @@ int main(int argc, char** argv) {
         if (guiFiles.size() == 1)
             return Fail(kUsage, "gui takes IN and OUT together, or neither");
         try {
+            if (guiFiles.size() == 2) {
+                CheckCollisions({{guiFiles[0], guiFiles[1]}}, false);
+                settings.container = OutputFormat::FromName(guiFiles[1]);
+            }
+        } catch (const std::exception& e) {
+            return Fail(kUsage, e.what());
+        }
+        try {
             settings.pluginPath = PluginPath(settings.pluginPath);
             VstPlugin p(settings.pluginPath);
             if (const std::string other = p.NotMorvane(); !other.empty())
@@ -425,7 +440,13 @@ int main(int argc, char** argv) {
 
     if (*info) {
         // an audio file, told by its contents; anything else is taken for a plug-in
-        if (!infoPath.empty() && CFileType::IsAudio(CFileType::OfFile(infoPath))) {
+        const CFileType::Kind kind =
+            infoPath.empty() ? CFileType::Unknown : CFileType::OfFile(infoPath);
+        if (kind == CFileType::Missing || kind == CFileType::Folder)
+            return Fail(kBadInput, infoPath + (kind == CFileType::Missing
+                                                   ? ": there is no such file"
+                                                   : " is a folder; name a file in it"));
+        if (CFileType::IsAudio(kind)) {
             try {
                 PrintAudioInfo(infoPath);
             } catch (const std::exception& e) {
