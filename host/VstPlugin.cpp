@@ -6,12 +6,18 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <stdexcept>
 #include <vector>
 
 #include "CFileType.h"
 
 namespace {
+
+// Plug-ins are loaded, created and unloaded one at a time, as hosts do from their main thread:
+// a library's static initialisers and its first instance's set-up then happen before any other
+// thread's instance uses them, in a way every tool can see.
+std::mutex gLoading;
 
 bool Exists(const std::string& path) {
     return !path.empty() && access(path.c_str(), R_OK) == 0;
@@ -40,6 +46,7 @@ VstIntPtr VstPlugin::HostCallback(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr
 }
 
 VstPlugin::VstPlugin(const std::string& path) : m_path(path) {
+    std::lock_guard lock(gLoading);
     m_library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!m_library) {
         std::string why = dlerror();
@@ -68,6 +75,7 @@ VstPlugin::VstPlugin(const std::string& path) : m_path(path) {
 }
 
 VstPlugin::~VstPlugin() {
+    std::lock_guard lock(gLoading);
     if (m_effect)
         Dispatch(effClose); // the plug-in deletes itself
     if (m_library)
