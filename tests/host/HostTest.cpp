@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -50,7 +49,7 @@ struct Host : ::testing::Test {
         if (std::system(cmd.c_str()) != 0)
             return r;
         std::ifstream(P("code")) >> r.code;
-        std::getline(std::ifstream(P("stderr")), r.err, '\0');
+        r.err = Slurp(P("stderr"));
         return r;
     }
 
@@ -64,20 +63,19 @@ struct Host : ::testing::Test {
                " >/dev/null 2>&1 && break; sleep 0.005; done;";
     }
 
+    static std::string Slurp(const std::string& path) {
+        std::ifstream in(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+
     // Runs the built morvane with its output captured; prefix runs in the shell before it.
     Result Run(const std::string& args, const std::string& prefix = "") const {
         const std::string cmd = prefix + " XDG_CONFIG_HOME=" + P("config") +
                                 " exec " MORVANE_CLI " " + args + " >" + P("stdout") + " 2>" +
                                 P("stderr") + " </dev/null";
         const int status = std::system(("sh -c '" + cmd + "'").c_str());
-        auto slurp = [](const std::string& f) {
-            std::ifstream in(f);
-            std::stringstream s;
-            s << in.rdbuf();
-            return s.str();
-        };
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(P("stdout")),
-                slurp(P("stderr"))};
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Slurp(P("stdout")),
+                Slurp(P("stderr"))};
     }
 
     void Write(const std::string& name, const std::vector<float>& interleaved, int channels,
@@ -420,9 +418,7 @@ TEST_F(Host, ProgramsAndBanks) {
 
     // export what the plug-in holds (the factory bank, no user bank yet), import it back
     ASSERT_EQ(0, Run("bank --export " + P("mine.fxb")).code);
-    std::ifstream a(factory, std::ios::binary), b(P("mine.fxb"), std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(a), {}),
-              std::string(std::istreambuf_iterator<char>(b), {}));
+    EXPECT_EQ(Slurp(factory), Slurp(P("mine.fxb")));
     fs::create_directory(dir / "config");
     ASSERT_EQ(0, Run("bank --import " + P("mine.fxb")).code);
     EXPECT_EQ(3232u, fs::file_size(dir / "config" / "Morvane.fxb"));
@@ -439,8 +435,7 @@ TEST_F(Host, Mp3AndCutShortFilesAreReadToTheirEnd) {
     // An MP3 without its Xing frame: libsndfile's length is then a guess far below the stream's.
     Write("tagged.mp3", Signals::Sine(3 * 44100, 2, 0.01, 0.3), 2, 44100,
           SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III);
-    std::ifstream in(P("tagged.mp3"), std::ios::binary);
-    const std::string mp3((std::istreambuf_iterator<char>(in)), {});
+    const std::string mp3 = Slurp(P("tagged.mp3"));
     size_t second = 4;
     while (second + 1 < mp3.size() &&
            !(uint8_t(mp3[second]) == 0xFF && (uint8_t(mp3[second + 1]) & 0xE0) == 0xE0))
@@ -470,12 +465,6 @@ TEST_F(Host, Mp3AndCutShortFilesAreReadToTheirEnd) {
 
 TEST_F(Host, OutputFormatFollowsTheNameAndStandardOutputStreams) {
     Write("in.wav", Signals::Sine(22050, 2, 0.01, 0.3), 2, 44100, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
-    const auto head = [&](const std::string& name) {
-        std::ifstream f(P(name), std::ios::binary);
-        std::string h(4, '\0');
-        f.read(h.data(), 4);
-        return h;
-    };
     struct Case {
         std::string args, out, magic;
     };
@@ -488,7 +477,7 @@ TEST_F(Host, OutputFormatFollowsTheNameAndStandardOutputStreams) {
          }) {
         const Result r = Run("render " + c.args + " " + P("in.wav") + " " + P(c.out));
         ASSERT_EQ(0, r.code) << c.out << ": " << r.err;
-        EXPECT_EQ(c.magic, head(c.out)) << c.out;
+        EXPECT_EQ(c.magic, Slurp(P(c.out)).substr(0, 4)) << c.out;
     }
     // MP3 where libsndfile can write it
     SF_INFO probe{0, 44100, 2, SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 0, 0};
@@ -591,8 +580,7 @@ TEST_F(Host, BatchOnATerminalShowsOneOverallBar) {
                             P("a.wav") + " " + P("b.wav") + " " + P("c.wav") + "' /dev/null >" +
                             P("tty") + " </dev/null";
     ASSERT_EQ(0, std::system(cmd.c_str()));
-    std::ifstream in(P("tty"));
-    const std::string shown((std::istreambuf_iterator<char>(in)), {});
+    const std::string shown = Slurp(P("tty"));
     EXPECT_NE(std::string::npos, shown.find("3 of 3 files")) << shown;
     EXPECT_NE(std::string::npos, shown.find("100%")) << shown;
 }
