@@ -5,20 +5,12 @@
 #include <utility>
 
 CAsyncReader::CAsyncReader(Source source, int channels, long blockFrames, int blocks)
-    : m_source(std::move(source)), m_channels(channels), m_blockFrames(blockFrames),
-      m_blocks(static_cast<size_t>(std::max(2, blocks))) {
-    for (Block& b : m_blocks)
-        b.samples.resize(static_cast<size_t>(blockFrames) * channels);
-    m_thread = std::thread(&CAsyncReader::Produce, this);
+    : CBlockPipe(channels, blockFrames, blocks), m_source(std::move(source)) {
+    Start([this] { Produce(); });
 }
 
 CAsyncReader::~CAsyncReader() {
-    {
-        std::lock_guard lock(m_mutex);
-        m_stop = true;
-    }
-    m_changed.notify_all();
-    m_thread.join();
+    Stop();
 }
 
 void CAsyncReader::Produce() {
@@ -29,7 +21,7 @@ void CAsyncReader::Produce() {
             m_changed.wait(lock, [&] { return m_stop || m_tail - m_head < m_blocks.size(); });
             if (m_stop)
                 return;
-            b = &m_blocks[m_tail % m_blocks.size()];
+            b = &At(m_tail);
         }
         // The block is the producer's alone until the tail moves past it.
         long got = 0;
@@ -68,7 +60,7 @@ long CAsyncReader::Read(float* out, long frames) {
                 std::rethrow_exception(std::exchange(m_error, nullptr));
             break;
         }
-        const Block& b = m_blocks[m_head % m_blocks.size()];
+        const Block& b = At(m_head);
         const long n = std::min(frames - done, b.frames - m_headAt);
         std::memcpy(out + done * m_channels, b.samples.data() + m_headAt * m_channels,
                     sizeof(float) * static_cast<size_t>(n) * m_channels);

@@ -1,15 +1,12 @@
 #pragma once
 
-#include <condition_variable>
-#include <exception>
 #include <functional>
-#include <mutex>
-#include <thread>
-#include <vector>
+
+#include "CBlockPipe.h"
 
 // Reads interleaved float frames on a thread of its own, a few blocks ahead of the caller, so
 // that decoding a file overlaps with what the caller does with the frames.
-class CAsyncReader {
+class CAsyncReader : private CBlockPipe {
 public:
     // Fills up to frames interleaved frames; returns how many, 0 at the end. May throw: the
     // exception reaches the caller's next Read.
@@ -24,21 +21,9 @@ public:
     long Read(float* interleaved, long frames);
 
 private:
-    struct Block {
-        std::vector<float> samples;
-        long frames = 0;
-    };
     void Produce();
 
     Source m_source;
-    const int m_channels;
-    const long m_blockFrames;
-    std::vector<Block> m_blocks;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    size_t m_head = 0, m_tail = 0; // blocks read from and written to, counted without end
-    long m_headAt = 0;             // frames of the head block already read
-    bool m_ended = false, m_stop = false;
-    std::exception_ptr m_error;
-    std::thread m_thread;
+    long m_headAt = 0; // frames of the head block already read
+    bool m_ended = false;
 };

@@ -4,20 +4,12 @@
 #include <cstring>
 
 CAsyncWriter::CAsyncWriter(Sink sink, int channels, long blockFrames, int blocks)
-    : m_sink(std::move(sink)), m_channels(channels), m_blockFrames(blockFrames),
-      m_blocks(static_cast<size_t>(std::max(2, blocks))) {
-    for (Block& b : m_blocks)
-        b.samples.resize(static_cast<size_t>(blockFrames) * channels);
-    m_thread = std::thread(&CAsyncWriter::Consume, this);
+    : CBlockPipe(channels, blockFrames, blocks), m_sink(std::move(sink)) {
+    Start([this] { Consume(); });
 }
 
 CAsyncWriter::~CAsyncWriter() {
-    {
-        std::lock_guard lock(m_mutex);
-        m_stop = true;
-    }
-    m_changed.notify_all();
-    m_thread.join();
+    Stop();
 }
 
 void CAsyncWriter::Consume() {
@@ -28,7 +20,7 @@ void CAsyncWriter::Consume() {
             m_changed.wait(lock, [&] { return m_stop || m_tail - m_head > 1; });
             if (m_stop) // Finish has waited for everything, or the frames are abandoned
                 return;
-            b = &m_blocks[m_head % m_blocks.size()];
+            b = &At(m_head);
         }
         try {
             m_sink(b->samples.data(), b->frames);
@@ -56,7 +48,7 @@ void CAsyncWriter::Submit(std::unique_lock<std::mutex>& lock) {
     m_changed.notify_all();
     m_changed.wait(lock, [&] { return m_error || m_tail - m_head <= m_blocks.size(); });
     RethrowLocked();
-    m_blocks[(m_tail - 1) % m_blocks.size()].frames = 0;
+    At(m_tail - 1).frames = 0;
 }
 
 void CAsyncWriter::Write(const float* in, long frames) {
@@ -64,10 +56,10 @@ void CAsyncWriter::Write(const float* in, long frames) {
     RethrowLocked();
     if (m_tail == m_head) { // the first block to fill
         ++m_tail;
-        m_blocks[0].frames = 0;
+        At(m_tail - 1).frames = 0;
     }
     while (frames > 0) {
-        Block& b = m_blocks[(m_tail - 1) % m_blocks.size()];
+        Block& b = At(m_tail - 1);
         const long n = std::min(frames, m_blockFrames - b.frames);
         lock.unlock(); // the filling block is the caller's alone
         std::memcpy(b.samples.data() + b.frames * m_channels, in,
@@ -84,7 +76,7 @@ void CAsyncWriter::Write(const float* in, long frames) {
 void CAsyncWriter::Finish() {
     std::unique_lock lock(m_mutex);
     RethrowLocked();
-    if (m_tail != m_head && m_blocks[(m_tail - 1) % m_blocks.size()].frames > 0)
+    if (m_tail != m_head && At(m_tail - 1).frames > 0)
         Submit(lock); // hands over the part-filled block, and opens an empty one
     m_changed.wait(lock, [&] { return m_error || m_tail - m_head <= 1; });
     RethrowLocked();

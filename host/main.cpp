@@ -139,8 +139,8 @@ void PrintAudioInfo(const std::string& path) {
         if (it == r.Tags().end())
             continue;
         std::string text = it->second;
-        for (size_t at; (at = text.find('\n')) != std::string::npos;)
-            text.replace(at, 1, "\n             ");
+        for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 14)
+            text.replace(at, 1, "\n             "); // later lines under the first
         std::printf("%-12s %s\n", name, text.c_str());
     }
 }

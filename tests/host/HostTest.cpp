@@ -556,6 +556,11 @@ TEST_F(Host, SettingsInTheirUnitsAndHowAFileWasMade) {
     EXPECT_NE(std::string::npos, info.out.find("Night Drive")) << info.out;
     EXPECT_NE(std::string::npos, info.out.find("time 150 %, pitch 0 cents, level -3 dB"))
         << info.out;
+    // a file made from one Morvane made keeps both lines of its history
+    ASSERT_EQ(0, Run("render -t 0.5 " + P("out.flac") + " " + P("again.flac")).code);
+    const std::string again = Run("info " + P("again.flac")).out;
+    EXPECT_NE(std::string::npos, again.find("level -3 dB, LowSound on\n             Morvane"))
+        << again;
 
     // --ratio 3/2 is a fifth up; --low-sound off reaches the plug-in and changes the sound
     ASSERT_EQ(0, Run("render --ratio 3/2 " + P("in.wav") + " " + P("fifth.wav")).code);

@@ -1,0 +1,24 @@
+#include "CBlockPipe.h"
+
+#include <algorithm>
+
+CBlockPipe::CBlockPipe(int channels, long blockFrames, int blocks)
+    : m_channels(channels), m_blockFrames(blockFrames),
+      m_blocks(static_cast<size_t>(std::max(2, blocks))) {
+    for (Block& b : m_blocks)
+        b.samples.resize(static_cast<size_t>(blockFrames) * channels);
+}
+
+void CBlockPipe::Start(std::function<void()> work) {
+    m_thread = std::thread(std::move(work));
+}
+
+void CBlockPipe::Stop() {
+    {
+        std::lock_guard lock(m_mutex);
+        m_stop = true;
+    }
+    m_changed.notify_all();
+    if (m_thread.joinable())
+        m_thread.join();
+}
