@@ -14,6 +14,7 @@
 #include "AudioWriter.h"
 #include "CAsyncReader.h"
 #include "CAsyncWriter.h"
+#include "MorvaneEngine.h"
 #include "OutputFormat.h"
 #include "SettingText.h"
 #include "VstPlugin.h"
@@ -113,12 +114,22 @@ void RenderSettings::Validate() const {
         throw UsageError("block size must be 1 to 4194304 frames");
 }
 
+void RenderSettings::ChooseEngine(const VstPlugin& p, int engine) {
+    if (p.Dispatch(effVendorSpecific, MorvaneEngine::kTag, engine) != engine)
+        throw PluginError(p.Path() + " has no " + MorvaneEngine::kNames[engine] +
+                          " engine; it is older than this morvane");
+}
+
 std::string RenderSettings::Describe(const VstPlugin& p, int program) {
     const double gain = 0.001 + p.GetParameter(1) * (2.0 - 0.001);
     std::string text = "time " + SettingText::Number(p.GetParameter(3) * 100.0) + " %, pitch " +
                        SettingText::Number(1200.0 * std::log2(p.GetParameter(2)), true) +
                        " cents, level " + SettingText::Number(6.0 * std::log2(gain), true) +
                        " dB, LowSound " + (p.GetParameter(4) == -1.0f ? "off" : "on");
+    const VstIntPtr engine =
+        p.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
+    if (engine == MorvaneEngine::kSplice || engine == MorvaneEngine::kCrisp)
+        text += std::string(", engine ") + MorvaneEngine::kNames[engine];
     if (program)
         text += ", program " + std::to_string(program) + " \"" +
                 p.Text(effGetProgramNameIndexed, program - 1) + "\"";
@@ -161,6 +172,8 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
     if (const std::string other = p.NotMorvane(); !other.empty())
         throw PluginError(other);
     p.Dispatch(effOpen);
+    if (m_settings.engine != MorvaneEngine::kSplice)
+        RenderSettings::ChooseEngine(p, m_settings.engine);
     p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
     p.Dispatch(effSetBlockSize, 0, m_settings.blockSize);
     p.Dispatch(effMainsChanged, 0, 1);

@@ -16,6 +16,7 @@ struct RenderSettings {
     double pitchCents = 0.0;    // -1200 .. 1200
     double outputDb = 0.0;      // the plug-in's scale: 6 per doubling of gain, -59.79 .. +6
     bool lowSound = true;
+    int engine = 1;                // MorvaneEngine::kSplice or kCrisp
     bool pitchInSemitones = false; // the user gave semitones: answer in semitones
     int blockSize = 8192;
     bool keepLatency = false;
@@ -27,6 +28,8 @@ struct RenderSettings {
     // Which settings the user gave; with a program, only those override it.
     bool hasTime = true, hasPitch = true, hasLevel = true, hasLowSound = true;
 
+    // Chooses the engine on a plug-in; throws PluginError when the plug-in has no such engine.
+    static void ChooseEngine(const class VstPlugin& plugin, int engine);
     // Throws UsageError with a sentence for the user when a value is out of range.
     void Validate() const;
     // Why a time and pitch break the plug-in's bound, and the largest value that fits: of the

@@ -23,6 +23,7 @@
 #include "CFileType.h"
 #include "CommandDocs.h"
 #include "DemoSong.h"
+#include "MorvaneEngine.h"
 #include "OutputFormat.h"
 #include "PanelHost.h"
 #include "ProgressBar.h"
@@ -306,6 +307,15 @@ int main(int argc, char** argv) {
                      "off: change each stretch of up to a second in one piece (no onset search)")
         ->check(CLI::IsMember({"on", "off"}))
         ->capture_default_str();
+    std::string engine = "splice";
+    render
+        ->add_option("-e,--engine", engine,
+                     "splice (default): cuts and splices pieces of the waveform; cleanest on "
+                     "speech, solo voices and single instruments, and the fastest. crisp: a "
+                     "phase vocoder that keeps each attack once and in its place; for drums, "
+                     "full mixes and anything with sharp hits, above all at strong stretches")
+        ->check(CLI::IsMember({"splice", "crisp"}))
+        ->capture_default_str();
     render->add_option("-b,--block", settings.blockSize, "Frames per call to the plug-in")
         ->capture_default_str();
     render->add_flag("--keep-latency", settings.keepLatency,
@@ -505,6 +515,7 @@ int main(int argc, char** argv) {
             settings.hasLowSound = render->count("--low-sound") > 0;
         }
         settings.lowSound = lowSound == "on";
+        settings.engine = engine == "crisp" ? MorvaneEngine::kCrisp : MorvaneEngine::kSplice;
         if (!container.empty()) {
             wantedContainer = OutputFormat::FromWord(container);
             if (!wantedContainer)

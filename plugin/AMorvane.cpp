@@ -61,14 +61,14 @@ void AMorvane::open() {
 }
 
 void AMorvane::suspend() {
-    m_Engine.SetActive(false);
+    Engines([](auto& e) { e.SetActive(false); });
     m_fHost[0] = 0.0f;
     EditorUpdate(0, 0.0f);
     m_nConsumed = 0;
 }
 
 void AMorvane::resume() {
-    m_Engine.SetActive(true);
+    Engines([](auto& e) { e.SetActive(true); });
     m_fHost[0] = 1.0f;
     EditorUpdate(0, 1.0f);
     AudioEffectX::resume();
@@ -98,11 +98,22 @@ VstInt32 AMorvane::canDo(char* text) {
         {"receiveVstEvents", -1},   {"receiveVstMidiEvent", -1},
         {"receiveVstTimeInfo", -1}, {"offline", 1},
         {"midiProgramNames", -1},   {"bypass", 1}, // answered yes; setBypass stays the default
+        {MorvaneEngine::kCanDo, 1},
     };
     for (const auto& a : kAnswers)
         if (std::strcmp(text, a.text) == 0)
             return a.answer;
     return 0;
+}
+
+VstIntPtr AMorvane::vendorSpecific(VstInt32 index, VstIntPtr value, void*, float) {
+    if (index != MorvaneEngine::kTag)
+        return 0;
+    if (value == MorvaneEngine::kSplice || value == MorvaneEngine::kCrisp)
+        m_nEngineWanted = static_cast<int>(value);
+    else if (value != MorvaneEngine::kAsk)
+        return 0;
+    return m_nEngineWanted;
 }
 
 void AMorvane::EditorUpdate(int index, float value) {

@@ -5,8 +5,10 @@
 
 #include "AMorvaneProgram.h"
 #include "AudioEffectX.h"
+#include "CCrisp.h"
 #include "CCriticalSection.h"
 #include "CMorvane.h"
+#include "MorvaneEngine.h"
 
 // The effect the host drives: an offline time-stretch and pitch-shift that works only in the
 // variable-I/O call. Five parameters, 64 programs, a fixed announced delay of 44100 frames.
@@ -46,6 +48,8 @@ public:
     bool getProductString(char* text) override;
     VstInt32 getVendorVersion() override { return 1000; }
     VstInt32 canDo(char* text) override;
+    // The engine choice (MorvaneEngine.h); any other call is not understood.
+    VstIntPtr vendorSpecific(VstInt32 index, VstIntPtr value, void* ptr, float opt) override;
     VstInt32 getPlugCategory() override { return kPlugCategOfflineProcess; }
 
     // editor side
@@ -76,6 +80,12 @@ private:
     void SetSwitchOrOutput(int index, float v);
     void SetRateFromHost(int index, float v);
     void FreeBuffers();
+    // Both engines hear every setting, so either can run the next job as the user left it.
+    template <class Call> void Engines(Call call) {
+        call(m_Engine);
+        call(m_Crisp);
+    }
+    int Produce(float** out, float** in, int count, bool last);
     // The panel, when it is open: parameter changes and program changes show on it.
     void EditorUpdate(int index, float value);
     void EditorModify();
@@ -88,6 +98,11 @@ private:
     AMorvaneProgram m_Programs[kNumPrograms];
     CCriticalSection m_cs;
     CMorvane m_Engine;
+    CCrisp m_Crisp;
+    // asked for by the host at any time; taken when a job starts
+    std::atomic<int> m_nEngineWanted{MorvaneEngine::kSplice};
+    std::atomic<int> m_nEngine{
+        MorvaneEngine::kSplice}; // the job's; the panel reads it for the over flag
     char m_szPluginDir[2048] = {};
     AMorvaneProgram m_Initial[kNumPrograms];
     AMorvaneProgram m_Factory[kNumPrograms];

@@ -57,7 +57,7 @@ void AMorvane::setSampleRate(float rate) {
                                : 44100;
     m_Format.nSamplesPerSec = static_cast<uint32_t>(r);
     m_Format.nAvgBytesPerSec = static_cast<uint32_t>(r) * 8;
-    m_Engine.SetSamplingRate(r);
+    Engines([&](auto& e) { e.SetSamplingRate(r); });
 
     // Four seconds, and never less than the announced delay plus three seconds: at low rates
     // 44100 frames of lead-in are more than four seconds.
@@ -81,7 +81,12 @@ VstInt32 AMorvane::startProcess() {
     m_nFill = m_nRead = m_nWrite = 0;
     m_nTotal = 0;
     m_nConsumed = 0;
-    m_Engine.StartToProcess();
+    // The engine the host chose takes this job; a choice made during it waits for the next.
+    m_nEngine = m_nEngineWanted.load();
+    if (m_nEngine == MorvaneEngine::kCrisp)
+        m_Crisp.StartToProcess();
+    else
+        m_Engine.StartToProcess();
     // The job's output starts with the announced delay as silence. Nothing past the fill is
     // ever read, so only that much is cleared: the rest of the FIFO stays untouched memory.
     for (int c = 0; c < 2; ++c)
@@ -182,12 +187,11 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
         // Straight into the FIFO when what a slice can produce fits before its end.
         if (m_nWrite + worst <= m_nCapacity) {
             float* to[2] = {m_pFifo[0] + m_nWrite, m_pFifo[1] + m_nWrite};
-            const int produced = m_Engine.procMorvane(to, in, static_cast<int>(slice), last);
+            const int produced = Produce(to, in, static_cast<int>(slice), last);
             m_nWrite = (m_nWrite + produced) % m_nCapacity;
             m_nFill += produced;
         } else {
-            const int produced =
-                m_Engine.procMorvane(m_pEngineOut, in, static_cast<int>(slice), last);
+            const int produced = Produce(m_pEngineOut, in, static_cast<int>(slice), last);
             AppendToFifo(m_pEngineOut, produced);
         }
         m_nConsumed += slice;
@@ -215,6 +219,14 @@ void AMorvane::GetVU(float* m0, float* m1, float* m2, float* m3) {
 
 bool AMorvane::GetClip() {
     bool over = false;
-    m_Engine.get_OverLevel(&over);
+    if (m_nEngine == MorvaneEngine::kCrisp)
+        m_Crisp.get_OverLevel(&over);
+    else
+        m_Engine.get_OverLevel(&over);
     return over;
+}
+
+int AMorvane::Produce(float** out, float** in, int count, bool last) {
+    return m_nEngine == MorvaneEngine::kCrisp ? m_Crisp.procMorvane(out, in, count, last)
+                                              : m_Engine.procMorvane(out, in, count, last);
 }

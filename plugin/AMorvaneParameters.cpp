@@ -41,12 +41,14 @@ void AMorvane::SetSwitchOrOutput(int index, float v) {
     m_Programs[curProgram].fValue[index] = v;
     if (index == 0) {
         // active when the value truncated to an integer is not 0 (0.99 is off)
-        m_Engine.SetActive(static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0);
+        Engines([&](auto& e) {
+            e.SetActive(static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0);
+        });
     } else if (index == 1) {
         m_fLevel = NormalizeValToInternalVal(1, v);
         SetOutputGain(static_cast<float>(std::pow(2.0, m_fLevel / 6.0)));
     } else {
-        m_Engine.SetLowSound(v);
+        Engines([&](auto& e) { e.SetLowSound(v); });
     }
 }
 
@@ -69,9 +71,9 @@ void AMorvane::SetRateFromHost(int index, float v) {
     if (!WithinBound(m_fHost[index], m_fHost[other]))
         m_fHost[index] = static_cast<float>(2.0 / m_fHost[other]);
     else if (index == 2)
-        m_Engine.SetPitchRate(rate, Running());
+        Engines([&](auto& e) { e.SetPitchRate(rate, Running()); });
     else
-        m_Engine.SetTimeRate(rate, Running());
+        Engines([&](auto& e) { e.SetTimeRate(rate, Running()); });
 }
 
 void AMorvane::setParameter(VstInt32 index, float v) {
@@ -111,7 +113,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
             setParameter(3, static_cast<float>(2.0 / m_fHost[2]));
             return;
         }
-        m_Engine.SetTimeRate(t, Running());
+        Engines([&](auto& e) { e.SetTimeRate(t, Running()); });
         program.fValue[3] = static_cast<float>(t);
         break;
     }
@@ -126,7 +128,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
             setParameter(2, 2.0f); // the bound itself, which the host path lowers again
             return;
         }
-        m_Engine.SetPitchRate(p, Running());
+        Engines([&](auto& e) { e.SetPitchRate(p, Running()); });
         program.fValue[2] = static_cast<float>(p);
         break;
     }
@@ -166,7 +168,7 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
                 setParameter(2, 2.0f);
                 return;
             }
-            m_Engine.SetPitchRate(p, Running());
+            Engines([&](auto& e) { e.SetPitchRate(p, Running()); });
         }
         program.fValue[2] = m_fHost[2];
         break;
@@ -181,7 +183,7 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
                 setParameter(3, static_cast<float>(2.0 / m_fHost[2]));
                 return;
             }
-            m_Engine.SetTimeRate(m_fHost[3], Running());
+            Engines([&](auto& e) { e.SetTimeRate(m_fHost[3], Running()); });
         }
         program.fValue[3] = m_fHost[3];
         break;

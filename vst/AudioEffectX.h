@@ -22,6 +22,8 @@ public:
     virtual bool getProductString(char*) { return false; }
     virtual VstInt32 getVendorVersion() { return 0; }
     virtual VstInt32 canDo(char*) { return 0; }
+    // effVendorSpecific: a call of the plug-in's own, which hosts that know it make.
+    virtual VstIntPtr vendorSpecific(VstInt32, VstIntPtr, void*, float) { return 0; }
     virtual VstInt32 getTailSize() { return 0; }
     virtual VstInt32 getVstVersion() { return 2300; }
     virtual VstInt32 startProcess() { return 0; }

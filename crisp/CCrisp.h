@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstdint>
+
+#include "CCrispOnsets.h"
+#include "CCrispTimeMap.h"
+#include "CCrispVocoder.h"
+#include "CCriticalSection.h"
+#include "CMorvaneResample.h"
+#include "mvArg.h"
+
+// The second engine: attacks kept once and in place. A phase vocoder stretches by
+// time x pitch rate, reading each attack 1:1 (CCrispTimeMap) with its phases rebuilt
+// (CCrispVocoder); the splice engine's resampler then reads the result at the pitch rate. Takes
+// the same calls from the effect as the splice engine, with the same locking: every public
+// operation but construction takes the engine lock. The output of a job is exactly
+// round(input frames x time rate) long.
+//
+// LowSound on looks for onsets and keeps them; off stretches everything alike, which suits
+// material without attacks (pads, strings, drones).
+class CCrisp {
+public:
+    CCrisp();
+    ~CCrisp();
+    CCrisp(const CCrisp&) = delete;
+    CCrisp& operator=(const CCrisp&) = delete;
+
+    // Changes during a job apply at the next call, from where the job stands.
+    void SetTimeRate(double rate, bool running);
+    void SetPitchRate(double rate, bool running);
+    // Sizes every buffer for rate (held to the splice engine's range) and restarts.
+    void SetSamplingRate(int rate);
+    void StartToProcess();
+    void SetActive(bool on);
+    void SetLowSound(float v); // only -1 turns it off, as in the splice engine
+    void get_OverLevel(bool* over);
+
+    // As the splice engine's procMorvane: count frames of in[0] and in[1], last on the block that
+    // ends the recording; returns the frames written from index 0 of out[0] and out[1], at most
+    // MaxOutput(count).
+    int procMorvane(float** out, float** in, int count, bool last);
+    int MaxOutput(int count) const;
+    int SampleRate() const { return m_nRate; }
+
+private:
+    void Restart();
+    void ApplyRates();
+    void Gather(int64_t at, int n, float* left, float* right) const;
+    void FeedDetector();
+    bool NextFrame(float** out, int* produced);
+    void Emit(float** out, int* produced, const float* left, const float* right, int n);
+    void Finish(float** out, int* produced);
+
+    CCriticalSection m_cs;
+    mvArg m_Arg; // the resampler's view of the settings
+    CCrispOnsets m_Onsets;
+    CCrispTimeMap m_Map;
+    CCrispVocoder m_Vocoder;
+    CMorvaneResample m_Resample;
+
+    int m_nRate = 0;
+    double m_dTime = 1, m_dPitch = 1;         // in force
+    double m_dTimeNext = 1, m_dPitchNext = 1; // asked for
+    bool m_bActive = true;
+    bool m_bOnsets = true;
+    bool m_bOver = false;
+
+    // input: a ring of recent frames per channel
+    float* m_pRing[2] = {};
+    int64_t m_nRingSize = 0;
+    int64_t m_nIn = 0;        // frames received this job
+    int64_t m_nKeepFrom = 0;  // the oldest frame still needed
+    bool m_bFinal = false;    // the input has ended
+    float* m_pFrame[2] = {};  // one window per channel
+    float* m_pMono = nullptr; // one detector frame
+
+    // frames
+    int64_t m_nFrame = 0;       // synthesis frames made
+    int64_t m_nLastRead = 0;    // where the last one was read
+    double m_dLastOnset = -1;   // the onset whose 1:1 stretch the last frame was in
+    int64_t m_nStretched = 0;   // vocoder output taken, counted from the output's start
+    int64_t m_nStretchEnd = -1; // the vocoder output the job needs, once the input has ended
+    float* m_pHop[2] = {};
+
+    // resampler input: history, then new frames, then room for its flush
+    float* m_pStretch = nullptr;
+    int m_nHistory = 0;
+    int m_nStretchRoom = 0;
+
+    // the job's output
+    double m_dOutBase = 0; // output frames owed for the input before m_dInBase ...
+    double m_dInBase = 0;  // ... at the rates before the last change
+    int64_t m_nOut = 0;    // frames given this job
+    bool m_bDone = false;
+};

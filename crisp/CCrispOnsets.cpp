@@ -1,0 +1,109 @@
+#include "CCrispOnsets.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <numbers>
+
+namespace {
+// Compression of magnitudes: a full-scale partial counts log(101), one 40 dB down log(2).
+constexpr double kCompress = 100.0;
+// An onset's rise stands this far above the average of the frames around it.
+constexpr double kAboveAverage = 0.025;
+constexpr double kOverAverage = 1.3;
+constexpr int kAverageBefore = 10;
+} // namespace
+
+CCrispOnsets::~CCrispOnsets() {
+    for (double* p : {m_pWin, m_pTime, m_pRe, m_pIm, m_pLog, m_pPrev})
+        delete[] p;
+}
+
+void CCrispOnsets::Configure(int frame, int rate) {
+    if (frame != m_nFrame || !m_pWin) {
+        for (double* p : {m_pWin, m_pTime, m_pRe, m_pIm, m_pLog, m_pPrev})
+            delete[] p;
+        m_nFrame = frame;
+        m_Fft.Prepare(frame);
+        m_pWin = new double[frame];
+        m_pTime = new double[frame];
+        m_pRe = new double[frame / 2 + 1];
+        m_pIm = new double[frame / 2 + 1];
+        m_pLog = new double[frame / 2 + 2]();
+        m_pPrev = new double[frame / 2 + 2]();
+        for (int n = 0; n < frame; ++n)
+            m_pWin[n] = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / frame);
+    }
+    // 40 Hz to 16 kHz, or Nyquist below that.
+    const double binHz = double(rate) / frame;
+    m_nLow = std::max(1, static_cast<int>(40 / binHz));
+    m_nHigh = std::clamp(static_cast<int>(16000 / binHz), m_nLow + 1, frame / 2);
+    // The transform scales by 1/sqrt(frame / 2); a Hann window sums to frame / 2.
+    m_dNorm = 4.0 * std::sqrt(frame / 2.0) / frame;
+    // 30 ms between onsets
+    m_nMinGap = std::max(1, static_cast<int>(0.03 * rate / Hop()));
+    Restart();
+}
+
+void CCrispOnsets::Restart() {
+    m_nNext = 0;
+    m_nLastOnset = -1000;
+    std::fill(std::begin(m_dFlux), std::end(m_dFlux), 0.0);
+    if (m_pPrev)
+        std::fill(m_pPrev, m_pPrev + m_nFrame / 2 + 2, 0.0);
+}
+
+int64_t CCrispOnsets::Analyse(const float* x) {
+    for (int n = 0; n < m_nFrame; ++n)
+        m_pTime[n] = x[n] * m_pWin[n];
+    m_Fft.Forward(m_pTime, m_pRe, m_pIm);
+    double flux = 0;
+    for (int k = m_nLow; k <= m_nHigh; ++k) {
+        const double m = std::sqrt(m_pRe[k] * m_pRe[k] + m_pIm[k] * m_pIm[k]) * m_dNorm;
+        m_pLog[k] = std::log1p(kCompress * m);
+        flux += std::max(0.0, m_pLog[k] - m_pPrev[k]);
+    }
+    flux /= m_nHigh - m_nLow + 1;
+    for (int k = m_nLow; k <= m_nHigh; ++k)
+        m_pPrev[k] = std::max({m_pLog[k - 1], m_pLog[k], m_pLog[k + 1]});
+    const int64_t j = m_nNext++;
+    m_dFlux[j & (kHistory - 1)] = flux;
+
+    // Decide on frame d, which has kLead frames after it now.
+    const int64_t d = j - kLead;
+    if (d < 0)
+        return -1;
+    const double v = Flux(d);
+    double sum = 0;
+    int count = 0;
+    for (int64_t i = std::max<int64_t>(0, d - kAverageBefore); i <= j; ++i) {
+        if (i < d - 0 && i > d - kLead - 1 && Flux(i) >= v)
+            return -1; // an equal or larger value just before
+        if (i > d && Flux(i) > v)
+            return -1;
+        sum += Flux(i);
+        ++count;
+    }
+    if (v < kOverAverage * sum / count + kAboveAverage || d - m_nLastOnset < m_nMinGap)
+        return -1;
+    m_nLastOnset = d;
+    return d * Hop();
+}
+
+int CCrispOnsets::Refine(const float* x, int n, int block) {
+    int best = 0;
+    double bestRise = -1, before = 0;
+    for (int b = 0; (b + 1) * block <= n; ++b) {
+        double e = 0;
+        for (int i = std::max(1, b * block); i < (b + 1) * block; ++i) {
+            const double d = double(x[i]) - x[i - 1];
+            e += d * d;
+        }
+        if (b > 0 && e - before > bestRise) {
+            bestRise = e - before;
+            best = b;
+        }
+        before = e;
+    }
+    return best * block;
+}

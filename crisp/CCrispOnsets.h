@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+
+#include "CRealFft.h"
+
+// Finds attacks ahead of the vocoder: the rise of log-compressed magnitudes from one short frame
+// to the next, each bin against the largest of its three neighbours in the frame before (so
+// vibrato and slides do not count), summed over the band. A frame is an onset when that sum
+// is a local peak standing clearly above its recent average. Frames are a quarter of their
+// length apart; a decision waits for three frames after its own.
+class CCrispOnsets {
+public:
+    static constexpr int kLead = 3; // frames a decision waits for
+
+    CCrispOnsets() = default;
+    ~CCrispOnsets();
+    CCrispOnsets(const CCrispOnsets&) = delete;
+    CCrispOnsets& operator=(const CCrispOnsets&) = delete;
+
+    // Allocates for frames of frame samples (a power of two) at rate and restarts.
+    void Configure(int frame, int rate);
+    void Restart();
+    int FrameLength() const { return m_nFrame; }
+    int Hop() const { return m_nFrame / 4; }
+
+    // The input time the next frame is centred on.
+    int64_t NextCentre() const { return m_nNext * Hop(); }
+    // Analyses FrameLength() mono samples centred on NextCentre(). Returns the centre of the
+    // frame this confirms as an onset, or -1.
+    int64_t Analyse(const float* x);
+    // Frames centred at or after this time are still undecided.
+    int64_t Undecided() const { return (m_nNext - kLead) * Hop(); }
+
+    // Where in x (n samples) the attack starts: the short block at which the energy of the
+    // signal's slope rises most.
+    static int Refine(const float* x, int n, int block);
+
+private:
+    static constexpr int kHistory = 32;
+    double Flux(int64_t j) const { return m_dFlux[j & (kHistory - 1)]; }
+
+    CRealFft m_Fft;
+    int m_nFrame = 0;
+    int m_nLow = 1, m_nHigh = 1; // band of bins summed
+    double m_dNorm = 1;          // full-scale sine to magnitude 1
+    double* m_pWin = nullptr;
+    double* m_pTime = nullptr;
+    double* m_pRe = nullptr;
+    double* m_pIm = nullptr;
+    double* m_pLog = nullptr;  // this frame's compressed magnitudes
+    double* m_pPrev = nullptr; // the last frame's, each the largest of three neighbours
+    double m_dFlux[kHistory] = {};
+    int64_t m_nNext = 0;
+    int64_t m_nLastOnset = -1000;
+    int m_nMinGap = 4; // frames between two onsets
+};

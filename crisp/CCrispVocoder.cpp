@@ -1,0 +1,202 @@
+#include "CCrispVocoder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+#include <utility>
+
+namespace {
+
+constexpr double kTwoPi = 2 * std::numbers::pi;
+
+double PrincipalArgument(double x) {
+    return x - kTwoPi * std::nearbyint(x / kTwoPi);
+}
+
+} // namespace
+
+CCrispVocoder::~CCrispVocoder() {
+    Free();
+}
+
+void CCrispVocoder::Free() {
+    for (double* p :
+         {m_pWin, m_pTime, m_pLre, m_pLim, m_pRre, m_pRim, m_pMre, m_pMim, m_pPower, m_pAttack,
+          m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm, m_pZre, m_pZim, m_pAcc[0], m_pAcc[1]})
+        delete[] p;
+    delete[] m_pPeaks;
+    m_pWin = m_pTime = m_pLre = m_pLim = m_pRre = m_pRim = m_pMre = m_pMim = m_pPower = m_pAttack =
+        m_pPrevRe = m_pPrevIm = m_pOutRe = m_pOutIm = m_pZre = m_pZim = m_pAcc[0] = m_pAcc[1] =
+            nullptr;
+    m_pPeaks = nullptr;
+}
+
+void CCrispVocoder::Configure(int window) {
+    if (window == m_nWindow && m_pWin) {
+        Restart();
+        return;
+    }
+    Free();
+    m_nWindow = window;
+    m_nBins = window / 2 + 1;
+    m_Fft.Prepare(window);
+    m_pWin = new double[window];
+    m_pTime = new double[window];
+    for (double** p : {&m_pLre, &m_pLim, &m_pRre, &m_pRim, &m_pMre, &m_pMim, &m_pPower, &m_pAttack,
+                       &m_pPrevRe, &m_pPrevIm, &m_pOutRe, &m_pOutIm, &m_pZre, &m_pZim})
+        *p = new double[m_nBins]();
+    m_pPeaks = new int[m_nBins];
+    m_pAcc[0] = new double[2 * window];
+    m_pAcc[1] = new double[2 * window];
+    // Periodic Hann on both sides; at a quarter-window hop the squares add up to 1.5, which the
+    // synthesis side divides out.
+    for (int n = 0; n < window; ++n)
+        m_pWin[n] = 0.5 - 0.5 * std::cos(kTwoPi * n / window);
+    Restart();
+}
+
+void CCrispVocoder::Restart() {
+    m_bFirst = true;
+    m_nAccAt = 0;
+    std::fill(m_pAttack, m_pAttack + m_nBins, 0.0);
+    for (double* acc : m_pAcc)
+        std::fill(acc, acc + 2 * m_nWindow, 0.0);
+}
+
+void CCrispVocoder::Analyse(const float* x, double* re, double* im) {
+    for (int n = 0; n < m_nWindow; ++n)
+        m_pTime[n] = x[n] * m_pWin[n];
+    m_Fft.Forward(m_pTime, re, im);
+}
+
+void CCrispVocoder::Attack(const float* left, const float* right) {
+    Analyse(left, m_pLre, m_pLim);
+    Analyse(right, m_pRre, m_pRim);
+    for (int k = 0; k < m_nBins; ++k) {
+        const double re = m_pLre[k] + m_pRre[k], im = m_pLim[k] + m_pRim[k];
+        m_pAttack[k] = re * re + im * im;
+    }
+}
+
+// Identity phase locking: each peak's phase advances by its measured frequency over the
+// synthesis hop; every bin takes the turn of the peak whose region (up to the lowest bin
+// between two peaks) it lies in.
+void CCrispVocoder::Lock(int hop) {
+    const int bins = m_nBins;
+    const double* p2 = m_pPower;
+    double top = 0;
+    for (int k = 0; k < bins; ++k)
+        top = std::max(top, p2[k]);
+    const double floor = top * 1e-14; // 140 dB down: numerical dust, not partials
+    int peaks = 0;
+    for (int k = 1; k + 1 < bins; ++k) {
+        const double v = p2[k];
+        if (v > floor && v > p2[k - 1] && v >= p2[k + 1] && (k < 2 || v > p2[k - 2]) &&
+            (k + 2 >= bins || v >= p2[k + 2]))
+            m_pPeaks[peaks++] = k;
+    }
+    const int synthesis = Hop();
+    const double step = kTwoPi / m_nWindow;
+    int from = 0;
+    for (int i = 0; i < peaks; ++i) {
+        const int p = m_pPeaks[i];
+        double zr = 1, zi = 0;
+        const double mr = m_pMre[p], mi = m_pMim[p];
+        const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
+        const double yr = m_pOutRe[p], yi = m_pOutIm[p];
+        const double m = std::sqrt(mr * mr + mi * mi), y = std::sqrt(yr * yr + yi * yi);
+        if (m > 0 && y > 0 && (qr != 0 || qi != 0)) {
+            const double expected = step * p * hop;
+            const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+            const double advance =
+                (expected + PrincipalArgument(measured - expected)) * synthesis / hop;
+            const double c = std::cos(advance), s = std::sin(advance);
+            // the last output phase, advanced, less this frame's input phase
+            const double vr = (yr * c - yi * s) / y, vi = (yr * s + yi * c) / y;
+            zr = (vr * mr + vi * mi) / m;
+            zi = (vi * mr - vr * mi) / m;
+        }
+        // the region ends at the lowest bin before the next peak
+        int to = bins;
+        if (i + 1 < peaks) {
+            to = p + 1;
+            for (int k = p + 1; k < m_pPeaks[i + 1]; ++k)
+                if (p2[k] < p2[to])
+                    to = k;
+            to = std::max(to, p + 1);
+        }
+        for (int k = from; k < to; ++k) {
+            m_pZre[k] = zr;
+            m_pZim[k] = zi;
+        }
+        from = to;
+    }
+    for (int k = from; k < bins; ++k) {
+        m_pZre[k] = 1;
+        m_pZim[k] = 0;
+    }
+}
+
+void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset) {
+    const int bins = m_nBins;
+    Analyse(left, m_pLre, m_pLim);
+    Analyse(right, m_pRre, m_pRim);
+    for (int k = 0; k < bins; ++k) {
+        m_pMre[k] = m_pLre[k] + m_pRre[k];
+        m_pMim[k] = m_pLim[k] + m_pRim[k];
+        m_pPower[k] = m_pMre[k] * m_pMre[k] + m_pMim[k] * m_pMim[k];
+    }
+    if (m_bFirst) {
+        std::fill(m_pZre, m_pZre + bins, 1.0);
+        std::fill(m_pZim, m_pZim + bins, 0.0);
+        m_bFirst = false;
+    } else {
+        Lock(std::max(hop, 1));
+    }
+    if (reset) {
+        for (int k = 0; k < bins; ++k)
+            if (m_pAttack[k] > 4 * m_pPower[k]) {
+                m_pZre[k] = 1;
+                m_pZim[k] = 0;
+            }
+        std::fill(m_pAttack, m_pAttack + bins, 0.0);
+    }
+    for (int k = 0; k < bins; ++k) {
+        const double zr = m_pZre[k], zi = m_pZim[k];
+        m_pPrevRe[k] = m_pMre[k];
+        m_pPrevIm[k] = m_pMim[k];
+        m_pOutRe[k] = m_pMre[k] * zr - m_pMim[k] * zi;
+        m_pOutIm[k] = m_pMre[k] * zi + m_pMim[k] * zr;
+        double r = m_pLre[k], i = m_pLim[k];
+        m_pLre[k] = r * zr - i * zi;
+        m_pLim[k] = r * zi + i * zr;
+        r = m_pRre[k];
+        i = m_pRim[k];
+        m_pRre[k] = r * zr - i * zi;
+        m_pRim[k] = r * zi + i * zr;
+    }
+    const int size = 2 * m_nWindow, mask = size - 1;
+    const double scale = 1.0 / 1.5;
+    int c = 0;
+    for (const auto& [re, im] : {std::pair{m_pLre, m_pLim}, std::pair{m_pRre, m_pRim}}) {
+        m_Fft.Inverse(re, im, m_pTime);
+        double* acc = m_pAcc[c++];
+        for (int n = 0; n < m_nWindow; ++n)
+            acc[(m_nAccAt + n) & mask] += m_pTime[n] * m_pWin[n] * scale;
+    }
+}
+
+void CCrispVocoder::Take(float* left, float* right) {
+    const int size = 2 * m_nWindow, mask = size - 1;
+    float* to[2] = {left, right};
+    for (int c = 0; c < 2; ++c) {
+        double* acc = m_pAcc[c];
+        for (int n = 0; n < Hop(); ++n) {
+            double& v = acc[(m_nAccAt + n) & mask];
+            to[c][n] = static_cast<float>(v);
+            v = 0;
+        }
+    }
+    m_nAccAt = (m_nAccAt + Hop()) & mask;
+}

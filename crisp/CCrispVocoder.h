@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+
+#include "CRealFft.h"
+
+// A stereo phase vocoder with identity phase locking. Each frame's phases move on from the last
+// output frame's at the pace of each spectral peak's own frequency, and the bins around a peak
+// keep their phase relation to it, so partials stay whole instead of smearing into phasiness.
+// Both channels are turned by the same phase per bin, taken from their sum: what sits in the
+// centre stays in the centre, and two identical channels come out identical. At an attack the
+// bins that rise take the input's phases again, which rebuilds the attack as it was.
+//
+// Frames are a fixed synthesis hop of a quarter window apart; Hann windows on both sides.
+class CCrispVocoder {
+public:
+    CCrispVocoder() = default;
+    ~CCrispVocoder();
+    CCrispVocoder(const CCrispVocoder&) = delete;
+    CCrispVocoder& operator=(const CCrispVocoder&) = delete;
+
+    // Allocates for window samples (a power of two, 16 to CRealFft::kMaxPoints) and restarts.
+    void Configure(int window);
+    int Window() const { return m_nWindow; }
+    int Hop() const { return m_nWindow / 4; }
+
+    // A new stream: the next frame keeps its input phases, and the output starts silent.
+    void Restart();
+
+    // The spectrum just after an attack, for the next Frame with reset: the frame's bins that
+    // rise 6 dB or more towards it take their input phases.
+    void Attack(const float* left, const float* right);
+
+    // Analyses window samples of each channel, read hop samples after the last frame's, and
+    // adds the synthesised frame to the output, one synthesis hop after the last.
+    void Frame(const float* left, const float* right, int hop, bool reset);
+
+    // The hop of output that no later frame adds to; then moves on by a hop.
+    void Take(float* left, float* right);
+
+private:
+    void Free();
+    void Analyse(const float* x, double* re, double* im);
+    void Lock(int hop);
+
+    CRealFft m_Fft;
+    int m_nWindow = 0;
+    int m_nBins = 0;
+    bool m_bFirst = true;
+    double* m_pWin = nullptr;  // Hann window
+    double* m_pTime = nullptr; // one frame of samples
+    double* m_pLre = nullptr;  // left spectrum ...
+    double* m_pLim = nullptr;
+    double* m_pRre = nullptr; // ... right spectrum ...
+    double* m_pRim = nullptr;
+    double* m_pMre = nullptr; // ... and their sum
+    double* m_pMim = nullptr;
+    double* m_pPower = nullptr;  // |sum|^2
+    double* m_pAttack = nullptr; // |sum|^2 after the attack
+    double* m_pPrevRe = nullptr; // the last frame's sum, as analysed ...
+    double* m_pPrevIm = nullptr;
+    double* m_pOutRe = nullptr; // ... and as turned
+    double* m_pOutIm = nullptr;
+    double* m_pZre = nullptr; // the turn of each bin
+    double* m_pZim = nullptr;
+    int* m_pPeaks = nullptr;
+    double* m_pAcc[2] = {}; // overlap-add, a ring of two windows
+    int m_nAccAt = 0;
+};

@@ -1,0 +1,81 @@
+#include "CRealFft.h"
+
+#include <cmath>
+#include <numbers>
+
+CRealFft::CRealFft()
+    : m_pWork(new double[kMaxPoints]), m_pTwRe(new double[kMaxPoints / 2 + 1]),
+      m_pTwIm(new double[kMaxPoints / 2 + 1]) {}
+
+CRealFft::~CRealFft() {
+    delete[] m_pWork;
+    delete[] m_pTwRe;
+    delete[] m_pTwIm;
+}
+
+bool CRealFft::Prepare(int n) {
+    m_nPoints = 0;
+    if (n < 4 || n > kMaxPoints || (n & (n - 1)) != 0 || !m_Fft.Prepare(n / 2))
+        return false;
+    for (int k = 0; k <= n / 2; ++k) {
+        const double a = -2.0 * std::numbers::pi * k / n;
+        m_pTwRe[k] = std::cos(a);
+        m_pTwIm[k] = std::sin(a);
+    }
+    m_nPoints = n;
+    return true;
+}
+
+// Z = FFT(x[2m] + i x[2m+1]) gives the transforms of the even and the odd samples,
+// E = (Z[k] + conj Z[h-k]) / 2 and O = (Z[k] - conj Z[h-k]) / 2i, and X[k] = E + W^k O. Inverse
+// undoes exactly these steps, so the pair keeps the complex transform's scaling.
+void CRealFft::Forward(const double* x, double* re, double* im) {
+    const int h = m_nPoints / 2;
+    for (int m = 0; m < 2 * h; ++m)
+        m_pWork[m] = x[m];
+    m_Fft.Transform(m_pWork, true);
+    const double* z = m_pWork;
+    for (int k = 0; k <= h / 2; ++k) {
+        const int j = (h - k) & (h - 1);
+        const double ar = z[2 * k], ai = z[2 * k + 1];
+        const double br = z[2 * j], bi = -z[2 * j + 1]; // conj Z[h-k]
+        const double er = 0.5 * (ar + br), ei = 0.5 * (ai + bi);
+        const double or_ = 0.5 * (ai - bi), oi = -0.5 * (ar - br); // (a - b) / 2i
+        const double wr = m_pTwRe[k], wi = m_pTwIm[k];
+        const double tr = wr * or_ - wi * oi, ti = wr * oi + wi * or_;
+        re[k] = er + tr;
+        im[k] = ei + ti;
+        // bin h - k from the same pair: E and O swap to their conjugates, W^(h-k) = -conj W^k
+        re[h - k] = er - tr;
+        im[h - k] = -(ei - ti);
+    }
+    re[h] = z[0] - z[1];
+    im[h] = 0.0;
+    re[0] = z[0] + z[1];
+    im[0] = 0.0;
+}
+
+void CRealFft::Inverse(const double* re, const double* im, double* x) {
+    const int h = m_nPoints / 2;
+    double* z = m_pWork;
+    for (int k = 0; k <= h / 2; ++k) {
+        const int j = h - k;
+        const double ar = re[k], ai = im[k];
+        const double br = re[j], bi = -im[j]; // conj X[h-k]
+        const double er = 0.5 * (ar + br), ei = 0.5 * (ai + bi);
+        const double dr = 0.5 * (ar - br), di = 0.5 * (ai - bi);
+        // O = (X[k] - conj X[h-k]) W^-k / 2
+        const double wr = m_pTwRe[k], wi = -m_pTwIm[k];
+        const double or_ = dr * wr - di * wi, oi = dr * wi + di * wr;
+        // Z[k] = E + i O; Z[h-k] = conj(E) + i conj(O) with O's sign from W^-(h-k) = -conj W^-k
+        z[2 * k] = er - oi;
+        z[2 * k + 1] = ei + or_;
+        if (k != 0 && j != k) {
+            z[2 * j] = er + oi;
+            z[2 * j + 1] = -ei + or_;
+        }
+    }
+    m_Fft.Transform(z, false);
+    for (int m = 0; m < 2 * h; ++m)
+        x[m] = z[m];
+}

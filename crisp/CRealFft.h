@@ -1,0 +1,32 @@
+#pragma once
+
+#include "CMorvaneFft.h"
+
+// A transform of n real samples through the engine's complex transform of n / 2 points: even and
+// odd samples ride as one complex sequence and are told apart afterwards. The spectrum has the
+// n / 2 + 1 bins from 0 to Nyquist as separate real and imaginary arrays. Forward and Inverse
+// return the input, as the complex transform does.
+class CRealFft {
+public:
+    static constexpr int kMaxPoints = 2 * CMorvaneFft::kMaxPoints;
+
+    CRealFft();
+    ~CRealFft();
+    CRealFft(const CRealFft&) = delete;
+    CRealFft& operator=(const CRealFft&) = delete;
+
+    // Prepares n points (a power of two from 4 to kMaxPoints) without allocating; false otherwise.
+    bool Prepare(int n);
+    int Points() const { return m_nPoints; }
+
+    void Forward(const double* x, double* re, double* im);
+    // Overwrites nothing it is given: re and im keep the spectrum.
+    void Inverse(const double* re, const double* im, double* x);
+
+private:
+    CMorvaneFft m_Fft;
+    int m_nPoints = 0;
+    double* m_pWork; // n / 2 complex values, interleaved
+    double* m_pTwRe; // cos and sin of -2 pi k / n, k < n / 4 + 1
+    double* m_pTwIm;
+};

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+// Which time-pitch engine runs a job. A host chooses it with the interface's vendor-specific
+// call, never through a parameter, so programs, chunks and banks are the same for both:
+//   dispatcher(effVendorSpecific, kTag, value, nullptr, 0)
+// value kSplice or kCrisp chooses, kAsk only asks; either way the answer is the engine chosen
+// (1 or 2), and 0 means the call was not understood. The choice takes effect at the next
+// effStartProcess. canDo(kCanDo) answers 1. Header-only, so a host can include it.
+namespace MorvaneEngine {
+
+constexpr int32_t kTag = ('M' << 24) | ('v' << 16) | ('E' << 8) | 'n';
+constexpr char kCanDo[] = "morvaneEngine";
+constexpr int kAsk = 0;
+constexpr int kSplice = 1; // cuts at onsets and splices sub-blocks: the default
+constexpr int kCrisp = 2;  // phase vocoder that keeps each attack once
+
+// The command line's names, indexed by value.
+constexpr const char* kNames[] = {"", "splice", "crisp"};
+
+} // namespace MorvaneEngine
