@@ -1,5 +1,5 @@
-// libFuzzer target: one offline job per input, the bytes choosing the parameters, every host
-// block size and output count, and the samples themselves (NaN and infinities included). The
+// libFuzzer target: one offline job per input, the bytes choosing the engine, the parameters, every
+// host block size and output count, and the samples themselves (NaN and infinities included). The
 // output must stay finite and within what was asked for.
 #include <cmath>
 #include <cstdint>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "FuzzEffect.h"
+#include "MorvaneEngine.h"
 
 namespace {
 
@@ -45,6 +46,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     effect->setParameter(2, 0.4f + b.Take(1) / 150.0f);
     effect->setParameter(1, b.Take(1) / 255.0f);
     effect->setParameter(0, (setup & 1) ? 1.0f : 0.0f);
+    effect->vendorSpecific(MorvaneEngine::kTag,
+                           (setup & 4) ? MorvaneEngine::kCrisp : MorvaneEngine::kSplice, nullptr,
+                           0);
     effect->startProcess();
     const int total = static_cast<int>(b.Take(3) % 300000);
     if (setup & 2)

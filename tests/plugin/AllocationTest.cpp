@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "AMorvane.h"
+#include "MorvaneEngine.h"
 #include "support/Signals.h"
 
 namespace {
@@ -48,33 +49,37 @@ VstIntPtr Host(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) {
 TEST(Allocation, NoneWhileProcessing) {
     const auto in = Signals::Split(Signals::Music(44100 * 5, 44100));
     const int N = static_cast<int>(in.size());
-    for (float time : {1.0f, 0.5f, 1.5f, 2.0f}) {
-        AMorvane e(Host);
-        e.open();
-        e.setParameter(3, time);
-        e.setParameter(2, time > 1.0f ? 0.9f : 1.3f);
-        e.startProcess();
-        e.setTotalSampleToProcess(N);
-        std::vector<float> o0(400000), o1(400000);
-        long calls = 0;
-        int pos = 0;
-        for (;;) {
-            const int offer = std::min(3000 + static_cast<int>(calls % 7) * 5000, N - pos);
-            float* ins[2] = {const_cast<float*>(&in.left[pos]), const_cast<float*>(&in.right[pos])};
-            float* outs[2] = {o0.data(), o1.data()};
-            VstInt32 taken = 0, written = 0;
-            VstVariableIo io{ins, outs, offer, 400000, &taken, &written};
-            gCounting = true;
-            e.processVariableIo(&io);
-            gCounting = false;
-            ++calls;
-            pos += taken;
-            if (pos == N && offer == 0 && written == 0)
-                break;
+    for (int engine : {MorvaneEngine::kSplice, MorvaneEngine::kCrisp})
+        for (float time : {1.0f, 0.5f, 1.5f, 2.0f}) {
+            AMorvane e(Host);
+            e.open();
+            e.vendorSpecific(MorvaneEngine::kTag, engine, nullptr, 0);
+            e.setParameter(3, time);
+            e.setParameter(2, time > 1.0f ? 0.9f : 1.3f);
+            e.startProcess();
+            e.setTotalSampleToProcess(N);
+            std::vector<float> o0(400000), o1(400000);
+            long calls = 0;
+            int pos = 0;
+            for (;;) {
+                const int offer = std::min(3000 + static_cast<int>(calls % 7) * 5000, N - pos);
+                float* ins[2] = {const_cast<float*>(&in.left[pos]),
+                                 const_cast<float*>(&in.right[pos])};
+                float* outs[2] = {o0.data(), o1.data()};
+                VstInt32 taken = 0, written = 0;
+                VstVariableIo io{ins, outs, offer, 400000, &taken, &written};
+                gCounting = true;
+                e.processVariableIo(&io);
+                gCounting = false;
+                ++calls;
+                pos += taken;
+                if (pos == N && offer == 0 && written == 0)
+                    break;
+            }
+            EXPECT_EQ(0, gAllocations.load())
+                << "engine " << engine << ", time " << time << " over " << calls << " calls";
+            gAllocations = 0;
         }
-        EXPECT_EQ(0, gAllocations.load()) << "time " << time << " over " << calls << " calls";
-        gAllocations = 0;
-    }
     // the counter itself works
     gCounting = true;
     auto* p = new std::vector<int>(3);

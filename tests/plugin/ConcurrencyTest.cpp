@@ -9,13 +9,17 @@
 #include <thread>
 #include <vector>
 
+#include "MorvaneEngine.h"
 #include "support/PluginHost.h"
 #include "support/Signals.h"
 
 namespace {
 
-TEST(Concurrency, ParametersFromAnotherThreadDuringAJob) {
+class Concurrency : public testing::TestWithParam<int> {};
+
+TEST_P(Concurrency, ParametersFromAnotherThreadDuringAJob) {
     PluginHost host(MORVANE_PLUGIN);
+    host.Dispatch(effVendorSpecific, MorvaneEngine::kTag, GetParam());
     host.Dispatch(effOpen);
     host.Dispatch(effSetSampleRate, 0, 0, nullptr, 44100);
     host.Dispatch(effMainsChanged, 0, 1);
@@ -31,6 +35,7 @@ TEST(Concurrency, ParametersFromAnotherThreadDuringAJob) {
         void* chunk = nullptr;
         for (int i = 0; !done; ++i) {
             host.Set(1, 0.4f + 0.1f * (i % 2));
+            host.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
             host.Set(4, 1.0f);
             for (int p = 0; p < 5; ++p) {
                 host.Dispatch(effGetParamDisplay, p, 0, text);
@@ -67,5 +72,8 @@ TEST(Concurrency, ParametersFromAnotherThreadDuringAJob) {
     ui.join();
     EXPECT_NEAR(N * 1.25 + 44100, out, 441);
 }
+
+INSTANTIATE_TEST_SUITE_P(Engines, Concurrency,
+                         testing::Values(MorvaneEngine::kSplice, MorvaneEngine::kCrisp));
 
 } // namespace

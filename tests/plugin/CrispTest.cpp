@@ -1,0 +1,163 @@
+// The crisp engine through the host interface: how a host chooses it, and what it must keep that
+// the splice engine does not (each attack once), with pitch, length and stereo as exact.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "MorvaneEngine.h"
+#include "support/HostJob.h"
+#include "support/Signals.h"
+
+namespace {
+
+using HostJob::Fixed;
+using Signals::Planar;
+
+VstIntPtr Choose(PluginHost& host, int value, VstInt32 tag = MorvaneEngine::kTag) {
+    return host.Dispatch(effVendorSpecific, tag, value);
+}
+
+Planar Render(PluginHost& host, const Planar& in, float time, float pitch = 1.0f) {
+    host.Dispatch(effMainsChanged, 0, 0); // suspended between jobs, as hosts do
+    host.Set(3, time);
+    host.Set(2, pitch);
+    Planar out = HostJob::Run(host, in, 44100, Fixed(4096, 8192)).out;
+    out.left.erase(out.left.begin(), out.left.begin() + 44100); // the announced delay
+    out.right.erase(out.right.begin(), out.right.begin() + 44100);
+    return out;
+}
+
+// Decaying noise hits every 400 ms over a steady harmonic tone.
+Planar HitsOverATone(int frames, std::vector<double>* hits) {
+    Planar p;
+    uint32_t seed = 3;
+    for (int i = 0; i < frames; ++i) {
+        double x = 0;
+        for (int h = 1; h <= 5; ++h)
+            x += 0.05 / h * std::sin(2 * M_PI * 220.0 * h * i / 44100);
+        const int since = (i - 22050) % 17640; // from 0.5 s on
+        if (i >= 22050) {
+            seed = seed * 1664525u + 1013904223u;
+            x += 0.5 * std::exp(-since / 1764.0) * ((seed >> 8) / 8388608.0 - 1.0);
+            if (since == 0)
+                hits->push_back(i);
+        }
+        p.left.push_back(static_cast<float>(x));
+    }
+    p.right = p.left;
+    return p;
+}
+
+// Attacks: 5 ms blocks whose energy is 6 dB above the quietest of the 30 ms before; the tone's
+// own start is not one.
+std::vector<double> Attacks(const std::vector<float>& x) {
+    const int block = 220;
+    std::vector<double> e;
+    for (size_t b = 0; (b + 1) * block <= x.size(); ++b) {
+        double s = 0;
+        for (int i = 0; i < block; ++i)
+            s += double(x[b * block + i]) * x[b * block + i];
+        e.push_back(s + 1e-12);
+    }
+    std::vector<double> at;
+    for (size_t b = 40; b < e.size(); ++b) {
+        const double floor = *std::min_element(e.begin() + b - 6, e.begin() + b);
+        if (e[b] > 4 * floor && (at.empty() || b * block - at.back() > 6.0 * block))
+            at.push_back(double(b * block));
+    }
+    return at;
+}
+
+TEST(CrispEngine, ChosenByTheHostAndTakenAtTheNextJob) {
+    PluginHost host(MORVANE_PLUGIN);
+    char can[] = "morvaneEngine";
+    EXPECT_EQ(1, host.Dispatch(effCanDo, 0, 0, can));
+    EXPECT_EQ(MorvaneEngine::kSplice, Choose(host, MorvaneEngine::kAsk));
+    EXPECT_EQ(0, Choose(host, 7));
+    EXPECT_EQ(0, Choose(host, MorvaneEngine::kCrisp, 1234));
+    EXPECT_EQ(MorvaneEngine::kSplice, Choose(host, MorvaneEngine::kAsk));
+
+    const Planar in = Signals::Split(Signals::Music(44100 * 3, 44100));
+    const Planar untouched = Render(host, in, 1.5f);
+    ASSERT_EQ(MorvaneEngine::kCrisp, Choose(host, MorvaneEngine::kCrisp));
+    const Planar crisp = Render(host, in, 1.5f);
+    EXPECT_NE(untouched.left, crisp.left);
+    EXPECT_EQ(std::llround(in.size() * 1.5), static_cast<long long>(crisp.size()));
+
+    // a choice made during a job waits for the next one
+    ASSERT_EQ(MorvaneEngine::kSplice, Choose(host, MorvaneEngine::kSplice));
+    host.Set(3, 1.5f);
+    const auto during = HostJob::Run(host, in, 44100, Fixed(4096, 8192), {.before = [&](int pos) {
+                                         if (pos > 44100)
+                                             Choose(host, MorvaneEngine::kCrisp);
+                                     }});
+    EXPECT_EQ(untouched.left,
+              std::vector<float>(during.out.left.begin() + 44100, during.out.left.end()));
+    EXPECT_EQ(crisp.left, Render(host, in, 1.5f).left);
+}
+
+// Each hit comes out once, where the time rate puts it, and as loud as it went in: a vocoder that
+// smears attacks over its window (as this one does with LowSound off) loses 1 to 4 dB there.
+TEST(CrispEngine, EachAttackOnceAndInItsPlace) {
+    std::vector<double> hits;
+    const Planar in = HitsOverATone(44100 * 5, &hits);
+    // the largest energy of eight 2.5 ms blocks from 5 ms before at
+    const auto peak = [](const std::vector<float>& x, double at) {
+        double most = 0;
+        for (size_t b = 0; b < 8; ++b) {
+            double s = 0;
+            for (size_t i = 0; i < 110; ++i) {
+                const size_t k = static_cast<size_t>(at) - 220 + b * 110 + i;
+                s += k < x.size() ? double(x[k]) * x[k] : 0.0;
+            }
+            most = std::max(most, s);
+        }
+        return most;
+    };
+    PluginHost host(MORVANE_PLUGIN);
+    Choose(host, MorvaneEngine::kCrisp);
+    for (float time : {2.0f, 0.5f}) {
+        const Planar out = Render(host, in, time);
+        const std::vector<double> found = Attacks(out.left);
+        EXPECT_EQ(hits.size(), found.size()) << "time " << time;
+        for (double h : hits) {
+            EXPECT_EQ(
+                1, std::count_if(found.begin(), found.end(),
+                                 [&](double f) { return std::fabs(f - h * time) < 0.01 * 44100; }))
+                << "hit at " << h / 44100 << " s, time " << time;
+            EXPECT_NEAR(0.0, 10 * std::log10(peak(out.left, h * time) / peak(in.left, h)), 1.0)
+                << "hit at " << h / 44100 << " s, time " << time;
+        }
+    }
+}
+
+TEST(CrispEngine, PitchLengthAndStereoExact) {
+    PluginHost host(MORVANE_PLUGIN);
+    Choose(host, MorvaneEngine::kCrisp);
+    const int N = 44100 * 4;
+    Planar tone;
+    for (int i = 0; i < N; ++i) {
+        const double w = 2 * M_PI * 196.0 * i / 44100;
+        tone.left.push_back(static_cast<float>(0.5 * std::sin(w) + 0.12 * std::sin(2 * w) +
+                                               0.06 * std::sin(3 * w)));
+    }
+    tone.right = tone.left;
+    for (auto [time, cents] : {std::pair{1.25, 700.0}, {0.75, -500.0}, {2.0, 0.0}, {1.0, 1200.0}}) {
+        const float pitch = static_cast<float>(std::pow(2.0, cents / 1200));
+        const Planar out = Render(host, tone, static_cast<float>(time), pitch);
+        ASSERT_EQ(std::llround(N * double(float(time))), static_cast<long long>(out.size()));
+        const int n = static_cast<int>(out.size());
+        const double f = Signals::ZeroCrossingFrequency(out.left.data(), 1, n / 8, n - n / 8);
+        EXPECT_NEAR(cents, 1200 * std::log2(f * 44100 / 196.0), 0.1) << time;
+        EXPECT_EQ(out.left, out.right) << "identical channels stay identical";
+    }
+    // music, its channels alike
+    Planar music = Signals::Split(Signals::Music(44100 * 3, 44100));
+    music.right = music.left;
+    const Planar out = Render(host, music, 1.3f, 0.8f);
+    EXPECT_EQ(out.left, out.right);
+}
+
+} // namespace
