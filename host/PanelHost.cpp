@@ -5,15 +5,18 @@
 
 #include "CWnd.h"
 #include "CXConnection.h"
+#include "MorvaneEngine.h"
 #include "VstPlugin.h"
 
 namespace {
 
-// The window the panel is shown in: it asks to close, and R asks for a render.
+// The window the panel is shown in: it asks to close, R asks for a render and E for the other
+// engine.
 class CHostWindow : public CWnd {
 public:
     bool closed = false;
     bool renderAgain = false;
+    bool otherEngine = false;
     bool WantsKeys() const override { return true; }
 
 protected:
@@ -22,6 +25,8 @@ protected:
     void OnChar(UINT ch, UINT, UINT) {
         if (ch == 'r' || ch == 'R')
             renderAgain = true;
+        if (ch == 'e' || ch == 'E')
+            otherEngine = true;
     }
 };
 BEGIN_MESSAGE_MAP(CHostWindow, CWnd)
@@ -72,6 +77,17 @@ int PanelHost::Run(const std::string& input, const std::string& output) {
             window.Connection()->Wait(10);
     };
 
+    // The engine is the host's choice, not the panel's: it shows in the title, and E changes it.
+    const auto engineName = [&] {
+        const VstIntPtr e =
+            m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
+        return std::string(e == MorvaneEngine::kCrisp ? "crisp" : "splice") + " engine";
+    };
+    std::string status = input.empty() ? "" : " (R renders)";
+    const auto showTitle = [&] {
+        window.SetWindowText(("Morvane: " + engineName() + ", E changes it" + status).c_str());
+    };
+    showTitle();
     int code = 0;
     bool render = !input.empty();
     while (!window.closed && window.m_hWnd) {
@@ -92,8 +108,10 @@ int PanelHost::Run(const std::string& input, const std::string& output) {
                     if (window.closed || !window.m_hWnd)
                         throw Closed();
                 });
-                window.SetWindowText(
-                    ("Morvane: wrote " + BaseName(output) + " (R renders again)").c_str());
+                window.SetWindowText(("Morvane: wrote " + BaseName(output) + " with the " +
+                                      engineName() + " (R renders again, E changes the engine)")
+                                         .c_str());
+                status = "; wrote " + BaseName(output) + " (R renders again)";
                 code = 0;
             } catch (const Closed&) {
                 std::fprintf(stderr, "morvane: the window was closed during the render; no partial "
@@ -109,6 +127,15 @@ int PanelHost::Run(const std::string& input, const std::string& output) {
             }
         }
         turn(true);
+        if (window.otherEngine) {
+            window.otherEngine = false;
+            const VstIntPtr e =
+                m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
+            m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag,
+                              e == MorvaneEngine::kCrisp ? MorvaneEngine::kSplice
+                                                         : MorvaneEngine::kCrisp);
+            showTitle();
+        }
         if (window.renderAgain) {
             window.renderAgain = false;
             render = !input.empty();

@@ -278,6 +278,7 @@ int main(int argc, char** argv) {
     });
 
     RenderSettings settings;
+    std::string engine = "splice";
     std::vector<std::string> files;
     std::string outDir, container, depth, lowSound = "on", time, pitch, semitones, ratio, level;
     int jobs = 1;
@@ -307,7 +308,6 @@ int main(int argc, char** argv) {
                      "off: change each stretch of up to a second in one piece (no onset search)")
         ->check(CLI::IsMember({"on", "off"}))
         ->capture_default_str();
-    std::string engine = "splice";
     render
         ->add_option("-e,--engine", engine,
                      "splice (default): cuts and splices pieces of the waveform; cleanest on "
@@ -367,6 +367,10 @@ int main(int argc, char** argv) {
     gui->add_option("--program", guiProgram, "Start from program N (1-64)")
         ->check(CLI::Range(1, 64));
     gui->add_option("--plugin", settings.pluginPath, "The plug-in file (default: found)");
+    gui->add_option("-e,--engine", engine,
+                    "splice or crisp, as for render; E in the window changes it")
+        ->check(CLI::IsMember({"splice", "crisp"}))
+        ->capture_default_str();
 
     std::string helpTopic;
     auto* help = app.add_subcommand("help", "Show this help, or a command's");
@@ -441,6 +445,8 @@ int main(int argc, char** argv) {
             p.Dispatch(effMainsChanged, 0, 1);
             if (guiProgram)
                 p.Dispatch(effSetProgram, 0, guiProgram - 1);
+            RenderSettings::ChooseEngine(p, engine == "crisp" ? MorvaneEngine::kCrisp
+                                                              : MorvaneEngine::kSplice);
             return PanelHost(p, settings)
                 .Run(guiFiles.empty() ? "" : guiFiles[0], guiFiles.empty() ? "" : guiFiles[1]);
         } catch (const std::exception& e) {

@@ -318,6 +318,13 @@ TEST(GuiCommand, RendersWithThePanelsSettingsAndEndsWhenClosed) {
     ASSERT_TRUE(std::filesystem::exists(out));
     EXPECT_NEAR(inBytes * 1.5, std::filesystem::file_size(out), inBytes * 0.01);
 
+    // E chooses the other engine, outside the panel; the title and the next render say so
+    ASSERT_NE(0u, waitFor("Morvane: wrote out.wav with the splice engine"));
+    person.Tap(XK_e);
+    ASSERT_NE(0u, waitFor("Morvane: crisp engine"));
+    person.Tap(XK_r);
+    ASSERT_NE(0u, waitFor("Morvane: wrote out.wav with the crisp engine"));
+
     XEvent close{};
     close.xclient.type = ClientMessage;
     close.xclient.window = w;
