@@ -38,8 +38,8 @@ void CCrispOnsets::Configure(int frame, int rate) {
     const double binHz = double(rate) / frame;
     m_nLow = std::max(1, static_cast<int>(40 / binHz));
     m_nHigh = std::clamp(static_cast<int>(16000 / binHz), m_nLow + 1, frame / 2);
-    // The transform scales by 1/sqrt(frame / 2); a Hann window sums to frame / 2.
-    m_dNorm = 4.0 * std::sqrt(frame / 2.0) / frame;
+    // A Hann window sums to frame / 2, and a sine's energy splits between two bins.
+    m_dNorm = 4.0 / frame;
     // 30 ms between onsets
     m_nMinGap = std::max(1, static_cast<int>(0.03 * rate / Hop()));
     Restart();

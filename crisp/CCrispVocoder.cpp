@@ -176,27 +176,28 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
         m_pRre[k] = r * zr - i * zi;
         m_pRim[k] = r * zi + i * zr;
     }
-    const int size = 2 * m_nWindow, mask = size - 1;
     const double scale = 1.0 / 1.5;
+    // the ring in two straight runs
+    const int first = std::min(m_nWindow, 2 * m_nWindow - m_nAccAt);
     int c = 0;
     for (const auto& [re, im] : {std::pair{m_pLre, m_pLim}, std::pair{m_pRre, m_pRim}}) {
         m_Fft.Inverse(re, im, m_pTime);
         double* acc = m_pAcc[c++];
-        for (int n = 0; n < m_nWindow; ++n)
-            acc[(m_nAccAt + n) & mask] += m_pTime[n] * m_pWin[n] * scale;
+        for (int n = 0; n < first; ++n)
+            acc[m_nAccAt + n] += m_pTime[n] * m_pWin[n] * scale;
+        for (int n = first; n < m_nWindow; ++n)
+            acc[n - first] += m_pTime[n] * m_pWin[n] * scale;
     }
 }
 
 void CCrispVocoder::Take(float* left, float* right) {
-    const int size = 2 * m_nWindow, mask = size - 1;
+    // A hop divides the ring, so a hop never wraps.
     float* to[2] = {left, right};
     for (int c = 0; c < 2; ++c) {
-        double* acc = m_pAcc[c];
-        for (int n = 0; n < Hop(); ++n) {
-            double& v = acc[(m_nAccAt + n) & mask];
-            to[c][n] = static_cast<float>(v);
-            v = 0;
-        }
+        double* acc = m_pAcc[c] + m_nAccAt;
+        for (int n = 0; n < Hop(); ++n)
+            to[c][n] = static_cast<float>(acc[n]);
+        std::fill(acc, acc + Hop(), 0.0);
     }
-    m_nAccAt = (m_nAccAt + Hop()) & mask;
+    m_nAccAt = (m_nAccAt + Hop()) & (2 * m_nWindow - 1);
 }

@@ -27,13 +27,17 @@ bool CRealFft::Prepare(int n) {
 }
 
 // Z = FFT(x[2m] + i x[2m+1]) gives the transforms of the even and the odd samples,
-// E = (Z[k] + conj Z[h-k]) / 2 and O = (Z[k] - conj Z[h-k]) / 2i, and X[k] = E + W^k O. Inverse
-// undoes exactly these steps, so the pair keeps the complex transform's scaling.
+// E = (Z[k] + conj Z[h-k]) / 2 and O = (Z[k] - conj Z[h-k]) / 2i, and X[k] = E + W^k O. The
+// samples go straight to their bit-reversed places and nothing is scaled on the way: the plain
+// DFT, whose inverse divides by h once at the end.
 void CRealFft::Forward(const double* x, double* re, double* im) {
     const int h = m_nPoints / 2;
-    for (int m = 0; m < 2 * h; ++m)
-        m_pWork[m] = x[m];
-    m_Fft.Transform(m_pWork, true);
+    const int* rev = m_Fft.Reversal();
+    for (int i = 0; i < h; ++i) {
+        m_pWork[2 * i] = x[2 * rev[i]];
+        m_pWork[2 * i + 1] = x[2 * rev[i] + 1];
+    }
+    m_Fft.Butterflies(m_pWork, true);
     const double* z = m_pWork;
     for (int k = 0; k <= h / 2; ++k) {
         const int j = (h - k) & (h - 1);
@@ -57,6 +61,7 @@ void CRealFft::Forward(const double* x, double* re, double* im) {
 
 void CRealFft::Inverse(const double* re, const double* im, double* x) {
     const int h = m_nPoints / 2;
+    const int* rev = m_Fft.Reversal(); // an involution: natural index k goes to rev[k]
     double* z = m_pWork;
     for (int k = 0; k <= h / 2; ++k) {
         const int j = h - k;
@@ -68,14 +73,15 @@ void CRealFft::Inverse(const double* re, const double* im, double* x) {
         const double wr = m_pTwRe[k], wi = -m_pTwIm[k];
         const double or_ = dr * wr - di * wi, oi = dr * wi + di * wr;
         // Z[k] = E + i O; Z[h-k] = conj(E) + i conj(O) with O's sign from W^-(h-k) = -conj W^-k
-        z[2 * k] = er - oi;
-        z[2 * k + 1] = ei + or_;
+        z[2 * rev[k]] = er - oi;
+        z[2 * rev[k] + 1] = ei + or_;
         if (k != 0 && j != k) {
-            z[2 * j] = er + oi;
-            z[2 * j + 1] = -ei + or_;
+            z[2 * rev[j]] = er + oi;
+            z[2 * rev[j] + 1] = -ei + or_;
         }
     }
-    m_Fft.Transform(z, false);
+    m_Fft.Butterflies(z, false);
+    const double scale = 1.0 / h;
     for (int m = 0; m < 2 * h; ++m)
-        x[m] = z[m];
+        x[m] = z[m] * scale;
 }

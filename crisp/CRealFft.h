@@ -4,8 +4,9 @@
 
 // A transform of n real samples through the engine's complex transform of n / 2 points: even and
 // odd samples ride as one complex sequence and are told apart afterwards. The spectrum has the
-// n / 2 + 1 bins from 0 to Nyquist as separate real and imaginary arrays. Forward and Inverse
-// return the input, as the complex transform does.
+// n / 2 + 1 bins from 0 to Nyquist as separate real and imaginary arrays. Forward is the plain
+// DFT (a full-scale sine of amplitude A peaks near A n / 4 under a Hann window); Inverse
+// returns its input.
 class CRealFft {
 public:
     static constexpr int kMaxPoints = 2 * CMorvaneFft::kMaxPoints;
