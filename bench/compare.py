@@ -1,9 +1,10 @@
 #!/usr/bin/python3
-"""Speed and sound of Morvane against soundstretch, Rubber Band (R2, R3) and SoX, side by side.
+"""Speed and sound of Morvane's two engines against soundstretch, Rubber Band (R2, R3) and SoX.
 
 Material is made at run time: speech (espeak-ng), a solo plucked instrument and a 44 s full mix
-with drums (synthesised here), and two oracles whose ideal results are known: a harmonic tone
-and a click train. Every tool renders every file at every setting; CPU time is the child's user
+with drums (synthesised here), a drum pattern played on the recorded GMRockKit of Debian's
+hydrogen-data, and two oracles whose ideal results are known: a harmonic tone and a click train.
+Onsets are counted with aubio on the drums and the full mix. Every tool renders every file at every setting; CPU time is the child's user
 plus system time (median of --runs), quality is measured on the first run's output.
 """
 import argparse
@@ -155,10 +156,45 @@ def speech(workdir):
     return fade(np.stack([y, y], axis=1))
 
 
+KIT = "/usr/share/hydrogen/data/drumkits/GMRockKit/"
+
+
+def drums():
+    """A 12 s pattern at 100 bpm from recorded hits: kick, snare, closed hi-hats, a crash."""
+    def hit(name):
+        x, sr = sf.read(KIT + name, always_2d=True)
+        assert sr == RATE, name
+        return x.mean(axis=1)
+
+    kick, snare = hit("Kick-Hard.wav"), hit("Snare-Hard.wav")
+    hats, soft, crash = hit("HatClosed-Med.wav"), hit("HatClosed-Soft.wav"), hit("Crash-Med.wav")
+    out = np.zeros((12 * RATE, 2))
+
+    def place(s, at, gain, pan=0.0):
+        i = int(at * RATE)
+        n = min(len(s), len(out) - i)
+        out[i:i + n, 0] += s[:n] * gain * (1 - pan)
+        out[i:i + n, 1] += s[:n] * gain * (1 + pan)
+
+    step = 60 / 100 / 4
+    for k in range(int(10.5 / step)):
+        at = 0.5 + k * step
+        if k % 16 in (0, 7, 10):
+            place(kick, at, 0.8)
+        if k % 16 in (4, 12):
+            place(snare, at, 0.7, 0.1)
+        if k % 2 == 0:
+            place(hats if k % 4 == 0 else soft, at, 0.35, -0.4)
+        if k % 32 == 0:
+            place(crash, at, 0.3, 0.3)
+    return fade(out / np.max(np.abs(out)) * 0.9)
+
+
 def make_material(workdir):
     files = {}
     for name, signal in (("speech", speech(workdir)), ("instrument", instrument()),
-                         ("full mix", full_mix()), ("harmonic tone", harmonic_tone(8.0, TONE_F0)),
+                         ("full mix", full_mix()), ("drums", drums()),
+                         ("harmonic tone", harmonic_tone(8.0, TONE_F0)),
                          ("click train", click_train(10 * RATE, click_positions()))):
         path = os.path.join(workdir, name.replace(" ", "-") + ".wav")
         sf.write(path, signal, RATE, subtype="PCM_16")
@@ -173,6 +209,9 @@ def tool_commands(morvane, plugin):
     def mv(i, o, T, c):
         return [morvane, "render", "-q", "--plugin", plugin, "-t", f"{T * 100:g}", "-p",
                 f"{c:g}", i, o]
+
+    def crisp(i, o, T, c):
+        return mv(i, o, T, c)[:3] + ["-e", "crisp"] + mv(i, o, T, c)[3:]
 
     def ss(i, o, T, c):
         return ["soundstretch", i, o, f"-tempo={(1 / T - 1) * 100:.6f}", f"-pitch={c / 100:g}"]
@@ -191,7 +230,7 @@ def tool_commands(morvane, plugin):
             cmd += ["pitch", f"{c:g}"]
         return cmd
 
-    return [("Morvane", mv), ("soundstretch", ss), ("rubberband R2", rb2),
+    return [("Morvane", mv), ("Morvane crisp", crisp), ("soundstretch", ss), ("rubberband R2", rb2),
             ("rubberband R3 (--fine)", rb3), ("SoX tempo/pitch", sx)]
 
 
@@ -280,6 +319,27 @@ def spectral_distance(out, ideal):
     return float(np.mean(np.sqrt(np.mean(d ** 2, axis=1))))
 
 
+def onset_times(path):
+    r = subprocess.run(["aubioonset", "-i", path], capture_output=True, text=True, check=True)
+    return np.array([float(t) for t in r.stdout.split()])
+
+
+def onsets(inp, out, T):
+    """Precision and recall of the output's onsets against the input's scaled by the time rate,
+    each matched once within 50 ms (aubio's default detector on both)."""
+    want, got = onset_times(inp) * T, onset_times(out)
+    used, hits = set(), 0
+    for t in want:
+        for j in np.argsort(np.abs(got - t)) if len(got) else []:
+            if abs(got[j] - t) > 0.05:
+                break
+            if j not in used:
+                used.add(j)
+                hits += 1
+                break
+    return hits / max(len(got), 1), hits / max(len(want), 1)
+
+
 def quality(name, out, n_in, T, cents):
     q = {"duration_ms": (len(out) - round(n_in * T)) / RATE * 1000}
     ratio = 2 ** (cents / 1200)
@@ -325,7 +385,7 @@ def fmt(v, pattern="{:.1f}"):
     return "–" if v is None or (isinstance(v, float) and np.isnan(v)) else pattern.format(v)
 
 
-def callgrind(morvane, plugin, path, workdir):
+def callgrind(morvane, plugin, path, workdir, extra=()):
     """Instructions per second of audio on the full mix (AVX2 kernels: valgrind has no AVX-512)."""
     rows = []
     seconds = sf.info(path).frames / RATE
@@ -333,7 +393,7 @@ def callgrind(morvane, plugin, path, workdir):
         out = os.path.join(workdir, "cg.out")
         env = dict(os.environ, MORVANE_SIMD="avx2")
         r = subprocess.run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={out}",
-                            morvane, "render", "-q", "--plugin", plugin, "-t", f"{T * 100:g}",
+                            morvane, "render", "-q", *extra, "--plugin", plugin, "-t", f"{T * 100:g}",
                             "-p", f"{c:g}", path, os.path.join(workdir, "cg.wav")],
                            capture_output=True, text=True, env=env)
         m = re.search(r"Collected : (\d+)", r.stderr)
@@ -369,9 +429,13 @@ def main():
                         if run == 0:
                             y, _ = sf.read(out, always_2d=True)
                             q[key] = quality(name, y, lengths[name], T, c)
+                            if name in ("drums", "full mix"):
+                                q[key]["onsets"] = onsets(path, out, T)
             print(f"run {run + 1}/{args.runs} done", file=sys.stderr)
         cg = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
                                                       files["full mix"], work)
+        cgCrisp = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
+                                                           files["full mix"], work, ["-e", "crisp"])
 
     audio = {name: n / RATE for name, n in lengths.items()}
     v = versions()
@@ -389,13 +453,16 @@ def main():
               "kept / lost / doubled out of the click train's, with the median timing error of "
               "the kept ones; spectral distance: mean frame-wise log-spectral distance in dB "
               "to the ideal result (tone at the target pitch and length, clicks at the scaled "
-              "times), 50 Hz – 16 kHz.", ""]
+              "times), 50 Hz – 16 kHz.",
+              "- Onsets P/R: precision and recall of aubio's onsets in the output against the "
+              "input's scaled by the time rate, matched once each within 50 ms, on the drums "
+              "(recorded kit) and the full mix. 'Morvane' is the splice engine, the default.", ""]
     for label, T, c in SETTINGS:
         lines += [f"## {label}", "",
                   "| tool | full mix × RT | all material × RT | vs Morvane | duration error ms "
                   "| pitch error cents | clicks kept/lost/doubled | click timing ms "
-                  "| tone distance dB | click distance dB |",
-                  "|---|---:|---:|---:|---:|---:|---|---:|---:|---:|"]
+                  "| tone distance dB | click distance dB | onsets P/R drums | onsets P/R mix |",
+                  "|---|---:|---:|---:|---:|---:|---|---:|---:|---:|---:|---:|"]
         med = {(tool, n): statistics.median(cpu[(label, tool, n)]) for tool, _ in tools
                for n in files}
         total = {tool: sum(med[(tool, n)] for n in files) for tool, _ in tools}
@@ -407,21 +474,24 @@ def main():
             tone = q.get((label, tool, "harmonic tone"), {})
             ck = q.get((label, tool, "click train"), {})
             kept = ck.get("clicks")
+            pr = [q.get((label, tool, n), {}).get("onsets") for n in ("drums", "full mix")]
+            prs = [f"{p[0]:.2f}/{p[1]:.2f}" if p else "–" for p in pr]
             lines.append(
                 f"| {tool} | {mix:.0f} | {allrt:.0f} | "
                 f"{'–' if tool == 'Morvane' else f'{rel:.2f}'} | {dur:+.1f} | "
                 f"{fmt(tone.get('pitch_cents'), '{:+.2f}')} | "
                 f"{f'{kept[0]}/{kept[1]}/{kept[2]}' if kept else '–'} | "
                 f"{fmt(kept[3] if kept else None, '{:.2f}')} | "
-                f"{fmt(tone.get('tone_lsd'))} | {fmt(ck.get('click_lsd'))} |")
+                f"{fmt(tone.get('tone_lsd'))} | {fmt(ck.get('click_lsd'))} | {prs[0]} | {prs[1]} |")
         lines.append("")
     if cg:
         lines += ["## Instructions per second of audio (callgrind)", "",
                   "Morvane on the full mix under `valgrind --tool=callgrind`, whole process, "
                   "AVX2 kernels (valgrind does not run AVX-512). Stable from run to run, unlike "
-                  "times on a shared machine.", "", "| setting | instructions per second of audio |",
-                  "|---|---:|"]
-        lines += [f"| {label} | {n / 1e6:.1f} M |" for label, n in cg]
+                  "times on a shared machine.", "",
+                  "| setting | splice: instructions per second of audio | crisp |", "|---|---:|---:|"]
+        lines += [f"| {label} | {n / 1e6:.1f} M | {m / 1e6:.1f} M |"
+                  for (label, n), (_, m) in zip(cg, cgCrisp)]
         lines.append("")
     os.makedirs(args.out, exist_ok=True)
     path = os.path.join(args.out, f"compare-{datetime.date.today()}.md")

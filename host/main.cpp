@@ -303,9 +303,11 @@ int main(int argc, char** argv) {
                        "gain). Default 0");
     render
         ->add_option("--low-sound", lowSound,
-                     "on (default): cut at onsets found on 20 ms frames and spread the change "
-                     "over 36 ms pieces, most in the quiet ones, so attacks keep their shape; "
-                     "off: change each stretch of up to a second in one piece (no onset search)")
+                     "on (default): look for onsets. The splice engine cuts there and spreads "
+                     "the change over 36 ms pieces, most in the quiet ones; the crisp engine "
+                     "reads each attack 1:1 and rebuilds its phases, so it sounds once. off: no "
+                     "onset search; splice changes each stretch of up to a second in one piece, "
+                     "crisp stretches everything alike, which suits pads, strings and drones")
         ->check(CLI::IsMember({"on", "off"}))
         ->capture_default_str();
     render
