@@ -183,6 +183,13 @@ void CCrisp::Gather(int64_t at, int n, float* left, float* right) const {
     }
 }
 
+const float* CCrisp::GatherMono(int64_t at, int n) {
+    Gather(at, n, m_pFrame[0], m_pFrame[1]);
+    for (int i = 0; i < n; ++i)
+        m_pMono[i] = 0.5f * (m_pFrame[0][i] + m_pFrame[1][i]);
+    return m_pMono;
+}
+
 void CCrisp::FeedDetector() {
     if (!m_bOnsets)
         return;
@@ -192,14 +199,9 @@ void CCrisp::FeedDetector() {
         if (m_bFinal ? centre - half > m_nIn + CCrispOnsets::kLead * m_Onsets.Hop()
                      : centre + half > m_nIn)
             break;
-        Gather(centre - half, frame, m_pFrame[0], m_pFrame[1]);
-        for (int i = 0; i < frame; ++i)
-            m_pMono[i] = 0.5f * (m_pFrame[0][i] + m_pFrame[1][i]);
-        const int64_t onset = m_Onsets.Analyse(m_pMono);
+        const int64_t onset = m_Onsets.Analyse(GatherMono(centre - half, frame));
         if (onset >= 0) {
-            Gather(onset - half, frame, m_pFrame[0], m_pFrame[1]);
-            for (int i = 0; i < frame; ++i)
-                m_pMono[i] = 0.5f * (m_pFrame[0][i] + m_pFrame[1][i]);
+            GatherMono(onset - half, frame);
             m_Map.AddOnset(double(onset - half + CCrispOnsets::Refine(m_pMono, frame, frame / 16)));
         }
     }

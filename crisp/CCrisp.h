@@ -46,6 +46,7 @@ private:
     void Restart();
     void ApplyRates();
     void Gather(int64_t at, int n, float* left, float* right) const;
+    const float* GatherMono(int64_t at, int n); // the channels' mean, into m_pMono
     void FeedDetector();
     bool NextFrame(float** out, int* produced);
     void Emit(float** out, int* produced, const float* left, const float* right, int n);

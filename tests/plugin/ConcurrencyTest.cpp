@@ -36,6 +36,7 @@ TEST_P(Concurrency, ParametersFromAnotherThreadDuringAJob) {
         for (int i = 0; !done; ++i) {
             host.Set(1, 0.4f + 0.1f * (i % 2));
             host.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
+            host.Set(3, 1.25f); // the rate the job has: both engines take it under their locks
             host.Set(4, 1.0f);
             for (int p = 0; p < 5; ++p) {
                 host.Dispatch(effGetParamDisplay, p, 0, text);
