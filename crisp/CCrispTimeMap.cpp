@@ -6,7 +6,12 @@
 
 namespace {
 constexpr double kInf = std::numeric_limits<double>::infinity();
-}
+// How far each side of an onset frame centres are read 1:1, as a share of the window. Half a
+// window covers every frame that holds the attack, but aubio then hears 5 to 9 % extra onsets
+// at 200 % on recorded drums; 0.35 keeps the attack within about 1 dB of its level and its
+// onsets within 5 %. Narrower (0.25) loses 1.3 to 1.8 dB of the attack.
+constexpr double kHalfShare = 0.35;
+} // namespace
 
 void CCrispTimeMap::Configure(int window) {
     m_nWindow = window;
@@ -31,7 +36,7 @@ void CCrispTimeMap::Rebase(double ratio, double c, double o) {
     else
         m_dMaxSlope = kInf;
     m_dShare = std::isinf(m_dMaxSlope) ? 1.0 : (m_dMaxSlope - 1) / m_dMaxSlope;
-    const double half = m_nWindow / 2.0;
+    const double half = kHalfShare * m_nWindow;
     m_dLookahead = 2 * half / m_dShare + 2 * half + 2 * Ramp(half) + m_nWindow;
     // Continue from where the map stands: A(c) here becomes the new anchor.
     if (m_dLast > -kInf) {
@@ -49,7 +54,7 @@ void CCrispTimeMap::AddOnset(double t) {
         return;
     // Two 1:1 stretches may take only a share of the gap between them; the lookahead makes sure
     // an onset's neighbours are known before its stretch is used.
-    double h = m_nWindow / 2.0;
+    double h = kHalfShare * m_nWindow;
     if (m_nCount) {
         const double limit = m_dShare * (t - T(m_nCount - 1)) / 2;
         h = std::min(h, limit);

@@ -4,8 +4,8 @@
 
 // Where in the input each synthesis frame is read from. Away from onsets the input is read at
 // 1 / ratio of the output's pace. Around each onset the frames that hold it are read 1:1, so
-// every frame puts the attack at the same output instant and it sounds once; that instant is
-// the onset's own time x ratio. What the 1:1 stretch costs is made up on ramps beside it, whose
+// the frames nearest it put the attack at the same output instant and it sounds once; that instant
+// is the onset's own time x ratio. What the 1:1 stretch costs is made up on ramps beside it, whose
 // pace stays within a factor of two of the ratio. Close onsets share their ramps, and onsets
 // too close for that at strong compression get narrower 1:1 stretches.
 //
@@ -16,7 +16,7 @@ class CCrispTimeMap {
 public:
     static constexpr int kMaxOnsets = 512;
 
-    // window: the analysis frame in samples; the 1:1 stretch reaches half of it each side.
+    // window: the analysis frame in samples; the 1:1 stretch reaches a third of it each side.
     void Configure(int window);
     // A new job at ratio (output length over input length), its centres anchored at 0.
     void Restart(double ratio);

