@@ -66,12 +66,8 @@ void CCrisp::SetActive(bool on) {
 void CCrisp::SetLowSound(float v) {
     std::lock_guard lock(m_cs);
     // Only -1.0 turns the option off; 0.0 and 1.0 both leave it on, as in the splice engine.
-    const bool on = static_cast<double>(v) + 1.0 != 0;
-    if (on != m_bOnsets && m_nIn == 0) {
-        m_bOnsets = on;
-        Restart();
-    }
-    m_bOnsets = on;
+    // The onset search runs ahead of the frames, so a change waits for the next job.
+    m_bOnsetsNext = static_cast<double>(v) + 1.0 != 0;
 }
 
 void CCrisp::get_OverLevel(bool* over) {
@@ -120,6 +116,7 @@ void CCrisp::StartToProcess() {
 }
 
 void CCrisp::Restart() {
+    m_bOnsets = m_bOnsetsNext;
     m_dTime = m_dTimeNext;
     m_dPitch = m_dPitchNext;
     m_Map.Restart(m_dTime * m_dPitch);
@@ -130,17 +127,26 @@ void CCrisp::Restart() {
     m_Arg.fOutputLevel = 1.0f;
     m_Arg.bLastSegment = 0;
     m_Arg.dPitchRate = m_dPitch;
-    m_nHistory = m_Resample.IniResample(m_dPitch, kAttenuation, 0.1, 100.0, true);
+    m_Resample.IniResample(m_dPitch, kAttenuation, 0.1, 100.0, true);
     std::fill(m_pStretch, m_pStretch + 2L * m_nStretchRoom, 0.0f);
     m_nIn = m_nKeepFrom = 0;
     m_bFinal = m_bDone = false;
     m_nFrame = m_nLastRead = 0;
     m_dLastOnset = -1;
-    // The first frames start before the output does, so that its first samples are whole.
-    m_nStretched = -(m_Vocoder.Window() - m_Vocoder.Hop());
+    m_nStretched = static_cast<int64_t>(OutputCentre(0) - m_Vocoder.Window() / 2.0);
     m_nStretchEnd = -1;
     m_dOutBase = m_dInBase = 0;
     m_nOut = 0;
+}
+
+int64_t CCrisp::Target() const {
+    return std::llround(m_dOutBase + (m_nIn - m_dInBase) * m_dTime);
+}
+
+double CCrisp::OutputCentre(int64_t frame) const {
+    const int window = m_Vocoder.Window(), hop = m_Vocoder.Hop();
+    // the first frames start before the output does, so that its first samples are whole
+    return double(frame) * hop - (window - hop) + window / 2.0;
 }
 
 // A change during a job: the map goes on from the last frame at the new pace, and the output
@@ -152,16 +158,15 @@ void CCrisp::ApplyRates() {
         Restart();
         return;
     }
-    const int window = m_Vocoder.Window(), hop = m_Vocoder.Hop();
-    const double o = double(m_nFrame - 1) * hop - (window - hop) + window / 2.0;
-    const double c = m_nLastRead + window / 2.0;
+    const double o = OutputCentre(m_nFrame - 1);
+    const double c = m_nLastRead + m_Vocoder.Window() / 2.0;
     m_dOutBase += (c - m_dInBase) * m_dTime;
     m_dInBase = c;
     m_dTime = m_dTimeNext;
     if (m_dPitchNext != m_dPitch) {
         m_dPitch = m_dPitchNext;
         m_Arg.dPitchRate = m_dPitch;
-        m_nHistory = m_Resample.IniResample(m_dPitch, kAttenuation, 0.1, 100.0, true);
+        m_Resample.IniResample(m_dPitch, kAttenuation, 0.1, 100.0, true);
     }
     m_Map.Rebase(m_dTime * m_dPitch, c, o);
 }
@@ -217,9 +222,8 @@ bool CCrisp::NextFrame(float** out, int* produced) {
         Finish(out, produced);
         return false;
     }
-    const double o = double(m_nFrame) * hop - (window - hop) + window / 2.0;
     double c = 0;
-    if (!m_Map.Centre(o, &c))
+    if (!m_Map.Centre(OutputCentre(m_nFrame), &c))
         return false;
     const int64_t at = std::llround(c - window / 2.0);
     if (!m_bFinal && at + window > m_nIn)
@@ -263,10 +267,8 @@ void CCrisp::Emit(float** out, int* produced, const float* left, const float* ri
     int k = m_Resample.Resample(dest, data, n, &m_Arg, true);
     m_bOver = m_bOver || m_Arg.bOver;
     // Frames past the job's length are dropped.
-    if (m_nStretchEnd >= 0) {
-        const int64_t target = std::llround(m_dOutBase + (m_nIn - m_dInBase) * m_dTime);
-        k = static_cast<int>(std::clamp<int64_t>(target - m_nOut, 0, k));
-    }
+    if (m_nStretchEnd >= 0)
+        k = static_cast<int>(std::clamp<int64_t>(Target() - m_nOut, 0, k));
     *produced += k;
     m_nOut += k;
     std::memmove(m_pStretch, m_pStretch + 2L * n, sizeof(float) * 2 * kHistory);
@@ -279,8 +281,7 @@ void CCrisp::Finish(float** out, int* produced) {
     std::fill(m_pHop[1], m_pHop[1] + hop, 0.0f);
     for (int pushed = 0; pushed < m_Resample.HalfLength() + 2; pushed += hop)
         Emit(out, produced, m_pHop[0], m_pHop[1], hop);
-    const int64_t target = std::llround(m_dOutBase + (m_nIn - m_dInBase) * m_dTime);
-    const int64_t pad = std::max<int64_t>(target - m_nOut, 0);
+    const int64_t pad = std::max<int64_t>(Target() - m_nOut, 0);
     std::fill(out[0] + *produced, out[0] + *produced + pad, 0.0f);
     std::fill(out[1] + *produced, out[1] + *produced + pad, 0.0f);
     *produced += static_cast<int>(pad);
@@ -322,10 +323,8 @@ int CCrisp::procMorvane(float** out, float** in, int count, bool last) {
             taken += accepted;
             if (taken == count && last) {
                 m_bFinal = true;
-                m_nStretchEnd =
-                    static_cast<int64_t>(std::ceil(
-                        std::llround(m_dOutBase + (m_nIn - m_dInBase) * m_dTime) * m_dPitch)) +
-                    m_Resample.HalfLength() + 2;
+                m_nStretchEnd = static_cast<int64_t>(std::ceil(Target() * m_dPitch)) +
+                                m_Resample.HalfLength() + 2;
             }
         }
         FeedDetector();

@@ -32,7 +32,7 @@ public:
     void SetSamplingRate(int rate);
     void StartToProcess();
     void SetActive(bool on);
-    void SetLowSound(float v); // only -1 turns it off, as in the splice engine
+    void SetLowSound(float v); // only -1 turns it off, as in the splice engine; at the next job
     void get_OverLevel(bool* over);
 
     // As the splice engine's procMorvane: count frames of in[0] and in[1], last on the block that
@@ -44,6 +44,8 @@ public:
 
 private:
     void Restart();
+    int64_t Target() const;                   // the job's output frames, for the input so far
+    double OutputCentre(int64_t frame) const; // of a synthesis frame
     void ApplyRates();
     void Gather(int64_t at, int n, float* left, float* right) const;
     const float* GatherMono(int64_t at, int n); // the channels' mean, into m_pMono
@@ -63,7 +65,8 @@ private:
     double m_dTime = 1, m_dPitch = 1;         // in force
     double m_dTimeNext = 1, m_dPitchNext = 1; // asked for
     bool m_bActive = true;
-    bool m_bOnsets = true;
+    bool m_bOnsets = true;     // in force
+    bool m_bOnsetsNext = true; // asked for
     bool m_bOver = false;
 
     // input: a ring of recent frames per channel
@@ -85,7 +88,6 @@ private:
 
     // resampler input: history, then new frames, then room for its flush
     float* m_pStretch = nullptr;
-    int m_nHistory = 0;
     int m_nStretchRoom = 0;
 
     // the job's output

@@ -96,6 +96,13 @@ TEST(CrispEngine, ChosenByTheHostAndTakenAtTheNextJob) {
     EXPECT_EQ(untouched.left,
               std::vector<float>(during.out.left.begin() + 44100, during.out.left.end()));
     EXPECT_EQ(crisp.left, Render(host, in, 1.5f).left);
+
+    // LowSound switched during a crisp job waits for the next: this one comes out whole
+    const auto switched =
+        HostJob::Run(host, in, 44100, Fixed(4096, 8192),
+                     {.before = [&](int pos) { host.Set(4, pos > 44100 ? -1.0f : 1.0f); }});
+    EXPECT_EQ(crisp.left,
+              std::vector<float>(switched.out.left.begin() + 44100, switched.out.left.end()));
 }
 
 // Each hit comes out once, where the time rate puts it, and as loud as it went in: a vocoder that
