@@ -110,9 +110,8 @@ std::string VstPlugin::NotMorvane() const {
         same = Text(effGetParamName, i) == kNames[i];
     if (same)
         return {};
-    std::string what = "\"" + Text(effGetEffectName) + "\"";
-    if (what == "\"\"")
-        what = "a plug-in";
+    const std::string name = Text(effGetEffectName);
+    std::string what = name.empty() ? std::string("a plug-in") : "\"" + name + "\"";
     if (const std::string vendor = Text(effGetVendorString); !vendor.empty())
         what += " by " + vendor;
     const bool offline = Dispatch(effGetPlugCategory) == kPlugCategOfflineProcess;

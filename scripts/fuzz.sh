@@ -12,10 +12,8 @@ targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=(FuzzBankLoader FuzzSetChunk FuzzVariableIo FuzzAudioFile)
 
 bash scripts/bootstrap.sh
-CXX=clang++-14 cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DMORVANE_FUZZ=ON -DMORVANE_SANITIZE=address,undefined -DMORVANE_BUILD_TESTS=OFF \
-    -DMORVANE_BUILD_BENCH=OFF >/dev/null
-cmake --build build-fuzz -j "$(nproc 2>/dev/null || echo 2)" --target "${targets[@]}"
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz -j "$(nproc 2>/dev/null || echo 2)" --target "${targets[@]}"
 
 export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0"
 corpus_of() {
