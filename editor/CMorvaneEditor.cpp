@@ -1,11 +1,13 @@
 #include "CMorvaneEditor.h"
 
-#include "AudioEffect.h"
+#include "AMorvane.h"
+#include "CMessageBox.h"
 #include "CResources.h"
 #include "CUIWindow.h"
 
-CMorvaneEditor::CMorvaneEditor(AudioEffect* effect) : AEffEditor(effect) {
+CMorvaneEditor::CMorvaneEditor(AMorvane* effect) : AEffEditor(effect) {
     effect->setEditor(this);
+    effect->SetView(this);
     RegisterBuiltInResources();
     // The size comes from the picture's header; it is decoded only when the panel first opens,
     // so that a host creating the effect (to scan it, or to render) pays nothing for the panel.
@@ -68,4 +70,18 @@ void CMorvaneEditor::idle() {
 void CMorvaneEditor::draw(ERect*) {
     if (m_pPanel)
         m_pPanel->SendMessage(WM_PAINT);
+}
+
+void CMorvaneEditor::ShowParameter(int index, float value) {
+    if (CUIWindow* panel = m_pPanel)
+        panel->UpdateControl(index, value);
+}
+
+void CMorvaneEditor::ShowProgramState() {
+    if (CUIWindow* panel = m_pPanel)
+        panel->UpdateModify();
+}
+
+void CMorvaneEditor::ShowMessage(const char* text) {
+    AfxMessageBox(text);
 }

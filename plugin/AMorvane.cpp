@@ -2,18 +2,13 @@
 
 #include <dlfcn.h>
 
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 
-#include "CMorvaneEditor.h"
 #include "CString.h"
-#include "CUIWindow.h"
-#include "CWinApp.h"
 #include "ParamRange.h"
 #include "PreferencesFolder.h"
-
-// The window layer's application object for this module.
-[[maybe_unused]] static CWinApp CInMorvane;
 
 AMorvaneProgram::AMorvaneProgram()
     : fValue{1.0f, ValToNormalizeValue(1, 1.0f), 1.0f, 1.0f, 1.0f}, szName("Empty"), nCurrent(0) {}
@@ -32,7 +27,6 @@ AMorvane::AMorvane(audioMasterCallback audioMaster)
     GetMy_SHFOLDER_PathName(); // once for the whole process
     programsAreChunks(true);
     canMono(false);
-    new CMorvaneEditor(this); // registers itself as the editor; the framework deletes it
     resume();
 }
 
@@ -117,11 +111,18 @@ VstIntPtr AMorvane::vendorSpecific(VstInt32 index, VstIntPtr value, void*, float
 }
 
 void AMorvane::EditorUpdate(int index, float value) {
-    if (auto* e = static_cast<CMorvaneEditor*>(editor); e && e->Panel())
-        e->Panel()->UpdateControl(index, value);
+    if (m_pView)
+        m_pView->ShowParameter(index, value);
 }
 
 void AMorvane::EditorModify() {
-    if (auto* e = static_cast<CMorvaneEditor*>(editor); e && e->Panel())
-        e->Panel()->UpdateModify();
+    if (m_pView)
+        m_pView->ShowProgramState();
+}
+
+void AMorvane::Tell(const char* text) {
+    if (m_pView)
+        m_pView->ShowMessage(text);
+    else
+        std::fprintf(stderr, "Morvane: %s\n", text);
 }

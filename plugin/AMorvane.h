@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "AMorvaneProgram.h"
+#include "AMorvaneView.h"
 #include "AudioEffectX.h"
 #include "CCrisp.h"
 #include "CCriticalSection.h"
@@ -53,6 +54,8 @@ public:
     VstInt32 getPlugCategory() override { return kPlugCategOfflineProcess; }
 
     // editor side
+    // The panel's side of the editor, attached by the editor when it is made.
+    void SetView(AMorvaneView* view) { m_pView = view; }
     float getParameterDisplayVal(int index);
     bool IsProgramChanged();
     void ProgramToInitial();
@@ -89,6 +92,7 @@ private:
     // The panel, when it is open: parameter changes and program changes show on it.
     void EditorUpdate(int index, float value);
     void EditorModify();
+    void Tell(const char* text);
     // To out[c] + at. With a gain, the samples are scaled on the way out and metered.
     void CopyFromFifo(float** out, int64_t at, int64_t frames, const float* gain = nullptr);
     void AppendToFifo(float* const* src, int64_t frames);
@@ -97,6 +101,7 @@ private:
     std::atomic<uint16_t> m_nProcessCount{0xFFFF};
     AMorvaneProgram m_Programs[kNumPrograms];
     CCriticalSection m_cs;
+    AMorvaneView* m_pView = nullptr;
     CMorvane m_Engine;
     CCrisp m_Crisp;
     // asked for by the host at any time; taken when a job starts

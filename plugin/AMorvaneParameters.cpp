@@ -108,7 +108,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
         m_fHost[3] = static_cast<float>(t);
         if (!WithinBound(m_fHost[2], m_fHost[3])) {
             std::puts("error1");
-            MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
+            Tell(LoadStringResource(kStrPitchTimeBound));
             m_fHost[3] = static_cast<float>(2.0 / m_fHost[2]);
             setParameter(3, static_cast<float>(2.0 / m_fHost[2]));
             return;
@@ -123,7 +123,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
         m_fHost[2] = static_cast<float>(p);
         if (!WithinBound(m_fHost[2], m_fHost[3])) {
             std::puts("error0");
-            MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
+            Tell(LoadStringResource(kStrPitchTimeBound));
             m_fHost[2] = static_cast<float>(2.0 / m_fHost[3]);
             setParameter(2, 2.0f); // the bound itself, which the host path lowers again
             return;
@@ -163,7 +163,7 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
         m_fHost[2] = static_cast<float>(p);
         if (!noCheck) {
             if (!WithinBound(m_fHost[2], m_fHost[3])) {
-                MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
+                Tell(LoadStringResource(kStrPitchTimeBound));
                 m_fHost[2] = static_cast<float>(2.0 / m_fHost[3]);
                 setParameter(2, 2.0f);
                 return;
@@ -178,7 +178,7 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
         m_fHost[3] = static_cast<float>(ClampRate(v / 100.0));
         if (!noCheck) {
             if (!WithinBound(m_fHost[2], m_fHost[3])) {
-                MorvaneMessageBox(LoadStringResource(kStrPitchTimeBound));
+                Tell(LoadStringResource(kStrPitchTimeBound));
                 m_fHost[3] = static_cast<float>(2.0 / m_fHost[2]);
                 setParameter(3, static_cast<float>(2.0 / m_fHost[2]));
                 return;

@@ -225,7 +225,7 @@ bool AMorvane::SaveProgram(int destination, const char* name) {
             unlink(temp.c_str());
     }
     if (!ok)
-        MorvaneMessageBox(LoadStringResource(kStrBankNotWritten));
+        Tell(LoadStringResource(kStrBankNotWritten));
     if (audioMaster)
         updateDisplay();
     return ok;

@@ -1,8 +1,17 @@
 // The exported entry point. Linux hosts look for VSTPluginMain, and many fall back to "main".
 #include "AMorvane.h"
+#include "CMorvaneEditor.h"
+#include "CWinApp.h"
+
+// The window layer's application object for this module.
+[[maybe_unused]] static CWinApp CInMorvane;
 
 AudioEffect* createEffectInstance(audioMasterCallback audioMaster) {
-    return audioMaster ? new AMorvane(audioMaster) : nullptr;
+    if (!audioMaster)
+        return nullptr;
+    auto* effect = new AMorvane(audioMaster);
+    new CMorvaneEditor(effect); // attaches itself; the effect deletes it
+    return effect;
 }
 
 extern "C" {

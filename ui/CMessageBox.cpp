@@ -119,7 +119,3 @@ int AfxMessageBox(const char* text, UINT) {
 int AfxMessageBox(UINT idString, UINT type) {
     return AfxMessageBox(LoadStringResource(static_cast<int>(idString)), type);
 }
-
-void MorvaneMessageBox(const char* text) {
-    AfxMessageBox(text);
-}
