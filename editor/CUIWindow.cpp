@@ -11,7 +11,10 @@
 #include "CMorvaneEditor.h"
 #include "CPresetSaveDlg.h"
 #include "CSjis.h"
+#include "MorvaneParameters.h"
 #include "ParamRange.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -23,8 +26,7 @@ constexpr float kFloor = -38.0f, kCeiling = 6.0f;
 float MeterDb(float linear) {
     if (!(linear > 0))
         return kFloor;
-    return std::clamp(static_cast<float>(6.0 * (std::log(linear) / 0.6931471805599453)), kFloor,
-                      kCeiling);
+    return std::clamp(static_cast<float>(GainToDb(linear)), kFloor, kCeiling);
 }
 
 } // namespace
@@ -89,24 +91,24 @@ int CUIWindow::OnCreate(LPCREATESTRUCT cs) {
                log, false, false, false, &CUIWindow::ControlCallback, this);
     };
     float outMin = 0, outMax = 1;
-    slider(m_sldPitch, CRect(184, 47, 200, 178), m_rcPitch, m_bmpTrack, m_bmpKnob, -1200, 1200,
-           kPitchSlider, false);
-    m_sldPitch.SetValue(effect->getParameterDisplayVal(2), nullptr, false);
-    slider(m_sldTime, CRect(266, 47, 282, 178), m_rcTime, m_bmpTrack, m_bmpKnob, 50, 200,
-           kTimeSlider, false);
-    m_sldTime.SetValue(effect->getParameterDisplayVal(3), nullptr, false);
+    slider(m_sldPitch, CRect(184, 47, 200, 178), m_rcPitch, m_bmpTrack, m_bmpKnob, kCentsMin,
+           kCentsMax, kPitchSlider, false);
+    m_sldPitch.SetValue(effect->getParameterDisplayVal(kPitch), nullptr, false);
+    slider(m_sldTime, CRect(266, 47, 282, 178), m_rcTime, m_bmpTrack, m_bmpKnob, kPercentMin,
+           kPercentMax, kTimeSlider, false);
+    m_sldTime.SetValue(effect->getParameterDisplayVal(kTime), nullptr, false);
     slider(m_sldOutput, CRect(403, 45, 419, 178), m_rcOutput, m_bmpOutTrack, m_bmpOutKnob, outMin,
            outMax, kOutputSlider, true);
-    m_sldOutput.SetValue(effect->getParameter(1), nullptr, false);
+    m_sldOutput.SetValue(effect->getParameter(kOutput), nullptr, false);
 
     CRect empty;
     CRect onOff(23, 7, 52, 27), low(99, 118, 113, 130), copy(64, 10, 89, 27);
     m_swOnOff.Make(onOff, this, &m_bmpOnOffOff, &m_bmpOnOffOn, kOnOffSwitch, empty, false, nullptr,
                    &CUIWindow::ControlCallback, this);
-    m_swOnOff.SetValue(static_cast<int>(effect->getParameter(0)), false);
+    m_swOnOff.SetValue(static_cast<int>(effect->getParameter(kOnOff)), false);
     m_swLowSound.Make(low, this, &m_bmpLowOff, &m_bmpLowOn, kLowSoundSwitch, empty, false, nullptr,
                       &CUIWindow::ControlCallback, this);
-    m_swLowSound.SetValue(static_cast<int>(effect->getParameter(4)), false);
+    m_swLowSound.SetValue(static_cast<int>(effect->getParameter(kLowSound)), false);
     m_swCopy.Make(copy, this, &m_bmpCopyOff, &m_bmpCopyOn, kCopySwitch, empty, false, nullptr,
                   &CUIWindow::ControlCallback, this);
 
@@ -228,19 +230,19 @@ void CUIWindow::ChangeControl(int id, float value, int flag) {
     AMorvane* effect = Effect();
     switch (id) {
     case kPitchSlider:
-        effect->setParameterFormUI(2, value, flag);
+        effect->setParameterFormUI(kPitch, value, flag);
         break;
     case kTimeSlider:
-        effect->setParameterFormUI(3, value, flag);
+        effect->setParameterFormUI(kTime, value, flag);
         break;
     case kLowSoundSwitch:
-        effect->setParameterFormUI(4, value, 0);
+        effect->setParameterFormUI(kLowSound, value, 0);
         break;
     case kOutputSlider:
-        effect->setParameterFormUI(1, value, 0);
+        effect->setParameterFormUI(kOutput, value, 0);
         break;
     case kOnOffSwitch:
-        effect->setParameterFormUI(0, value, 0);
+        effect->setParameterFormUI(kOnOff, value, 0);
         if (GetKeyState(VK_SHIFT) < 0)
             effect->ProgramToFactory();
         else if (GetKeyState(VK_CONTROL) < 0)
@@ -260,17 +262,17 @@ void CUIWindow::OnLButtonDown(UINT, CPoint point) {
     AMorvane* effect = Effect();
     CClientDC dc(this);
     if (m_rcPitch.PtInRect(point)) {
-        ShowEdit(static_cast<int>(effect->getParameterDisplayVal(2) * 10), -12000, 12000, true, 6,
-                 m_rcPitch, kPitchEdit);
+        ShowEdit(static_cast<int>(effect->getParameterDisplayVal(kPitch) * 10), -12000, 12000, true,
+                 6, m_rcPitch, kPitchEdit);
     } else if (m_rcTime.PtInRect(point)) {
         m_editWnd.Edit().SetFloatPoint(2);
         // the editor's range stops at 150.00; the value check on return allows 200: kept so
-        ShowEdit(static_cast<int>(effect->getParameterDisplayVal(3) * 100), 5000, 15000, false, 6,
-                 m_rcTime, kTimeEdit);
+        ShowEdit(static_cast<int>(effect->getParameterDisplayVal(kTime) * 100), 5000, 15000, false,
+                 6, m_rcTime, kTimeEdit);
     } else if (m_rcOutput.PtInRect(point)) {
         float min = 0, max = 0;
-        GetParamMinMax(1, &min, &max);
-        ShowEdit(static_cast<int>(effect->getParameterDisplayVal(1) * 10),
+        GetParamMinMax(kOutput, &min, &max);
+        ShowEdit(static_cast<int>(effect->getParameterDisplayVal(kOutput) * 10),
                  static_cast<int>(min * 10), static_cast<int>(max * 10), true, 4, m_rcOutput,
                  kOutputEdit);
     } else if (m_sldTime.PtInSwitch(point)) {
@@ -383,18 +385,19 @@ LRESULT CUIWindow::OnInputValReturn(WPARAM, LPARAM) {
     case kOutputEdit: {
         v += n >= 0 ? 0.005f : -0.005f;
         float min = 0, max = 0;
-        GetParamMinMax(1, &min, &max);
-        effect->setParameterFromDiaplay(1, std::clamp(v, min, max));
+        GetParamMinMax(kOutput, &min, &max);
+        effect->setParameterFromDiaplay(kOutput, std::clamp(v, min, max));
         break;
     }
     case kTimeEdit:
-        effect->setParameterFromDiaplay(3,
-                                        std::clamp(static_cast<float>(n / 100.0), 50.0f, 200.0f));
+        effect->setParameterFromDiaplay(kTime, std::clamp(static_cast<float>(n / 100.0),
+                                                          static_cast<float>(kPercentMin),
+                                                          static_cast<float>(kPercentMax)));
         break;
     case kPitchEdit:
-        if (v < -1200 || v > 1200)
-            v = 1200; // below the range too: deliberate, and kept
-        effect->setParameterFromDiaplay(2, v);
+        if (v < kCentsMin || v > kCentsMax)
+            v = kCentsMax; // below the range too: deliberate, and kept
+        effect->setParameterFromDiaplay(kPitch, v);
         break;
     default:
         break;
@@ -419,22 +422,22 @@ void CUIWindow::UpdateControl(int index, float value) {
     }
     CClientDC dc(this);
     switch (index) {
-    case 0:
+    case kOnOff:
         if (m_swOnOff.IsEnabled()) {
             m_swOnOff.SetValue(static_cast<int>(value), false);
             m_swOnOff.DrawSwitch(&dc);
         }
         break;
-    case 1:
+    case kOutput:
         m_sldOutput.SetValue(value, &dc, false);
         break;
-    case 2:
+    case kPitch:
         m_sldPitch.SetValue(value, &dc, false);
         break;
-    case 3:
+    case kTime:
         m_sldTime.SetValue(value, &dc, false);
         break;
-    case 4:
+    case kLowSound:
         if (m_swLowSound.IsEnabled()) {
             m_swLowSound.SetValue(static_cast<int>(value), false);
             m_swLowSound.DrawSwitch(&dc);

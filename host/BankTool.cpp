@@ -8,6 +8,7 @@
 
 #include "BankFile.h"
 #include "CFile.h"
+#include "MorvaneParameters.h"
 #include "RenderJob.h"
 
 namespace {
@@ -71,17 +72,18 @@ void BankTool::Write(const std::string& path) {
 }
 
 void BankTool::List(const std::string& path) {
+    using namespace MorvaneParameters;
     Load(path);
     const int programs = m_plugin.Effect()->numPrograms;
     for (int i = 0; i < programs; ++i) {
         // Pitch is applied before time: the lowest time rate first leaves room for any pitch.
-        m_plugin.SetParameter(3, 0.5f);
+        m_plugin.SetParameter(kTime, static_cast<float>(kRateMin));
         m_plugin.Dispatch(effSetProgram, 0, i);
         std::printf("%3d  %-24s time %8s %%  pitch %8s cent  level %6s dB\n", i + 1,
                     m_plugin.Text(effGetProgramName).c_str(),
-                    m_plugin.Text(effGetParamDisplay, 3).c_str(),
-                    m_plugin.Text(effGetParamDisplay, 2).c_str(),
-                    m_plugin.Text(effGetParamDisplay, 1).c_str());
+                    m_plugin.Text(effGetParamDisplay, kTime).c_str(),
+                    m_plugin.Text(effGetParamDisplay, kPitch).c_str(),
+                    m_plugin.Text(effGetParamDisplay, kOutput).c_str());
     }
 }
 

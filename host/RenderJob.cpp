@@ -15,9 +15,12 @@
 #include "CAsyncReader.h"
 #include "CAsyncWriter.h"
 #include "MorvaneEngine.h"
+#include "MorvaneParameters.h"
 #include "OutputFormat.h"
 #include "SettingText.h"
 #include "VstPlugin.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -100,15 +103,15 @@ std::string RenderSettings::BoundAdvice(double time, double cents, bool timeGive
 }
 
 void RenderSettings::Validate() const {
-    if (!(timePercent >= 50.0 && timePercent <= 200.0))
+    if (!(timePercent >= kPercentMin && timePercent <= kPercentMax))
         throw UsageError("time must be 50 to 200 percent (0.5 to 2 as a ratio)");
-    if (!(pitchCents >= -1200.0 && pitchCents <= 1200.0))
+    if (!(pitchCents >= kCentsMin && pitchCents <= kCentsMax))
         throw UsageError(pitchInSemitones ? "pitch must be -12 to +12 semitones"
                                           : "pitch must be -1200 to +1200 cents");
-    // the plug-in keeps pitch rate x time rate at or below 2 and would lower one of them
-    if (static_cast<float>(TimeRate()) * static_cast<float>(PitchRate()) > 2.0f + 1e-6f)
+    // the plug-in would lower one of the rates silently to keep the bound
+    if (!WithinBound(static_cast<float>(PitchRate()), static_cast<float>(TimeRate())))
         throw UsageError("time x pitch above 2: " + BoundAdvice(timePercent, pitchCents, true));
-    if (!(outputDb >= -59.79 && outputDb <= 6.0))
+    if (!(outputDb >= GainToDb(kGainMin) && outputDb <= GainToDb(kGainMax)))
         throw UsageError("output level must be -59.79 to +6 dB (6 dB per doubling of gain)");
     if (blockSize < 1 || blockSize > (1 << 22))
         throw UsageError("block size must be 1 to 4194304 frames");
@@ -121,11 +124,12 @@ void RenderSettings::ChooseEngine(const VstPlugin& p, int engine) {
 }
 
 std::string RenderSettings::Describe(const VstPlugin& p, int program) {
-    const double gain = 0.001 + p.GetParameter(1) * (2.0 - 0.001);
-    std::string text = "time " + SettingText::Number(p.GetParameter(3) * 100.0) + " %, pitch " +
-                       SettingText::Number(1200.0 * std::log2(p.GetParameter(2)), true) +
+    const double gain = HostToGain(p.GetParameter(kOutput));
+    std::string text = "time " + SettingText::Number(p.GetParameter(kTime) * 100.0) + " %, pitch " +
+                       SettingText::Number(1200.0 * std::log2(p.GetParameter(kPitch)), true) +
                        " cents, level " + SettingText::Number(6.0 * std::log2(gain), true) +
-                       " dB, LowSound " + (p.GetParameter(4) == -1.0f ? "off" : "on");
+                       " dB, LowSound " +
+                       (p.GetParameter(kLowSound) == kLowSoundOff ? "off" : "on");
     const VstIntPtr engine =
         p.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
     if (engine == MorvaneEngine::kSplice || engine == MorvaneEngine::kCrisp)
@@ -183,9 +187,9 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         p.Dispatch(effSetProgram, 0, m_settings.program - 1);
         // The program's own rate with the user's other one may break the bound, which the
         // plug-in would keep by lowering one of them silently.
-        const double time = m_settings.hasTime ? m_settings.TimeRate() : p.GetParameter(3);
-        const double pitch = m_settings.hasPitch ? m_settings.PitchRate() : p.GetParameter(2);
-        if (static_cast<float>(time) * static_cast<float>(pitch) > 2.0f + 1e-6f) {
+        const double time = m_settings.hasTime ? m_settings.TimeRate() : p.GetParameter(kTime);
+        const double pitch = m_settings.hasPitch ? m_settings.PitchRate() : p.GetParameter(kPitch);
+        if (!WithinBound(static_cast<float>(pitch), static_cast<float>(time))) {
             const std::string name = p.Text(effGetProgramNameIndexed, m_settings.program - 1);
             const double cents = 1200.0 * std::log2(pitch);
             const bool timeGiven = m_settings.hasTime;
@@ -199,27 +203,25 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
                              "): " + m_settings.BoundAdvice(time * 100, cents, timeGiven));
         }
     }
-    p.SetParameter(0, 1.0f);
+    p.SetParameter(kOnOff, 1.0f);
     // Time before pitch, so that a lower time rate makes room for a higher pitch.
     if (m_settings.hasTime)
-        p.SetParameter(3, static_cast<float>(m_settings.TimeRate()));
+        p.SetParameter(kTime, static_cast<float>(m_settings.TimeRate()));
     if (m_settings.hasPitch)
-        p.SetParameter(2, static_cast<float>(m_settings.PitchRate()));
-    if (m_settings.hasLevel) {
-        // Normalised over a gain of 0.001 to 2 as the plug-in converts it (its range is a
-        // float), so that 0 dB comes back as a gain of exactly 1 and unit rates return the
-        // input to the bit.
-        const float gain = static_cast<float>(std::pow(2.0, m_settings.outputDb / 6.0));
-        const float range = static_cast<float>(2.0 - 0.001);
-        p.SetParameter(1, static_cast<float>((gain - 0.001) / range));
-    }
-    // The plug-in turns its LowSound option off only for -1; 0 and 1 both leave it on.
+        p.SetParameter(kPitch, static_cast<float>(m_settings.PitchRate()));
+    // As the plug-in converts it, so that 0 dB comes back as a gain of exactly 1 and unit rates
+    // return the input to the bit.
+    if (m_settings.hasLevel)
+        p.SetParameter(kOutput,
+                       GainToHost(static_cast<float>(std::pow(2.0, m_settings.outputDb / 6.0))));
     if (m_settings.hasLowSound)
-        p.SetParameter(4, m_settings.lowSound ? 1.0f : -1.0f);
+        p.SetParameter(kLowSound, m_settings.lowSound ? kLowSoundOn : kLowSoundOff);
     // The plug-in lowers a rate silently to keep time x pitch at or below 2: a program's rate
     // with the user's other one may not fit.
-    if ((m_settings.hasTime && p.GetParameter(3) != static_cast<float>(m_settings.TimeRate())) ||
-        (m_settings.hasPitch && p.GetParameter(2) != static_cast<float>(m_settings.PitchRate())))
+    if ((m_settings.hasTime &&
+         p.GetParameter(kTime) != static_cast<float>(m_settings.TimeRate())) ||
+        (m_settings.hasPitch &&
+         p.GetParameter(kPitch) != static_cast<float>(m_settings.PitchRate())))
         throw UsageError("time x pitch above 2 with program " + std::to_string(m_settings.program));
     return Process(p, *reader, output, progress);
 }
@@ -244,7 +246,7 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     const int rate = reader.SampleRate();
     const sf_count_t total = reader.Frames();
     // the rate the plug-in holds, which a program may have set
-    const double timeRate = p.GetParameter(3);
+    const double timeRate = p.GetParameter(kTime);
     const sf_count_t target = static_cast<sf_count_t>(std::llround(total * timeRate));
     const sf_count_t latency = m_settings.keepLatency ? 0 : p.Effect()->initialDelay;
     const sf_count_t length = target + (m_settings.keepLatency ? p.Effect()->initialDelay : 0);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CFileType.h"
+#include "MorvaneParameters.h"
 
 namespace {
 
@@ -103,11 +104,11 @@ float VstPlugin::GetParameter(int index) const {
 }
 
 std::string VstPlugin::NotMorvane() const {
-    static const char* const kNames[] = {"ON/OFF", "Output", "Pitch", "Time", "LowSound"};
-    bool same = m_effect->numParams == 5 && m_effect->numInputs == 2 &&
+    using MorvaneParameters::kCount;
+    bool same = m_effect->numParams == kCount && m_effect->numInputs == 2 &&
                 Dispatch(effGetPlugCategory) == kPlugCategOfflineProcess;
-    for (int i = 0; same && i < 5; ++i)
-        same = Text(effGetParamName, i) == kNames[i];
+    for (int i = 0; same && i < kCount; ++i)
+        same = Text(effGetParamName, i) == MorvaneParameters::kNames[i];
     if (same)
         return {};
     const std::string name = Text(effGetEffectName);

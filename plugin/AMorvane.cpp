@@ -7,17 +7,16 @@
 #include <mutex>
 
 #include "CString.h"
+#include "MorvaneParameters.h"
 #include "ParamRange.h"
 #include "PreferencesFolder.h"
 
-AMorvaneProgram::AMorvaneProgram()
-    : fValue{1.0f, ValToNormalizeValue(1, 1.0f), 1.0f, 1.0f, 1.0f}, szName("Empty"), nCurrent(0) {}
-
 AMorvane::AMorvane(audioMasterCallback audioMaster)
     : AudioEffectX(audioMaster, kNumPrograms, kNumParams) {
-    m_fHost[0] = 1.0f;
-    m_fHost[1] = ValToNormalizeValue(1, 1.0f);
-    m_fHost[2] = m_fHost[3] = m_fHost[4] = 1.0f;
+    using namespace MorvaneParameters;
+    m_fHost[kOnOff] = 1.0f;
+    m_fHost[kOutput] = ValToNormalizeValue(kOutput, 1.0f);
+    m_fHost[kPitch] = m_fHost[kTime] = m_fHost[kLowSound] = 1.0f;
     m_fPercent = 1.0f;
     setSampleRate(44100);
     setNumInputs(2);
@@ -56,15 +55,15 @@ void AMorvane::open() {
 
 void AMorvane::suspend() {
     Engines([](auto& e) { e.SetActive(false); });
-    m_fHost[0] = 0.0f;
-    EditorUpdate(0, 0.0f);
+    m_fHost[MorvaneParameters::kOnOff] = 0.0f;
+    EditorUpdate(MorvaneParameters::kOnOff, 0.0f);
     m_nConsumed = 0;
 }
 
 void AMorvane::resume() {
     Engines([](auto& e) { e.SetActive(true); });
-    m_fHost[0] = 1.0f;
-    EditorUpdate(0, 1.0f);
+    m_fHost[MorvaneParameters::kOnOff] = 1.0f;
+    EditorUpdate(MorvaneParameters::kOnOff, 1.0f);
     AudioEffectX::resume();
 }
 

@@ -10,13 +10,14 @@
 #include "CCriticalSection.h"
 #include "CMorvane.h"
 #include "MorvaneEngine.h"
+#include "MorvaneParameters.h"
 
 // The effect the host drives: an offline time-stretch and pitch-shift that works only in the
 // variable-I/O call. Five parameters, 64 programs, a fixed announced delay of 44100 frames.
 class AMorvane : public AudioEffectX {
 public:
     static constexpr int kNumPrograms = 64;
-    static constexpr int kNumParams = 5;
+    static constexpr int kNumParams = MorvaneParameters::kCount;
     static constexpr VstInt32 kInitialDelay = 44100;
 
     explicit AMorvane(audioMasterCallback audioMaster);

@@ -2,28 +2,37 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
+#include "MorvaneParameters.h"
+
+using namespace MorvaneParameters;
+
+// The Pitch row's range is in cents and the Time row's a rate, as the table has always held
+// them; only the Output row is used for a conversion.
 const ParamMinMax AutomateParamMinMax_Tbl[6] = {
-    {0.0, 1.0, 1.0, 1},        // ON/OFF
-    {0.001, 2.0, 1.0, 0},      // Output, linear gain
-    {-1200.0, 1200.0, 0.0, 0}, // Pitch, cents
-    {0.5, 2.0, 1.0, 0},        // Time, rate
-    {0.0, 1.0, 1.0, 0},        // LowSound
-    {0.0, 0.0, 0.0, 0},
+    {0.0, 1.0, 1.0, 1},             // ON/OFF
+    {kGainMin, kGainMax, 1.0, 0},   // Output, linear gain
+    {kCentsMin, kCentsMax, 0.0, 0}, // Pitch, cents
+    {kRateMin, kRateMax, 1.0, 0},   // Time, rate
+    {0.0, 1.0, 1.0, 0},             // LowSound
+    {0.0, 0.0, 0.0, 0},             // a sixth row no parameter uses, kept with the table
 };
-
-const double kLn2 = 0.6931471805599453;
 
 namespace {
 
+bool InTable(int index) {
+    return index >= 0 && index < static_cast<int>(std::size(AutomateParamMinMax_Tbl));
+}
+
 float Level(double gain) {
-    return static_cast<float>(std::clamp(std::log(gain) / kLn2 * 6, -100.0, 6.0));
+    return static_cast<float>(std::clamp(GainToDb(gain), kLevelMinDb, kLevelMaxDb));
 }
 
 } // namespace
 
 float ValToNormalizeValue(int index, float value) {
-    if (index < 0 || index > 5)
+    if (!InTable(index))
         return 0;
     const ParamMinMax& row = AutomateParamMinMax_Tbl[index];
     const float range = static_cast<float>(row.dMax - row.dMin);
@@ -34,7 +43,7 @@ float ValToNormalizeValue(int index, float value) {
 }
 
 float NormalizeValToInternalVal(int index, float normalised) {
-    if (index < 0 || index > 5)
+    if (!InTable(index))
         return 0;
     const ParamMinMax& row = AutomateParamMinMax_Tbl[index];
     const float range = static_cast<float>(row.dMax - row.dMin);
@@ -47,16 +56,16 @@ float NormalizeValToInternalVal(int index, float normalised) {
     if (v != v)
         v = row.dMin; // a NaN from a host reads as the bottom of the range
     v = v < row.dMin ? row.dMin : v > row.dMax ? row.dMax : v;
-    if (index == 1)
+    if (index == kOutput)
         return Level(v);
     return static_cast<float>(v);
 }
 
 void GetParamMinMax(int index, float* min, float* max) {
-    if (index < 0 || index > 5)
+    if (!InTable(index))
         return;
     const ParamMinMax& row = AutomateParamMinMax_Tbl[index];
-    if (index == 1) {
+    if (index == kOutput) {
         *min = Level(row.dMin);
         *max = Level(row.dMax);
     } else {

@@ -12,8 +12,6 @@ struct ParamMinMax {
 };
 extern const ParamMinMax AutomateParamMinMax_Tbl[6];
 
-extern const double kLn2; // ln 2, set at load
-
 float ValToNormalizeValue(int index, float value);
 float NormalizeValToInternalVal(int index, float normalised);
 void GetParamMinMax(int index, float* min, float* max);

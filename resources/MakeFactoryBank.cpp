@@ -11,10 +11,10 @@
 #include "AMorvaneProgram.h"
 #include "BankFile.h"
 #include "CFile.h"
+#include "MorvaneParameters.h"
 #include "ParamRange.h"
 
-AMorvaneProgram::AMorvaneProgram()
-    : fValue{1.0f, ValToNormalizeValue(1, 1.0f), 1.0f, 1.0f, 1.0f}, szName("Empty"), nCurrent(0) {}
+using namespace MorvaneParameters;
 
 int main(int argc, char** argv) {
     if (argc != 3) {
@@ -40,15 +40,16 @@ int main(int argc, char** argv) {
         }
         const double t = std::stod(time) / 100, p = std::pow(2.0, std::stod(cents) / 1200);
         const double gain = std::pow(2.0, std::stod(level) / 6);
-        if (name.size() > 23 || t < 0.5 || t > 2 || p < 0.5 || p > 2 ||
-            static_cast<float>(t) * static_cast<float>(p) > 2.0f || gain < 0.001 || gain > 2) {
+        if (name.size() > 23 || t < kRateMin || t > kRateMax || p < kRateMin || p > kRateMax ||
+            !WithinBound(static_cast<float>(p), static_cast<float>(t)) || gain < kGainMin ||
+            gain > kGainMax) {
             std::fprintf(stderr, "%s:%d: out of range or name over 23 bytes\n", argv[1], number);
             return 1;
         }
         AMorvaneProgram program;
-        program.fValue[1] = ValToNormalizeValue(1, static_cast<float>(gain));
-        program.fValue[2] = static_cast<float>(p);
-        program.fValue[3] = static_cast<float>(t);
+        program.fValue[kOutput] = ValToNormalizeValue(kOutput, static_cast<float>(gain));
+        program.fValue[kPitch] = static_cast<float>(p);
+        program.fValue[kTime] = static_cast<float>(t);
         std::memset(program.szName, 0, sizeof(program.szName));
         std::memcpy(program.szName, name.data(), name.size());
         bank.push_back(program);

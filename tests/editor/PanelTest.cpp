@@ -15,8 +15,11 @@
 #include <thread>
 #include <vector>
 
+#include "MorvaneParameters.h"
 #include "support/PluginHost.h"
 #include "support/XSession.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -137,17 +140,17 @@ TEST_F(Panel, SlidersDraggedChangeWhatTheHostReads) {
         Idle();
     };
     drag(192, 47 + 65, 30); // pitch, from 0 cents up past the top
-    EXPECT_EQ(2.0f, host.Get(2));
+    EXPECT_EQ(2.0f, host.Get(kPitch));
     EXPECT_EQ("1200.0", Shown(2));
     drag(274, 47 + 65, 200); // time, down past the bottom
-    EXPECT_EQ(0.5f, host.Get(3));
+    EXPECT_EQ(0.5f, host.Get(kTime));
     EXPECT_EQ("50.00", Shown(3));
     drag(411, 45 + 70, 46); // output, to the top of its logarithmic travel: +6 dB
-    EXPECT_EQ(1.0f, host.Get(1));
+    EXPECT_EQ(1.0f, host.Get(kOutput));
     EXPECT_EQ("6.0", Shown(1));
     // a host's own change moves the control: the pitch knob leaves the top
     const std::vector<uint32_t> before = Screen();
-    host.Set(2, 1.0f);
+    host.Set(kPitch, 1.0f);
     Idle();
     const std::vector<uint32_t> after = Screen();
     int moved = 0;
@@ -160,9 +163,9 @@ TEST_F(Panel, SlidersDraggedChangeWhatTheHostReads) {
 TEST_F(Panel, TypedValuesArriveInTheUnitsTheReadOutsShow) {
     Type(192, 193, "-130");
     EXPECT_EQ("-130.0", Shown(2));
-    EXPECT_NEAR(std::pow(2.0, -130 / 1200.0), host.Get(2), 1e-5);
+    EXPECT_NEAR(std::pow(2.0, -130 / 1200.0), host.Get(kPitch), 1e-5);
     Type(274, 193, "250"); // past the field's range: 200 % is stored
-    EXPECT_EQ(2.0f, host.Get(3));
+    EXPECT_EQ(2.0f, host.Get(kTime));
     EXPECT_EQ("200.00", Shown(3));
     Type(421, 193, "-0.5");
     EXPECT_EQ("-0.5", Shown(1));
@@ -175,8 +178,8 @@ TEST_F(Panel, TypedValuesArriveInTheUnitsTheReadOutsShow) {
     Idle();
     WhileModal([&] { person.Tap(XK_Return); }, [&] { person.Tap(XK_Return); });
     EXPECT_EQ("error0\n", testing::internal::GetCapturedStdout());
-    EXPECT_FLOAT_EQ(1.0f, host.Get(2)) << "lowered to 2 / 2.0";
-    EXPECT_EQ(2.0f, host.Get(3));
+    EXPECT_FLOAT_EQ(1.0f, host.Get(kPitch)) << "lowered to 2 / 2.0";
+    EXPECT_EQ(2.0f, host.Get(kTime));
 }
 
 TEST_F(Panel, CopyMenuLampRevertAndSave) {
@@ -209,7 +212,7 @@ TEST_F(Panel, CopyMenuLampRevertAndSave) {
                });
     EXPECT_EQ(1, host.Dispatch(effGetProgram));
     EXPECT_EQ("Slower", host.Text(effGetProgramName));
-    EXPECT_EQ(1.25f, host.Get(3));
+    EXPECT_EQ(1.25f, host.Get(kTime));
     const std::string bank = std::string(std::getenv("XDG_CONFIG_HOME")) + "/Morvane.fxb";
     std::ifstream in(bank, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(in), {}};

@@ -8,6 +8,9 @@
 
 #include "FuzzEffect.h"
 #include "MorvaneEngine.h"
+#include "MorvaneParameters.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -42,10 +45,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t setup = b.Take(1);
     if (setup & 0x80) // now and then another sample rate
         effect->setSampleRate(static_cast<float>(8000 + b.Take(2) * 3));
-    effect->setParameter(3, 0.4f + b.Take(1) / 150.0f); // a little beyond 0.5 .. 2 either side
-    effect->setParameter(2, 0.4f + b.Take(1) / 150.0f);
-    effect->setParameter(1, b.Take(1) / 255.0f);
-    effect->setParameter(0, (setup & 1) ? 1.0f : 0.0f);
+    effect->setParameter(kTime, 0.4f + b.Take(1) / 150.0f); // a little beyond 0.5 .. 2 either side
+    effect->setParameter(kPitch, 0.4f + b.Take(1) / 150.0f);
+    effect->setParameter(kOutput, b.Take(1) / 255.0f);
+    effect->setParameter(kOnOff, (setup & 1) ? 1.0f : 0.0f);
     effect->vendorSpecific(MorvaneEngine::kTag,
                            (setup & 4) ? MorvaneEngine::kCrisp : MorvaneEngine::kSplice, nullptr,
                            0);

@@ -250,6 +250,8 @@ TEST_F(Host, BadInputGivesOneLineAnExitCodeAndNoFile) {
              {P("ok.wav") + " " + P("o2.m4a"), 2, "cannot write .m4a"},
              {P("three.wav") + " " + P("o3.wav"), 3, "3 channels"},
              {"-t 150 -p 600 " + P("ok.wav") + " " + P("o4.wav"), 2, "time x pitch above 2"},
+             // 2 x 1.0000002f passes 2 in float, where the plug-in judges it
+             {"-t 200 -p 0.0005 " + P("ok.wav") + " " + P("o4.wav"), 2, "above 2: at time 200 %"},
              {"-t 300 " + P("ok.wav") + " " + P("o5.wav"), 2, "50 to 200"},
              {"-p 1300 " + P("ok.wav") + " " + P("o6.wav"), 2, "-1200"},
              {"-l 9 " + P("ok.wav") + " " + P("o7.wav"), 2, "output level"},

@@ -10,7 +10,10 @@
 
 #include "AMorvane.h"
 #include "MorvaneEngine.h"
+#include "MorvaneParameters.h"
 #include "support/Signals.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 std::atomic<bool> gCounting{false};
@@ -54,8 +57,8 @@ TEST(Allocation, NoneWhileProcessing) {
             AMorvane e(Host);
             e.open();
             e.vendorSpecific(MorvaneEngine::kTag, engine, nullptr, 0);
-            e.setParameter(3, time);
-            e.setParameter(2, time > 1.0f ? 0.9f : 1.3f);
+            e.setParameter(kTime, time);
+            e.setParameter(kPitch, time > 1.0f ? 0.9f : 1.3f);
             e.startProcess();
             e.setTotalSampleToProcess(N);
             std::vector<float> o0(400000), o1(400000);

@@ -10,8 +10,11 @@
 #include <vector>
 
 #include "MorvaneEngine.h"
+#include "MorvaneParameters.h"
 #include "support/PluginHost.h"
 #include "support/Signals.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -23,7 +26,7 @@ TEST_P(Concurrency, ParametersFromAnotherThreadDuringAJob) {
     host.Dispatch(effOpen);
     host.Dispatch(effSetSampleRate, 0, 0, nullptr, 44100);
     host.Dispatch(effMainsChanged, 0, 1);
-    host.Set(3, 1.25f);
+    host.Set(kTime, 1.25f);
     const auto in = Signals::Split(Signals::Music(44100 * 4, 44100));
     const int N = static_cast<int>(in.size());
 
@@ -34,10 +37,10 @@ TEST_P(Concurrency, ParametersFromAnotherThreadDuringAJob) {
         char text[256];
         void* chunk = nullptr;
         for (int i = 0; !done; ++i) {
-            host.Set(1, 0.4f + 0.1f * (i % 2));
+            host.Set(kOutput, 0.4f + 0.1f * (i % 2));
             host.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
-            host.Set(3, 1.25f); // the rate the job has: both engines take it under their locks
-            host.Set(4, 1.0f);
+            host.Set(kTime, 1.25f); // the rate the job has: both engines take it under their locks
+            host.Set(kLowSound, 1.0f);
             for (int p = 0; p < 5; ++p) {
                 host.Dispatch(effGetParamDisplay, p, 0, text);
                 host.Get(p);

@@ -7,8 +7,11 @@
 #include <vector>
 
 #include "MorvaneEngine.h"
+#include "MorvaneParameters.h"
 #include "support/HostJob.h"
 #include "support/Signals.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -21,8 +24,8 @@ VstIntPtr Choose(PluginHost& host, int value, VstInt32 tag = MorvaneEngine::kTag
 
 Planar Render(PluginHost& host, const Planar& in, float time, float pitch = 1.0f) {
     host.Dispatch(effMainsChanged, 0, 0); // suspended between jobs, as hosts do
-    host.Set(3, time);
-    host.Set(2, pitch);
+    host.Set(kTime, time);
+    host.Set(kPitch, pitch);
     Planar out = HostJob::Run(host, in, 44100, Fixed(4096, 8192)).out;
     out.left.erase(out.left.begin(), out.left.begin() + 44100); // the announced delay
     out.right.erase(out.right.begin(), out.right.begin() + 44100);
@@ -88,7 +91,7 @@ TEST(CrispEngine, ChosenByTheHostAndTakenAtTheNextJob) {
 
     // a choice made during a job waits for the next one
     ASSERT_EQ(MorvaneEngine::kSplice, Choose(host, MorvaneEngine::kSplice));
-    host.Set(3, 1.5f);
+    host.Set(kTime, 1.5f);
     const auto during = HostJob::Run(host, in, 44100, Fixed(4096, 8192), {.before = [&](int pos) {
                                          if (pos > 44100)
                                              Choose(host, MorvaneEngine::kCrisp);
@@ -100,7 +103,7 @@ TEST(CrispEngine, ChosenByTheHostAndTakenAtTheNextJob) {
     // LowSound switched during a crisp job waits for the next: this one comes out whole
     const auto switched =
         HostJob::Run(host, in, 44100, Fixed(4096, 8192),
-                     {.before = [&](int pos) { host.Set(4, pos > 44100 ? -1.0f : 1.0f); }});
+                     {.before = [&](int pos) { host.Set(kLowSound, pos > 44100 ? -1.0f : 1.0f); }});
     EXPECT_EQ(crisp.left,
               std::vector<float>(switched.out.left.begin() + 44100, switched.out.left.end()));
 }

@@ -11,6 +11,9 @@
 
 #include "AMorvane.h"
 #include "CStringResource.h"
+#include "MorvaneParameters.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -43,82 +46,82 @@ struct Effect : ::testing::Test {
 
 TEST_F(Effect, TypedValuesKeepTheBoundAndTellTheHost) {
     gEndEdits = 0;
-    e.setParameterFromDiaplay(1, 10.0f); // gain 2.0 at most, but the level shows as typed
-    EXPECT_EQ(1.0f, e.getParameter(1));
+    e.setParameterFromDiaplay(kOutput, 10.0f); // gain 2.0 at most, but the level shows as typed
+    EXPECT_EQ(1.0f, e.getParameter(kOutput));
     EXPECT_EQ("10.0", Display(e, 1));
     EXPECT_EQ(1, gEndEdits);
 
-    e.setParameterFromDiaplay(3, 150.0f);
-    EXPECT_EQ(1.5f, e.getParameter(3));
+    e.setParameterFromDiaplay(kTime, 150.0f);
+    EXPECT_EQ(1.5f, e.getParameter(kTime));
     EXPECT_EQ("150.00", Display(e, 3));
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    e.setParameterFromDiaplay(2, 700.0f); // 1.498 x 1.5 > 2: refused, lowered to 2 / 1.5
+    e.setParameterFromDiaplay(kPitch, 700.0f); // 1.498 x 1.5 > 2: refused, lowered to 2 / 1.5
     EXPECT_EQ("error0\n", testing::internal::GetCapturedStdout());
     EXPECT_NE(std::string::npos,
               testing::internal::GetCapturedStderr().find(LoadStringResource(20200)));
-    EXPECT_FLOAT_EQ(2.0f / 1.5f, e.getParameter(2));
+    EXPECT_FLOAT_EQ(2.0f / 1.5f, e.getParameter(kPitch));
     EXPECT_EQ("498.0", Display(e, 2));
     EXPECT_EQ(2, gEndEdits); // not for the refused value
 
-    e.setParameterFromDiaplay(3, 100.0f);
-    e.setParameterFromDiaplay(2, 600.0f); // 1.414 x 1.0: allowed
+    e.setParameterFromDiaplay(kTime, 100.0f);
+    e.setParameterFromDiaplay(kPitch, 600.0f); // 1.414 x 1.0: allowed
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    e.setParameterFromDiaplay(3, 190.0f);
+    e.setParameterFromDiaplay(kTime, 190.0f);
     EXPECT_EQ("error1\n", testing::internal::GetCapturedStdout());
     testing::internal::GetCapturedStderr();
-    EXPECT_FLOAT_EQ(2.0f / std::pow(1.0005778074264526f, 600.0f), e.getParameter(3));
+    EXPECT_FLOAT_EQ(2.0f / std::pow(1.0005778074264526f, 600.0f), e.getParameter(kTime));
 
     // the switches and unknown indexes change nothing here, but still end the host's edit
     gEndEdits = 0;
     for (int index : {0, 4, 7})
         e.setParameterFromDiaplay(index, 0.0f);
-    EXPECT_EQ(1.0f, e.getParameter(0));
+    EXPECT_EQ(1.0f, e.getParameter(kOnOff));
     EXPECT_EQ(3, gEndEdits);
 }
 
 TEST_F(Effect, PanelControlsWriteTheProgramButNotTheHost) {
     gEndEdits = 0;
-    e.setParameterFormUI(3, 150.0f, 0);
-    e.setParameterFormUI(2, -1200.0f, 0);
-    EXPECT_EQ(0.5f, e.getParameter(2));
+    e.setParameterFormUI(kTime, 150.0f, 0);
+    e.setParameterFormUI(kPitch, -1200.0f, 0);
+    EXPECT_EQ(0.5f, e.getParameter(kPitch));
     // the program record now holds both rates: switching away and back restores them
     e.setProgram(1);
-    EXPECT_EQ(1.0f, e.getParameter(3));
+    EXPECT_EQ(1.0f, e.getParameter(kTime));
     e.setProgram(0);
-    EXPECT_EQ(1.5f, e.getParameter(3));
-    EXPECT_EQ(0.5f, e.getParameter(2));
+    EXPECT_EQ(1.5f, e.getParameter(kTime));
+    EXPECT_EQ(0.5f, e.getParameter(kPitch));
     EXPECT_EQ(0, gEndEdits);
 
     // the bound on the panel path: a message, the other rate lowered, no stdout line
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    e.setParameterFormUI(2, 1200.0f, 0);
+    e.setParameterFormUI(kPitch, 1200.0f, 0);
     EXPECT_EQ("", testing::internal::GetCapturedStdout());
     EXPECT_FALSE(testing::internal::GetCapturedStderr().empty());
-    EXPECT_FLOAT_EQ(2.0f / 1.5f, e.getParameter(2));
+    EXPECT_FLOAT_EQ(2.0f / 1.5f, e.getParameter(kPitch));
     // noCheck skips the bound and leaves the engine alone
-    e.setParameterFormUI(2, 1200.0f, 1);
-    EXPECT_EQ(2.0f, e.getParameter(2));
+    e.setParameterFormUI(kPitch, 1200.0f, 1);
+    EXPECT_EQ(2.0f, e.getParameter(kPitch));
 
-    e.setParameterFormUI(0, 0.0f, 0);
+    e.setParameterFormUI(kOnOff, 0.0f, 0);
     EXPECT_EQ("OFF", Display(e, 0));
-    e.setParameterFormUI(4, 0.0f, 0);
+    e.setParameterFormUI(kLowSound, 0.0f, 0);
     EXPECT_EQ("OFF", Display(e, 4));
 }
 
 TEST_F(Effect, DisplayValuesRoundHalfAwayFromZero) {
-    e.setParameterFormUI(2, -12.25f, 1);
-    EXPECT_FLOAT_EQ(-12.3f, e.getParameterDisplayVal(2));
-    e.setParameterFormUI(3, 99.995f, 1);
-    EXPECT_FLOAT_EQ(100.0f, e.getParameterDisplayVal(3));
-    e.setParameterFromDiaplay(1, -3.0f);
-    EXPECT_FLOAT_EQ(-3.05f, e.getParameterDisplayVal(1));
+    e.setParameterFormUI(kPitch, -12.25f, 1);
+    EXPECT_FLOAT_EQ(-12.3f, e.getParameterDisplayVal(kPitch));
+    e.setParameterFormUI(kTime, 99.995f, 1);
+    EXPECT_FLOAT_EQ(100.0f, e.getParameterDisplayVal(kTime));
+    e.setParameterFromDiaplay(kOutput, -3.0f);
+    EXPECT_FLOAT_EQ(-3.05f, e.getParameterDisplayVal(kOutput));
 }
 
 TEST_F(Effect, MetersFollowEachCallAndOversAreReportedOnce) {
-    e.setParameter(3, 1.25f);
+    e.setParameter(kTime, 1.25f);
     e.startProcess();
     e.setTotalSampleToProcess(44100 * 2);
     std::vector<float> in(44100), out0(100000), out1(100000);

@@ -4,8 +4,11 @@
 #include <functional>
 #include <vector>
 
+#include "MorvaneParameters.h"
 #include "support/HostJob.h"
 #include "support/Signals.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -37,8 +40,8 @@ TEST(OfflineJob, UnitRatesGiveTheInputAfterTheLeadIn) {
 // the refused input again.
 TEST(OfflineJob, AnyBlockPatternGivesTheSameResult) {
     PluginHost host(MORVANE_PLUGIN);
-    host.Set(3, 1.5f);
-    host.Set(2, std::pow(2.0f, -300 / 1200.0f));
+    host.Set(kTime, 1.5f);
+    host.Set(kPitch, std::pow(2.0f, -300 / 1200.0f));
     const Planar in = Split(Signals::Music(44100 * 6, 44100));
     const Job reference = RunJob(host, in, 44100, Fixed(4096, 8192));
     EXPECT_NEAR(in.size() * 1.5 + 44100, reference.out.size(), 441);
@@ -77,8 +80,8 @@ TEST(OfflineJob, PitchMovesByTheAskedCents) {
     for (Case c :
          {Case{700, 1.0f}, Case{-500, 0.75f}, Case{0, 1.5f}, Case{1200, 1.0f}, Case{-1200, 2.0f}}) {
         PluginHost host(MORVANE_PLUGIN);
-        host.Set(3, c.time);
-        host.Set(2, std::pow(2.0f, c.cents / 1200));
+        host.Set(kTime, c.time);
+        host.Set(kPitch, std::pow(2.0f, c.cents / 1200));
         const Job job = RunJob(host, in, 44100, Fixed(8192, 16384));
         EXPECT_NEAR(c.cents, MeasuredCents(job.out, freq), 3.0) << c.cents << " " << c.time;
         // A steady tone is the hard case for length: its sub-blocks differ in level by integer
@@ -91,7 +94,7 @@ TEST(OfflineJob, PitchMovesByTheAskedCents) {
 // when the input ends leaves at unity gain.
 TEST(OfflineJob, GainAppliesUntilTheInputEnds) {
     PluginHost host(MORVANE_PLUGIN);
-    host.Set(1, (0.5f - 0.001f) / 1.999f); // gain 0.5, -6 on the 6-per-doubling scale
+    host.Set(kOutput, (0.5f - 0.001f) / 1.999f); // gain 0.5, -6 on the 6-per-doubling scale
     const Planar in = Split(Signals::Music(100000, 44100));
     const Job job = RunJob(host, in, 44100, Fixed(5000, 5000));
     ASSERT_EQ(in.size() + 44100, job.out.size());
@@ -104,12 +107,12 @@ TEST(OfflineJob, GainAppliesUntilTheInputEnds) {
 
 TEST(OfflineJob, RateChangeDuringAJob) {
     PluginHost host(MORVANE_PLUGIN);
-    host.Set(3, 1.5f);
+    host.Set(kTime, 1.5f);
     const Planar in = Split(Signals::Music(44100 * 4, 44100));
     bool changed = false;
     const Job job = RunJob(host, in, 44100, Fixed(11025, 30000), [&](int pos) {
         if (pos >= 2 * 44100 && !changed) {
-            host.Set(3, 0.5f);
+            host.Set(kTime, 0.5f);
             changed = true;
         }
     });

@@ -3,9 +3,12 @@
 #include <cmath>
 #include <vector>
 
+#include "MorvaneParameters.h"
 #include "support/HostJob.h"
 #include "support/PluginHost.h"
 #include "support/Signals.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -110,8 +113,8 @@ TEST(PluginParameters, NamesLabelsAndDisplays) {
         EXPECT_EQ(labels[i], host.Text(effGetParamLabel, i));
         EXPECT_EQ(displays[i], host.Text(effGetParamDisplay, i)) << i;
     }
-    EXPECT_EQ(1.0f, host.Get(0)); // a fresh effect is active
-    EXPECT_NEAR(0.49975, host.Get(1), 1e-5);
+    EXPECT_EQ(1.0f, host.Get(kOnOff)); // a fresh effect is active
+    EXPECT_NEAR(0.49975, host.Get(kOutput), 1e-5);
     EXPECT_EQ(0.0f, host.Get(7));
     EXPECT_EQ("", host.Text(effGetParamName, 7));
     EXPECT_EQ("", host.Text(effGetParamDisplay, -1));
@@ -121,41 +124,41 @@ TEST(PluginParameters, HostPathConversionsAndBound) {
     PluginHost host(MORVANE_PLUGIN);
     host.Dispatch(effOpen);
 
-    host.Set(0, 0.5f); // truncated: off
-    EXPECT_EQ("OFF", host.Text(effGetParamDisplay, 0));
-    host.Set(0, 1.0f);
-    EXPECT_EQ("ON", host.Text(effGetParamDisplay, 0));
+    host.Set(kOnOff, 0.5f); // truncated: off
+    EXPECT_EQ("OFF", host.Text(effGetParamDisplay, kOnOff));
+    host.Set(kOnOff, 1.0f);
+    EXPECT_EQ("ON", host.Text(effGetParamDisplay, kOnOff));
 
-    host.Set(2, 0.1f); // clamped to 0.5
-    EXPECT_EQ(0.5f, host.Get(2));
-    EXPECT_EQ("-1200.0", host.Text(effGetParamDisplay, 2));
+    host.Set(kPitch, 0.1f); // clamped to 0.5
+    EXPECT_EQ(0.5f, host.Get(kPitch));
+    EXPECT_EQ("-1200.0", host.Text(effGetParamDisplay, kPitch));
 
-    host.Set(2, 1.0f);
-    host.Set(3, 1.5f);
-    EXPECT_EQ("150.00", host.Text(effGetParamDisplay, 3));
-    host.Set(2, 2.0f); // 2.0 x 1.5 breaks the bound: lowered to 2 / 1.5, silently
-    EXPECT_FLOAT_EQ(1.3333334f, host.Get(2));
-    EXPECT_EQ("498.0", host.Text(effGetParamDisplay, 2));
-    host.Set(3, 2.0f); // and the same from the other side
-    EXPECT_FLOAT_EQ(1.5f, host.Get(3));
+    host.Set(kPitch, 1.0f);
+    host.Set(kTime, 1.5f);
+    EXPECT_EQ("150.00", host.Text(effGetParamDisplay, kTime));
+    host.Set(kPitch, 2.0f); // 2.0 x 1.5 breaks the bound: lowered to 2 / 1.5, silently
+    EXPECT_FLOAT_EQ(1.3333334f, host.Get(kPitch));
+    EXPECT_EQ("498.0", host.Text(effGetParamDisplay, kPitch));
+    host.Set(kTime, 2.0f); // and the same from the other side
+    EXPECT_FLOAT_EQ(1.5f, host.Get(kTime));
 
     // output: 6 dB per doubling, normalised over a gain of 0.001 to 2
-    host.Set(1, 1.0f);
-    EXPECT_EQ("6.0", host.Text(effGetParamDisplay, 1));
-    host.Set(1, 0.0f);
-    EXPECT_EQ("-59.8", host.Text(effGetParamDisplay, 1));
+    host.Set(kOutput, 1.0f);
+    EXPECT_EQ("6.0", host.Text(effGetParamDisplay, kOutput));
+    host.Set(kOutput, 0.0f);
+    EXPECT_EQ("-59.8", host.Text(effGetParamDisplay, kOutput));
     // a level of -0.04 is shown as 0.0, not -0.0
     const float n = (std::pow(2.0f, -0.04f / 6) - 0.001f) / 1.999f;
-    host.Set(1, n);
-    EXPECT_EQ("0.0", host.Text(effGetParamDisplay, 1));
+    host.Set(kOutput, n);
+    EXPECT_EQ("0.0", host.Text(effGetParamDisplay, kOutput));
 
-    host.Set(4, 0.0f);
-    EXPECT_EQ("OFF", host.Text(effGetParamDisplay, 4));
+    host.Set(kLowSound, 0.0f);
+    EXPECT_EQ("OFF", host.Text(effGetParamDisplay, kLowSound));
 
     // NaN from a host changes nothing that matters for the audio
-    host.Set(2, NAN);
-    host.Set(1, NAN);
-    EXPECT_EQ("-59.8", host.Text(effGetParamDisplay, 1));
+    host.Set(kPitch, NAN);
+    host.Set(kOutput, NAN);
+    EXPECT_EQ("-59.8", host.Text(effGetParamDisplay, kOutput));
 }
 
 // A pair at the bound that the plug-in stored (2 / 1.5 with 1.5) is accepted again when a preset
@@ -170,8 +173,8 @@ TEST(PluginParameters, APairStoredAtTheBoundComesBackWhole) {
     } preset = {{1.0f, 0.5f, 2.0f / 1.5f, 1.5f, 1.0f}, "At the bound", 0};
     static_assert(sizeof(preset) == 48);
     host.Dispatch(effSetChunk, 1, sizeof(preset), &preset);
-    EXPECT_EQ(2.0f / 1.5f, host.Get(2));
-    EXPECT_EQ(1.5f, host.Get(3));
+    EXPECT_EQ(2.0f / 1.5f, host.Get(kPitch));
+    EXPECT_EQ(1.5f, host.Get(kTime));
     const Signals::Planar in = Signals::Split(Signals::Music(44100, 44100));
     const auto job = HostJob::Run(host, in, 44100, HostJob::Fixed(8192, 8192));
     EXPECT_NEAR(44100 * 1.5 + 44100, job.out.size(), 441); // at time 1.0: 88200
@@ -180,9 +183,9 @@ TEST(PluginParameters, APairStoredAtTheBoundComesBackWhole) {
 TEST(PluginParameters, SuspendAndResumeMirrorOnOff) {
     PluginHost host(MORVANE_PLUGIN);
     host.Dispatch(effMainsChanged, 0, 0);
-    EXPECT_EQ(0.0f, host.Get(0));
+    EXPECT_EQ(0.0f, host.Get(kOnOff));
     host.Dispatch(effMainsChanged, 0, 1);
-    EXPECT_EQ(1.0f, host.Get(0));
+    EXPECT_EQ(1.0f, host.Get(kOnOff));
 }
 
 } // namespace

@@ -18,6 +18,9 @@
 
 #include "AMorvane.h"
 #include "CStringResource.h"
+#include "MorvaneParameters.h"
+
+using namespace MorvaneParameters;
 
 namespace fs = std::filesystem;
 
@@ -79,7 +82,7 @@ struct Programs : ::testing::Test {
         AMorvane e(Host);
         e.open();
         e.setProgramName(const_cast<char*>(firstName));
-        e.setParameterFormUI(2, 1200.0f * std::log2(pitch), 0);
+        e.setParameterFormUI(kPitch, 1200.0f * std::log2(pitch), 0);
         ASSERT_TRUE(e.SaveProgram(0, firstName));
         fs::rename(UserBank(), factory);
     }
@@ -97,7 +100,7 @@ TEST_F(Programs, ChunksRoundTripAndRestoreTheCurrentProgram) {
     a.setProgram(5);
     char name[] = "Five";
     a.setProgramName(name);
-    a.setParameterFormUI(3, 150.0f, 0);
+    a.setParameterFormUI(kTime, 150.0f, 0);
     void* data = nullptr;
     ASSERT_EQ(3072, a.getChunk(&data, false));
     std::vector<unsigned char> bank(static_cast<unsigned char*>(data),
@@ -111,12 +114,12 @@ TEST_F(Programs, ChunksRoundTripAndRestoreTheCurrentProgram) {
     b.setChunk(bank.data(), 3072, false);
     EXPECT_EQ(5, b.getProgram());
     EXPECT_EQ("Five", Name(b, 5));
-    EXPECT_EQ(1.5f, b.getParameter(3));
+    EXPECT_EQ(1.5f, b.getParameter(kTime));
 
     b.setProgram(9);
     b.setChunk(preset.data(), 48, true); // over program 9
     EXPECT_EQ("Five", Name(b, 9));
-    EXPECT_EQ(1.5f, b.getParameter(3));
+    EXPECT_EQ(1.5f, b.getParameter(kTime));
 }
 
 TEST_F(Programs, ChunksOfAnySizeStayInsideTheTable) {
@@ -174,9 +177,9 @@ TEST_F(Programs, UserBankFirstThenFactory) {
         AMorvane e(Host);
         e.open(); // no user bank: the factory bank is the first user bank
         EXPECT_EQ("Factory one", Name(e, 0));
-        EXPECT_NEAR(1.5f, e.getParameter(2), 1e-4);
+        EXPECT_NEAR(1.5f, e.getParameter(kPitch), 1e-4);
         e.setProgramName(const_cast<char*>("Mine"));
-        e.setParameterFormUI(2, 0.0f, 0);
+        e.setParameterFormUI(kPitch, 0.0f, 0);
         e.ProgramToFactory();
         EXPECT_EQ("Factory one", Name(e, 0));
         ASSERT_TRUE(e.SaveProgram(1, "Mine"));
@@ -234,11 +237,11 @@ TEST_F(Programs, RevertCopyAndSave) {
     e.open();
     e.setProgram(1);
     EXPECT_FALSE(e.IsProgramChanged());
-    e.setParameterFormUI(3, 150.0f, 0);
+    e.setParameterFormUI(kTime, 150.0f, 0);
     EXPECT_TRUE(e.IsProgramChanged());
     e.ProgramToInitial();
     EXPECT_FALSE(e.IsProgramChanged());
-    EXPECT_EQ(1.0f, e.getParameter(3));
+    EXPECT_EQ(1.0f, e.getParameter(kTime));
     EXPECT_GT(gUpdates, 0);
 
     // copying a record with the same values but another name is no change
@@ -251,18 +254,18 @@ TEST_F(Programs, RevertCopyAndSave) {
     EXPECT_FALSE(e.IsProgramChanged());
 
     // saving the edits of program 1 into slot 3: slot 3 holds them, 1 is back to its reference
-    e.setParameterFormUI(3, 150.0f, 0);
+    e.setParameterFormUI(kTime, 150.0f, 0);
     ASSERT_TRUE(e.SaveProgram(3, "A"));
     EXPECT_EQ(3, e.getProgram());
     EXPECT_EQ("A", Name(e, 3));
-    EXPECT_EQ(1.5f, e.getParameter(3));
+    EXPECT_EQ(1.5f, e.getParameter(kTime));
     EXPECT_FALSE(e.IsProgramChanged());
     e.setProgram(1);
-    EXPECT_EQ(1.0f, e.getParameter(3));
+    EXPECT_EQ(1.0f, e.getParameter(kTime));
 
-    e.setParameterFormUI(3, 120.0f, 0);
+    e.setParameterFormUI(kTime, 120.0f, 0);
     e.ProgramToAllInitial();
-    EXPECT_EQ(1.0f, e.getParameter(3));
+    EXPECT_EQ(1.0f, e.getParameter(kTime));
     e.ProgramToAllFactory(); // deliberately nothing
     EXPECT_EQ("A", Name(e, 3));
 }

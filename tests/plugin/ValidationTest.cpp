@@ -9,8 +9,11 @@
 #include <memory>
 #include <vector>
 
+#include "MorvaneParameters.h"
 #include "support/HostJob.h"
 #include "support/Signals.h"
+
+using namespace MorvaneParameters;
 
 namespace {
 
@@ -69,7 +72,7 @@ TEST(Validation, EveryOpcodeWithNullAndOddArguments) {
     }
     // still a working effect
     host.Dispatch(effSetSampleRate, 0, 0, nullptr, 44100);
-    host.Set(3, 1.5f);
+    host.Set(kTime, 1.5f);
     const auto in = Signals::Split(Signals::Music(22050, 44100));
     const Planar out = RunJob(host, in, 44100, 4096);
     EXPECT_NEAR(22050 * 1.5 + 44100, out.left.size(), 441);
@@ -85,8 +88,8 @@ TEST(Validation, EverySampleRateAndHostBlock) {
                 continue; // tiny blocks at low rates are enough to cover them
             PluginHost host(MORVANE_PLUGIN);
             host.Dispatch(effOpen);
-            host.Set(3, 1.5f);
-            host.Set(2, 0.8f);
+            host.Set(kTime, 1.5f);
+            host.Set(kPitch, 0.8f);
             const Planar out = RunJob(host, in, rate, block);
             EXPECT_NEAR(in.size() * 1.5 + 44100, out.left.size(), 0.02 * r) << rate << " " << block;
             EXPECT_TRUE(AllFinite(out));
@@ -110,8 +113,8 @@ TEST(Validation, ExtremeSamplesGiveFiniteOutput) {
     }
     for (float time : {0.5f, 2.0f}) {
         PluginHost h(MORVANE_PLUGIN);
-        h.Set(3, time);
-        h.Set(1, 1.0f); // the largest gain
+        h.Set(kTime, time);
+        h.Set(kOutput, 1.0f); // the largest gain
         EXPECT_TRUE(AllFinite(RunJob(h, Signals::Split(extreme), 44100, 1000))) << time;
     }
 }
@@ -119,7 +122,7 @@ TEST(Validation, ExtremeSamplesGiveFiniteOutput) {
 TEST(Validation, StateSavedAndRestoredMidJob) {
     PluginHost host(MORVANE_PLUGIN);
     host.Dispatch(effOpen);
-    host.Set(3, 1.5f);
+    host.Set(kTime, 1.5f);
     const auto in = Signals::Split(Signals::Music(44100 * 2, 44100));
     const Planar reference = RunJob(host, in, 44100, 4096);
 
