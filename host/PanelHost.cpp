@@ -48,21 +48,18 @@ std::string BaseName(const std::string& path) {
 int PanelHost::Run(const std::string& input, const std::string& output) {
     ERect* rect = nullptr;
     if (!m_plugin.Dispatch(effEditGetRect, 0, 0, &rect) || !rect) {
-        std::fprintf(stderr, "morvane: the plug-in has no panel\n");
-        return 5;
+        return Fail(kExitBadPlugin, "the plug-in has no panel");
     }
     CHostWindow window;
     const CRect r(100, 100, 100 + rect->right - rect->left, 100 + rect->bottom - rect->top);
     if (!window.CreateEx(0, AfxRegisterWndClass(0), "Morvane", WS_POPUP | WS_CAPTION | WS_SYSMENU,
                          r, nullptr, 0)) {
-        std::fprintf(stderr, "morvane: no X display to show the panel on (is DISPLAY set?)\n");
-        return 2;
+        return Fail(kExitUsage, "no X display to show the panel on (is DISPLAY set?)");
     }
     window.SelectKeys(true);
     window.ShowWindow(SW_SHOW);
     if (!m_plugin.Dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(window.m_hWnd))) {
-        std::fprintf(stderr, "morvane: the plug-in could not open its panel\n");
-        return 5;
+        return Fail(kExitBadPlugin, "the plug-in could not open its panel");
     }
     using Clock = std::chrono::steady_clock;
     auto nextIdle = Clock::now();
@@ -88,7 +85,7 @@ int PanelHost::Run(const std::string& input, const std::string& output) {
         window.SetWindowText(("Morvane: " + engineName() + ", E changes it" + status).c_str());
     };
     showTitle();
-    int code = 0;
+    int code = kExitOk;
     bool render = !input.empty();
     while (!window.closed && window.m_hWnd) {
         if (render) {
@@ -112,18 +109,18 @@ int PanelHost::Run(const std::string& input, const std::string& output) {
                                       engineName() + " (R renders again, E changes the engine)")
                                          .c_str());
                 status = "; wrote " + BaseName(output) + " (R renders again)";
-                code = 0;
+                code = kExitOk;
             } catch (const Closed&) {
                 std::fprintf(stderr, "morvane: the window was closed during the render; no partial "
                                      "output was left\n");
-                code = 130;
+                code = kExitStopped;
                 break;
             } catch (const std::exception& e) {
-                std::fprintf(stderr, "morvane: %s\n", e.what());
+                Fail(e);
                 window.SetWindowText("Morvane: the render failed");
-                code = dynamic_cast<const InputError*>(&e)    ? 3
-                       : dynamic_cast<const OutputError*>(&e) ? 4
-                                                              : 5;
+                // the files' errors are the files'; any other is the plug-in's
+                const ExitCode c = ExitCodeOf(e);
+                code = c == kExitBadInput || c == kExitBadOutput ? c : kExitBadPlugin;
             }
         }
         turn(true);

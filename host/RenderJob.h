@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "HostError.h"
+
 class AudioReader;
 class VstPlugin;
 
@@ -39,19 +41,6 @@ struct RenderSettings {
     static std::string Describe(const class VstPlugin& plugin, int program);
     double TimeRate() const { return timePercent / 100.0; }
     double PitchRate() const;
-};
-
-struct UsageError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-struct InputError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-struct OutputError : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-struct PluginError : std::runtime_error {
-    using std::runtime_error::runtime_error;
 };
 
 struct RenderResult {

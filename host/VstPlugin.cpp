@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CFileType.h"
+#include "HostError.h"
 #include "MorvaneParameters.h"
 
 namespace {
@@ -142,4 +143,18 @@ std::string VstPlugin::FindMorvane() {
         if (Exists(c))
             return c;
     return {};
+}
+
+std::string VstPlugin::Locate(const std::string& named) {
+    if (!named.empty())
+        return named;
+    std::string found;
+    try {
+        found = FindMorvane();
+    } catch (const std::exception& e) {
+        throw PluginError(e.what());
+    }
+    if (found.empty())
+        throw PluginError("the Morvane plug-in was not found; name it with --plugin");
+    return found;
 }

@@ -34,6 +34,8 @@ public:
     // the install tree, then the folders Linux hosts search. Empty when none exists; throws
     // when $MORVANE_PLUGIN names a file that is not there.
     static std::string FindMorvane();
+    // The plug-in to use: the one named, else Morvane's found. Throws PluginError.
+    static std::string Locate(const std::string& named);
 
 private:
     static VstIntPtr HostCallback(AEffect* effect, VstInt32 opcode, VstInt32 index, VstIntPtr value,

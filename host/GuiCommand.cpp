@@ -1,0 +1,59 @@
+#include "GuiCommand.h"
+
+#include <CLI/CLI.hpp>
+
+#include "HostError.h"
+#include "MorvaneEngine.h"
+#include "OutputFormat.h"
+#include "PanelHost.h"
+#include "RenderBatch.h"
+#include "RenderJob.h"
+#include "VstPlugin.h"
+
+GuiCommand::GuiCommand(CLI::App& parent)
+    : Command(parent, "gui",
+              "Show the plug-in's panel in a window: dial settings, save programs; with IN OUT, "
+              "render (again with R)") {
+    m_cmd->add_option("files", m_files, "IN OUT to render with the panel's settings")
+        ->expected(0, 2);
+    m_cmd->add_option("--program", m_program, "Start from program N (1-64)")
+        ->check(CLI::Range(1, 64));
+    m_cmd->add_option("--plugin", m_plugin, "The plug-in file (default: found)");
+    m_cmd
+        ->add_option("-e,--engine", m_engine,
+                     "splice or crisp, as for render; E in the window changes it")
+        ->check(CLI::IsMember({"splice", "crisp"}))
+        ->capture_default_str();
+}
+
+int GuiCommand::Run() {
+    if (m_files.size() == 1)
+        throw UsageError("gui takes IN and OUT together, or neither");
+    RenderSettings settings;
+    if (m_files.size() == 2) {
+        try {
+            RenderBatch::CheckCollisions({{m_files[0], m_files[1]}}, false);
+            settings.container = OutputFormat::FromName(m_files[1]);
+        } catch (const std::exception& e) {
+            throw UsageError(e.what());
+        }
+    }
+    settings.pluginPath = VstPlugin::Locate(m_plugin);
+    try {
+        VstPlugin p(settings.pluginPath);
+        if (const std::string other = p.NotMorvane(); !other.empty())
+            throw PluginError(other);
+        p.Dispatch(effOpen);
+        p.Dispatch(effMainsChanged, 0, 1);
+        if (m_program)
+            p.Dispatch(effSetProgram, 0, m_program - 1);
+        RenderSettings::ChooseEngine(p, m_engine == "crisp" ? MorvaneEngine::kCrisp
+                                                            : MorvaneEngine::kSplice);
+        return PanelHost(p, settings)
+            .Run(m_files.empty() ? "" : m_files[0], m_files.empty() ? "" : m_files[1]);
+    } catch (const HostError&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw PluginError(e.what());
+    }
+}
