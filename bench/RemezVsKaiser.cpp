@@ -66,7 +66,7 @@ int main() {
                 const double r = double(i) / M;
                 const double w = std::cyl_bessel_i(0.0, beta * std::sqrt(1 - r * r)) /
                                  std::cyl_bessel_i(0.0, beta);
-                const double h = std::sin(i * 0.9 * M_PI * 0.125) / (i * 0.39269908169872414);
+                const double h = std::sin(i * 0.9 * M_PI * 0.125) / (i * (M_PI * 0.125));
                 t[M + i] = t[M - i] = static_cast<int16_t>(static_cast<int32_t>(w * h * 32768));
             }
             for (double& x : t)

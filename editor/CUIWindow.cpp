@@ -43,7 +43,7 @@ ON_WM_LBUTTONUP()
 ON_MESSAGE(kMsgInputReturn, OnInputValReturn)
 ON_MESSAGE(kMsgUpdateControl, OnUpdateControlPosted)
 ON_MESSAGE(kMsgUpdateModify, OnUpdateModifyPosted)
-ON_COMMAND_RANGE(1010, 1110, OnSelCopyPg)
+ON_COMMAND_RANGE(kCmdCopyFirst, kCmdCopyLast, OnSelCopyPg)
 END_MESSAGE_MAP()
 
 AMorvane* CUIWindow::Effect() const {
@@ -59,7 +59,7 @@ BOOL CUIWindow::MakeWindow(CWnd* parent, CKDXBitmap* background, CMorvaneEditor*
     m_editorThread = std::this_thread::get_id();
     m_fontDisp.CreatePointFont(90, "Osaka");
     m_fontEdit.CreatePointFont(120, "Osaka");
-    return CreateEx(0, cls, "UIWindow", 0x50000000,
+    return CreateEx(0, cls, "UIWindow", WS_CHILD | WS_VISIBLE,
                     CRect(0, 0, background->Width(), background->Height()), parent, 0);
 }
 
@@ -312,7 +312,7 @@ void CUIWindow::CopyMenu() {
         effect->getProgramNameIndexed(0, i, sjis);
         const UINT flags =
             i == effect->getProgram() ? MF_CHECKED | MF_DISABLED | MF_GRAYED : MF_STRING;
-        menu.AppendMenu(flags, 1010 + static_cast<UINT>(i), CheckSJISAndToUFT8(sjis));
+        menu.AppendMenu(flags, kCmdCopyFirst + static_cast<UINT>(i), CheckSJISAndToUFT8(sjis));
     }
     menu.TrackPopupMenu(TPM_RIGHTBUTTON, 89, 13, this);
     if (!m_hWnd)
@@ -324,7 +324,7 @@ void CUIWindow::CopyMenu() {
 }
 
 void CUIWindow::OnSelCopyPg(UINT command) {
-    Effect()->CopyPgFrom(static_cast<int>(command) - 1010);
+    Effect()->CopyPgFrom(static_cast<int>(command - kCmdCopyFirst));
     InvalidateRect(&m_rcModify);
 }
 

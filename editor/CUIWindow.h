@@ -30,6 +30,9 @@ public:
         kTimeEdit = 121,
         kOutputEdit = 125,
     };
+    // The COPY menu's commands: the first program's, then one a program (100 reserved).
+    static constexpr UINT kCmdCopyFirst = 1010;
+    static constexpr UINT kCmdCopyLast = kCmdCopyFirst + 100;
     static constexpr UINT kMsgInputReturn = 0x0A01;
     static constexpr UINT kMsgUpdateControl = WM_USER + 1; // from another thread
     static constexpr UINT kMsgUpdateModify = WM_USER + 2;

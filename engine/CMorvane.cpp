@@ -13,6 +13,18 @@ namespace {
 
 constexpr int kHistoryFrames = 1024; // audio kept before the current data for the splice search
 
+// The onset detector's frame, 20 ms at the sampling rate; the detector evens it.
+constexpr int kDetectFrameMs = 20;
+int DetectFrame(int rate) {
+    return rate * kDetectFrameMs / 1000;
+}
+
+// The resampler's filter: 60 dB at start-up and after a change during a job, 80 dB when the
+// pitch is set between jobs. Deliberately different, and kept so.
+constexpr int kStopbandDb = 60;
+constexpr int kStopbandDbBetweenJobs = 80;
+constexpr double kTransitionBand = 0.1; // of the sampling rate, below the cutoff
+
 // Differing is the unordered inequality: a NaN on either side counts as a change.
 bool Differs(double a, double b) {
     return !(a == b);
@@ -51,8 +63,8 @@ int CMorvane::InitMorvane() {
     m_Block.IniBlock();
     m_nFill = 0;
     bLowSound = 1;
-    m_Detect.IniDetect(882);
-    m_nLatency = m_Resample.IniResample(dPitchRate, 60, 0.1, 100.0, true);
+    m_Detect.IniDetect(nFrameLen);
+    m_nLatency = m_Resample.IniResample(dPitchRate, kStopbandDb, kTransitionBand);
     AllocMem();
     bActive = 1;
     bOver = 0;
@@ -110,14 +122,13 @@ void CMorvane::SetPitchRate(double rate, bool running) {
     }
     dPitchRate = rate;
     dStretch = dTimeRate * rate;
-    // 80 dB here, 60 dB at start-up and after a change during a job: deliberately different.
-    m_nLatency = m_Resample.IniResample(rate, 80, 0.1, 100.0, true);
+    m_nLatency = m_Resample.IniResample(rate, kStopbandDbBetweenJobs, kTransitionBand);
 }
 
 void CMorvane::SetSamplingRate(int rate) {
     std::lock_guard lock(m_cs);
     rate = std::clamp(rate, kMinRate, kMaxRate);
-    const int f = (bLowSound ? rate * 20 : 0) / 1000; // 20 ms
+    const int f = bLowSound ? DetectFrame(rate) : 0;
     nFrameLen = f & ~1;
     nSubBlockLen = static_cast<int>(f * 1.8);
     nSampleRate = rate;
@@ -164,7 +175,7 @@ void CMorvane::SetLowSound(float v) {
     std::lock_guard lock(m_cs);
     // Only -1.0 turns the option off; 0.0 and 1.0 both leave it on. Deliberate.
     bLowSound = static_cast<double>(v) + 1.0 != 0;
-    const int f = nSampleRate / 50;
+    const int f = DetectFrame(nSampleRate);
     nFrameLen = bLowSound ? f & ~1 : 0;
     nSubBlockLen = bLowSound ? static_cast<int>(f * 1.8) : 0;
     m_Detect.IniDetect(nFrameLen);
@@ -244,7 +255,7 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
         if (Differs(dPitchRateNext, dPitchRate)) {
             dPitchRate = dPitchRateNext;
             dStretch = dTimeRate * dPitchRate;
-            m_nLatency = m_Resample.IniResample(dPitchRate, 60, 0.1, 100.0, true);
+            m_nLatency = m_Resample.IniResample(dPitchRate, kStopbandDb, kTransitionBand);
         }
     }
 

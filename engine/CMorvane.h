@@ -47,9 +47,6 @@ public:
     // What one call may write, whatever the rates: everything held plus the new frames, at the
     // largest stretch, plus what the lag and resampler can add.
     int MaxOutput(int count) const;
-    int Latency() const { return m_nLatency; }
-    int Held() const { return m_nFill; }
-    bool Pending() const { return m_bPending != 0; }
 
 private:
     void Restart(); // StartToProcess under a lock already held

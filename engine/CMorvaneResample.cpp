@@ -11,6 +11,9 @@
 
 namespace {
 
+// The table holds 8 entries per tap, so the sinc's argument steps by pi / 8 an entry.
+constexpr double kPiOver8 = M_PI * 0.125;
+
 // Splits interleaved stereo frames into the two channels with the level applied, noting any
 // overs, four frames at a time; returns the frames done (the rest are the caller's).
 int SplitStereo(const float* in, int frames, float level, float* left, float* right, mvArg* arg) {
@@ -112,7 +115,7 @@ int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, 
     for (int k = 1; k <= M; ++k) {
         const double r = static_cast<double>(k) / M;
         const double w = I0(beta * std::sqrt(1.0 - r * r)) / I0(beta);
-        const double h = std::sin(k * cutoff * M_PI * 0.125) / (k * 0.39269908169872414);
+        const double h = std::sin(k * cutoff * M_PI * 0.125) / (k * kPiOver8);
         // Truncated toward zero, then the low 16 bits.
         const int16_t c = static_cast<int16_t>(static_cast<int32_t>(w * h * 32768));
         m_Table[M + k] = c;

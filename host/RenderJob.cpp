@@ -298,7 +298,9 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     result.sampleRate = rate;
     result.missingFrames = reader.MissingFrames();
     sf_count_t taken = 0, held = 0, heldAt = 0, toSkip = latency, written = 0;
-    for (int guard = 0;; ++guard) {
+    // A plug-in that neither takes nor gives a frame, call after call, will never finish.
+    constexpr int kMaxIdleCalls = 1000;
+    for (int idle = 0;;) {
         if (heldAt == held && taken < total) {
             try {
                 held = source.Read(fileBuf.get(),
@@ -334,7 +336,8 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
             progress(total ? double(taken) / total : 1.0);
         if (taken == total && offer == 0 && out == 0)
             break;
-        if (guard > 100000000)
+        idle = in == 0 && out == 0 ? idle + 1 : 0;
+        if (idle > kMaxIdleCalls)
             throw PluginError("the plug-in did not finish the job");
     }
 

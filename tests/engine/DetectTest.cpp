@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "CMorvane.h"
 #include "CMorvaneDetect.h"
 #include "Scale16.h"
 #include "fft.h"
@@ -16,20 +17,30 @@ struct DetectFixture : ::testing::Test {
     CMorvaneDetect detect;
     mvArg arg;
 
+    // The frame the engine gives its detector at this rate.
     void SetFrame(int sampleRate) {
-        arg.nFrameLen = (sampleRate * 20 / 1000) & ~1;
+        CMorvane engine;
+        engine.SetSamplingRate(sampleRate);
+        arg.nFrameLen = engine.nFrameLen;
         detect.IniDetect(arg.nFrameLen);
     }
 };
 
+// 20 ms frames, evened; LowSound off has none, and on again gives the rate's frame back.
 TEST_F(DetectFixture, WindowAndTransformSizeFollowTheRate) {
     struct Case {
         int rate, frame, fft;
     };
     for (Case c : {Case{44100, 882, 1024}, Case{48000, 960, 1024}, Case{96000, 1920, 2048},
-                   Case{8000, 160, 256}}) {
+                   Case{8000, 160, 256}, Case{22050, 440, 512}}) {
         SetFrame(c.rate);
-        EXPECT_EQ(c.frame, arg.nFrameLen);
+        EXPECT_EQ(c.frame, arg.nFrameLen) << c.rate;
+        CMorvane engine;
+        engine.SetSamplingRate(c.rate);
+        engine.SetLowSound(-1.0f);
+        EXPECT_EQ(0, engine.nFrameLen);
+        engine.SetLowSound(0.0f);
+        EXPECT_EQ(c.frame, engine.nFrameLen) << c.rate;
         EXPECT_EQ(c.fft, detect.FFTSize()) << c.rate;
         EXPECT_EQ(0, detect.Window(0));
         // pi taken as 3.14159 keeps the Hann peak one below full scale

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "CMorvane.h"
@@ -33,6 +35,17 @@ template <typename T> uint64_t Digest(const T* v, size_t n, uint64_t h = 1469598
 
 std::vector<float> Material(int frames) {
     return Signals::Music(frames, 44100);
+}
+
+// The capped runs (MORVANE_SIMD) must run the level they name, or they pin nothing new.
+TEST(Golden, RunsAtTheLevelAskedFor) {
+    const char* cap = std::getenv("MORVANE_SIMD");
+    const std::string level = cap ? cap : "";
+    if (level == "baseline") {
+        EXPECT_EQ(CMorvaneIsa::Baseline, CMorvaneIsa::Detected());
+    } else if (level == "avx2") {
+        EXPECT_NE(CMorvaneIsa::Avx512, CMorvaneIsa::Detected());
+    }
 }
 
 TEST(Golden, Fft) {
