@@ -25,7 +25,7 @@ public:
     CMorvane& operator=(const CMorvane&) = delete;
 
     int InitMorvane(); // defaults for 44100 Hz; returns the resampler's history length
-    void flash() {}
+    void flash() {}    // deliberately empty, as it has always been; nothing calls it
     void AllocMem();
 
     void SetTimeRate(double rate, bool running);
@@ -33,9 +33,12 @@ public:
     void SetSamplingRate(int rate);
     void StartToProcess(); // prepares a new job
     void SetActive(bool on);
+    void SetLowSound(float v);
+    // Setters the engine has always had and nobody calls, kept deliberately: the effect applies
+    // its output gain itself (the engine's stays 1), the resampler always preserves the pitch,
+    // and Drum is stored only.
     void SetOutputLevel(float gain);
     void SetPreServ(float v);
-    void SetLowSound(float v);
     void SetDrum(float v);
     void get_OverLevel(bool* over);
 

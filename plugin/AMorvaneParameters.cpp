@@ -102,7 +102,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
         const double t = ClampRate(d / 100.0);
         m_fHost[kTime] = static_cast<float>(t);
         if (!WithinBound(m_fHost[kPitch], m_fHost[kTime])) {
-            std::puts("error1");
+            std::puts("error1"); // deliberate: this line on standard output, as always
             Tell(LoadStringResource(kStrPitchTimeBound));
             m_fHost[kTime] = static_cast<float>(2.0 / m_fHost[kPitch]);
             setParameter(kTime, static_cast<float>(2.0 / m_fHost[kPitch]));
@@ -117,7 +117,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
         const double p = ClampRate(std::pow(kCentStep, static_cast<double>(d)));
         m_fHost[kPitch] = static_cast<float>(p);
         if (!WithinBound(m_fHost[kPitch], m_fHost[kTime])) {
-            std::puts("error0");
+            std::puts("error0"); // deliberate, as "error1" above
             Tell(LoadStringResource(kStrPitchTimeBound));
             m_fHost[kPitch] = static_cast<float>(2.0 / m_fHost[kTime]);
             setParameter(kPitch, 2.0f); // the bound itself, which the host path lowers again
