@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "AMorvane.h"
 #include "CDC.h"
 #include "CFloatEdit.h"
 #include "CFloatEdit2.h"
@@ -476,6 +477,53 @@ TEST_F(Controls, PopupEditorsReturnEscapeAndClamp) {
 } // namespace
 
 namespace {
+
+// The save dialog lists the 64 programs numbered from 1, names in UTF-8 from their Shift-JIS
+// bytes; choosing one puts its name in the name field, and OK returns the slot and the name.
+class CSaveDlgRead : public CPresetSaveDlg {
+public:
+    using CPresetSaveDlg::CPresetSaveDlg;
+    std::vector<std::string> entries; // the list as it stood at OK
+
+protected:
+    void OnOK() override {
+        for (int i = 0; i < m_ctlProgram.GetCount(); ++i) {
+            CString entry;
+            m_ctlProgram.GetLBText(i, entry);
+            entries.emplace_back(static_cast<const char*>(entry));
+        }
+        CPresetSaveDlg::OnOK();
+    }
+};
+
+TEST_F(Controls, SaveDialogListsNumberedProgramsAndTakesTheChosenName) {
+    AMorvane effect([](AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) -> VstIntPtr {
+        return opcode == audioMasterVersion ? 2400 : 0;
+    });
+    char fifth[] = "Fifth", piano[] = "\x83\x73\x83\x41\x83\x6d"; // ピアノ in Shift-JIS
+    effect.setProgram(1);
+    effect.setProgramName(fifth);
+    effect.setProgram(2);
+    effect.setProgramName(piano);
+    effect.setProgram(0);
+    CSaveDlgRead dlg(&host, &effect);
+    const intptr_t ok = person.WithPerson(
+        [&](Window) {
+            person.Tap(XK_Down); // the list has the focus first
+            person.Tap(XK_Tab);
+            person.Type(" Mine");
+            person.Tap(XK_Return);
+        },
+        [&] { return dlg.DoModal(); });
+    EXPECT_EQ(IDOK, ok);
+    EXPECT_EQ(1, dlg.m_nSelected);
+    EXPECT_STREQ("Fifth Mine", dlg.m_szName);
+    ASSERT_EQ(64u, dlg.entries.size());
+    EXPECT_EQ("1:Empty", dlg.entries[0]);
+    EXPECT_EQ("3:\u30d4\u30a2\u30ce", dlg.entries[2]);
+    EXPECT_EQ("64:Empty", dlg.entries[63]);
+    EXPECT_EQ(0u, dlg.m_ctlProgram.m_hWnd) << "the dialog's controls went with it";
+}
 
 // A program name is stored in 23 bytes; a double-byte character starting at byte 22 is left out
 // whole rather than split.

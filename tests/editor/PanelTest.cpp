@@ -54,12 +54,17 @@ struct Panel : ::testing::Test {
     }
     std::vector<uint32_t> Screen() { return person.Grab(window, kW, kH); }
     std::string Shown(int index) { return host.Text(effGetParamDisplay, index); }
-    // A person's steps played while the panel is in a modal menu or dialog (inside an idle call).
+    // A person's steps played while the panel is in a modal menu or dialog (inside an idle call);
+    // the menu or dialog's window is in modal meanwhile, and None when none opened.
+    Window modal = None;
     void WhileModal(std::function<void()> open, std::function<void()> steps) {
         const std::vector<Window> before = person.Shown();
+        modal = None;
         std::thread t([&] {
-            EXPECT_TRUE(person.WaitForNewWindow(before));
-            steps();
+            modal = person.WaitForNewWindow(before);
+            EXPECT_NE(None, modal);
+            if (modal != None)
+                steps();
         });
         open();
         for (int i = 0; i < 200 && t.joinable(); ++i) // the modal loop runs inside these
@@ -217,6 +222,89 @@ TEST_F(Panel, CopyMenuLampRevertAndSave) {
     std::ifstream in(bank, std::ios::binary);
     const std::string bytes{std::istreambuf_iterator<char>(in), {}};
     EXPECT_NE(std::string::npos, bytes.find("Slower"));
+    std::filesystem::remove(bank);
+}
+
+// ON/OFF and LowSound flip with a click. Shift-click sets the program back to its factory
+// settings; Control-click is offered for all programs and, deliberately, changes none.
+TEST_F(Panel, SwitchesAndTheirShiftAndControlClicks) {
+    const auto click = [&](int x, int y, KeySym held = NoSymbol) {
+        if (held != NoSymbol)
+            person.Key(held, true);
+        person.Click(window, x, y);
+        if (held != NoSymbol)
+            person.Key(held, false);
+        Idle();
+    };
+    constexpr int kOnX = 37, kOnY = 17, kLowX = 106, kLowY = 124;
+    click(kOnX, kOnY);
+    EXPECT_EQ(0.0f, host.Get(kOnOff));
+    EXPECT_EQ("OFF", Shown(kOnOff));
+    click(kOnX, kOnY);
+    EXPECT_EQ(1.0f, host.Get(kOnOff));
+    click(kLowX, kLowY);
+    EXPECT_EQ(0.0f, host.Get(kLowSound)); // which the engine still takes as on: only -1 is off
+    EXPECT_EQ("OFF", Shown(kLowSound));
+    click(kLowX, kLowY);
+    EXPECT_EQ(1.0f, host.Get(kLowSound));
+
+    host.Dispatch(effSetProgram, 0, 1);
+    Type(274, 193, "123");
+    host.Dispatch(effSetProgram, 0, 0);
+    Idle();
+    const float factory = host.Get(kTime);
+    Type(274, 193, "77");
+    click(kOnX, kOnY, XK_Control_L);
+    EXPECT_EQ(0.0f, host.Get(kOnOff)) << "the click itself still switches";
+    EXPECT_EQ(0.77f, host.Get(kTime));
+    click(kOnX, kOnY, XK_Shift_L);
+    EXPECT_EQ(factory, host.Get(kTime));
+    EXPECT_EQ(1.0f, host.Get(kOnOff)) << "the factory program is on";
+    host.Dispatch(effSetProgram, 0, 1);
+    EXPECT_EQ(1.23f, host.Get(kTime)) << "only the current program went back";
+}
+
+// The save button acts on release, wherever the press was; a press on it released elsewhere
+// does nothing. Cancel stores nothing; choosing a slot in the list replaces the typed name.
+TEST_F(Panel, SaveActsOnReleaseCancelsAndTakesTheListedName) {
+    const std::string bank = std::string(std::getenv("XDG_CONFIG_HOME")) + "/Morvane.fxb";
+    std::filesystem::remove(bank);
+    const std::string name = host.Text(effGetProgramName);
+    const auto pressMoveRelease = [&](int x0, int y0, int x1, int y1) {
+        person.MoveTo(window, x0, y0);
+        person.Button(true);
+        person.MoveTo(window, x1, y1);
+        person.Button(false);
+    };
+    constexpr int kSaveX = 181, kSaveY = 18, kAwayX = 330, kAwayY = 120;
+    Type(274, 193, "125");
+    WhileModal([&] { pressMoveRelease(kAwayX, kAwayY, kSaveX, kSaveY); },
+               [&] { person.Click(modal, 182 + 41, 104 + 14); }); // the dialog's Cancel
+    EXPECT_FALSE(std::filesystem::exists(bank));
+    EXPECT_EQ(name, host.Text(effGetProgramName));
+    EXPECT_EQ(0, host.Dispatch(effGetProgram));
+
+    const std::vector<Window> before = person.Shown();
+    pressMoveRelease(kSaveX, kSaveY, kAwayX, kAwayY);
+    Idle(30);
+    EXPECT_EQ(before, person.Shown()) << "no dialog";
+
+    char second[64] = {};
+    host.Dispatch(effGetProgramNameIndexed, 1, 0, second);
+    WhileModal([&] { person.Click(window, kSaveX, kSaveY); },
+               [&] {
+                   person.Tap(XK_Tab);
+                   person.Key(XK_Control_L, true), person.Tap(XK_a),
+                       person.Key(XK_Control_L, false);
+                   person.Type("Typed");
+                   person.Key(XK_Shift_L, true), person.Tap(XK_Tab), person.Key(XK_Shift_L, false);
+                   person.Tap(XK_Down);
+                   person.Tap(XK_Return);
+               });
+    EXPECT_EQ(1, host.Dispatch(effGetProgram));
+    EXPECT_EQ(second, host.Text(effGetProgramName));
+    EXPECT_EQ(1.25f, host.Get(kTime));
+    EXPECT_TRUE(std::filesystem::exists(bank));
     std::filesystem::remove(bank);
 }
 

@@ -86,16 +86,29 @@ public:
     // Waits, up to a few seconds, until a window that was not among 'before' is on screen and
     // has had time to take the keyboard (a dialog takes the focus, a menu a grab); watching never
     // grabs anything itself, which would take the keyboard from the window.
-    bool WaitForNewWindow(const std::vector<Window>& before) {
+    // Returns it, or None.
+    Window WaitForNewWindow(const std::vector<Window>& before) {
         for (int i = 0; i < 600; ++i) {
             for (Window w : Shown())
                 if (std::find(before.begin(), before.end(), w) == before.end()) {
                     std::this_thread::sleep_for(std::chrono::milliseconds(150));
-                    return true;
+                    return w;
                 }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        return false;
+        return None;
+    }
+    // Runs modal, which opens a window and returns when it closes, while the person waits on
+    // another thread for that window and plays steps on it (they receive it).
+    template <class Modal> auto WithPerson(const std::function<void(Window)>& steps, Modal modal) {
+        const std::vector<Window> before = Shown();
+        std::thread t([&] {
+            if (const Window opened = WaitForNewWindow(before); opened != None)
+                steps(opened);
+        });
+        auto result = modal();
+        t.join();
+        return result;
     }
     Window Focus() {
         Window focus = None;

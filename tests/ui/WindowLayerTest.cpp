@@ -134,14 +134,7 @@ struct WindowLayer : ::testing::Test {
     // Runs a modal call on this thread while 'steps' plays the person on another, who starts
     // once the dialog or menu has taken the keyboard, and settles a moment more.
     template <class Modal> auto WithPerson(std::function<void()> steps, Modal modal) {
-        const std::vector<Window> before = person.Shown();
-        std::thread t([&] {
-            EXPECT_TRUE(person.WaitForNewWindow(before));
-            steps();
-        });
-        auto result = modal();
-        t.join();
-        return result;
+        return person.WithPerson([&](Window) { steps(); }, modal);
     }
 };
 
@@ -400,60 +393,7 @@ TEST_F(WindowLayer, PopupMenusChooseCancelAndRefuseGreyedEntries) {
     EXPECT_EQ(&wnd, CWnd::FromHandle(wnd.m_hWnd));
 }
 
-class CSaveDlg : public CDialog {
-public:
-    CSaveDlg() : CDialog(5040) {}
-    CComboBox list;
-    std::string name;
-    int chosen = -1;
-
-protected:
-    DECLARE_MESSAGE_MAP()
-    void DoDataExchange(CDataExchange* dx) override { DDX_Control(dx, 1120, list); }
-    BOOL OnInitDialog() override {
-        for (const char* s : {"1:Semitone up", "2:Fifth", "3:Octave"})
-            list.AddString(s);
-        list.SetCurSel(0);
-        GetDlgItem(5000)->SetWindowText("typed");
-        return TRUE;
-    }
-    void OnSelChange() {
-        CString t;
-        list.GetLBText(list.GetCurSel(), t);
-        GetDlgItem(5000)->SetWindowText(t);
-    }
-    void OnOK() override {
-        chosen = list.GetCurSel();
-        CString t;
-        GetDlgItem(5000)->GetWindowText(t);
-        name = static_cast<const char*>(t);
-        CDialog::OnOK();
-    }
-};
-BEGIN_MESSAGE_MAP(CSaveDlg, CDialog)
-ON_CBN_SELCHANGE(1120, OnSelChange)
-END_MESSAGE_MAP()
-
-TEST_F(WindowLayer, ModalDialogFromItsTemplateToAChoiceAndToACancel) {
-    CSaveDlg dlg;
-    const intptr_t ok = WithPerson(
-        [&] {
-            person.Tap(XK_Down); // the list has the focus first: choose the second program
-            person.Tap(XK_Tab);
-            person.Type(" Mine");
-            person.Tap(XK_Return);
-        },
-        [&] { return dlg.DoModal(); });
-    EXPECT_EQ(IDOK, ok);
-    EXPECT_EQ(1, dlg.chosen);
-    EXPECT_EQ("2:Fifth Mine", dlg.name);
-    EXPECT_EQ(0u, dlg.list.m_hWnd) << "the dialog's controls went with it";
-
-    CSaveDlg cancelled;
-    EXPECT_EQ(IDCANCEL,
-              WithPerson([&] { person.Tap(XK_Escape); }, [&] { return cancelled.DoModal(); }));
-    EXPECT_EQ(-1, cancelled.chosen);
-    // a message box over the window, closed with Return
+TEST_F(WindowLayer, MessageBoxOverTheWindowClosesWithReturn) {
     EXPECT_EQ(IDOK,
               WithPerson([&] { person.Tap(XK_Return); }, [&] { return AfxMessageBox(20200); }));
 }
