@@ -1,12 +1,14 @@
-// Linked into every test program: a run by hand, outside CTest, must not read or write the
-// preferences of whoever runs it. CTest points XDG_CONFIG_HOME at the build's test-config folder;
-// anything else is replaced, before main, by a fresh temporary folder.
+// Linked into every test program: no test reads or writes the preferences of whoever runs it,
+// and no two test processes share theirs (CTest runs them in parallel, and a test that saves a
+// bank must not meet another's). Before main, XDG_CONFIG_HOME becomes a fresh folder: inside the
+// build's test-config folder when CTest points there, else in /tmp. It goes at exit.
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 namespace {
 
-bool Private(const char* dir) {
+bool InTestConfig(const char* dir) {
     if (dir == nullptr)
         return false;
     const std::string d = dir;
@@ -14,13 +16,22 @@ bool Private(const char* dir) {
     return d.size() >= mark.size() && d.compare(d.size() - mark.size(), mark.size(), mark) == 0;
 }
 
+std::string gFolder;
+
 const bool gPrivate = [] {
-    if (Private(std::getenv("XDG_CONFIG_HOME")))
-        return true;
-    char dir[] = "/tmp/morvane-tests-XXXXXX";
-    if (mkdtemp(dir) == nullptr)
+    const char* given = std::getenv("XDG_CONFIG_HOME");
+    std::string pattern = InTestConfig(given) ? std::string(given) : "/tmp";
+    std::error_code ec;
+    std::filesystem::create_directories(pattern, ec);
+    pattern += "/morvane-tests-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr)
         std::abort(); // better no run than one on the real preferences
-    setenv("XDG_CONFIG_HOME", dir, 1);
+    gFolder = pattern;
+    setenv("XDG_CONFIG_HOME", gFolder.c_str(), 1);
+    std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(gFolder, ignored);
+    });
     return true;
 }();
 
