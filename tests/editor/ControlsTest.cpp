@@ -98,6 +98,12 @@ struct Controls : ::testing::Test {
                                   nullptr, 0));
         Settle();
     }
+    // What a field shows, whatever its own GetWindowText makes of it.
+    static std::string text(CWnd& w) {
+        std::string s(w.GetWindowTextLength(), '\0');
+        w.CWnd::GetWindowText(s.data(), static_cast<int>(s.size()) + 1);
+        return s;
+    }
     void Settle() {
         for (int i = 0; i < 20; ++i) {
             XSync(person.display(), False);
@@ -323,11 +329,6 @@ TEST_F(Controls, NumericFieldsFilterTypingAndFixItUp) {
             e->Create(WS_CHILD | WS_VISIBLE, CRect(10, 10 + 30 * n, 150, 34 + 30 * n), &host, n));
         e->SetFont(&font);
     }
-    auto text = [](CWnd& w) {
-        std::string s(w.GetWindowTextLength(), '\0');
-        w.CWnd::GetWindowText(s.data(), static_cast<int>(s.size()) + 1);
-        return s;
-    };
     auto value = [](CWnd& w) {
         char buf[64];
         w.GetWindowText(buf, sizeof(buf));
@@ -349,7 +350,7 @@ TEST_F(Controls, NumericFieldsFilterTypingAndFixItUp) {
     points.SetInputMinMax(0, 72);
     person.Click(points.m_hWnd, 60, 10);
     Settle();
-    person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+    person.SelectAll();
     person.Type("12.5");
     Settle();
     EXPECT_EQ("12.5", text(points)) << "typed text stays as typed";
@@ -363,7 +364,7 @@ TEST_F(Controls, NumericFieldsFilterTypingAndFixItUp) {
     person.Tap(XK_Return); // 12.5poin00 reads 12.5; past the maximum it would be clamped
     Settle();
     EXPECT_EQ("12.5point", text(points));
-    person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+    person.SelectAll();
     person.Type("99");
     person.Tap(XK_Return);
     Settle();
@@ -412,16 +413,11 @@ TEST_F(Controls, PopupEditorsReturnEscapeAndClamp) {
     popup.ShowWindow(SW_SHOW);
     popup.Edit().SetFocus();
     Settle();
-    auto text = [](CWnd& w) {
-        std::string s(w.GetWindowTextLength(), '\0');
-        w.CWnd::GetWindowText(s.data(), static_cast<int>(s.size()) + 1);
-        return s;
-    };
     EXPECT_EQ("-130.0", text(popup.Edit()));
     person.Tap(XK_Up); // the spin steps by one in the integer form
     Settle();
     EXPECT_EQ("-129.9", text(popup.Edit()));
-    person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+    person.SelectAll();
     person.Type("250");
     person.Tap(XK_Return);
     Settle();
@@ -450,7 +446,7 @@ TEST_F(Controls, PopupEditorsReturnEscapeAndClamp) {
         spin.ShowWindow(SW_SHOW);
         spin.Edit().SetFocus();
         Settle();
-        person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+        person.SelectAll();
         person.Type(typed);
         person.Tap(XK_Return);
         Settle();

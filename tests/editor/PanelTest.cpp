@@ -75,7 +75,7 @@ struct Panel : ::testing::Test {
     void Type(int x, int y, const char* text) {
         person.Click(window, x, y);
         Idle();
-        person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+        person.SelectAll();
         person.Type(text);
         person.Tap(XK_Return);
         Idle();
@@ -178,7 +178,7 @@ TEST_F(Panel, TypedValuesArriveInTheUnitsTheReadOutsShow) {
     testing::internal::CaptureStdout();
     person.Click(window, 192, 193);
     Idle();
-    person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+    person.SelectAll();
     person.Type("-1300");
     Idle();
     WhileModal([&] { person.Tap(XK_Return); }, [&] { person.Tap(XK_Return); });
@@ -210,8 +210,7 @@ TEST_F(Panel, CopyMenuLampRevertAndSave) {
                [&] {
                    person.Tap(XK_Down);
                    person.Tap(XK_Tab);
-                   person.Key(XK_Control_L, true), person.Tap(XK_a),
-                       person.Key(XK_Control_L, false);
+                   person.SelectAll();
                    person.Type("Slower");
                    person.Tap(XK_Return);
                });
@@ -294,8 +293,7 @@ TEST_F(Panel, SaveActsOnReleaseCancelsAndTakesTheListedName) {
     WhileModal([&] { person.Click(window, kSaveX, kSaveY); },
                [&] {
                    person.Tap(XK_Tab);
-                   person.Key(XK_Control_L, true), person.Tap(XK_a),
-                       person.Key(XK_Control_L, false);
+                   person.SelectAll();
                    person.Type("Typed");
                    person.Key(XK_Shift_L, true), person.Tap(XK_Tab), person.Key(XK_Shift_L, false);
                    person.Tap(XK_Down);
@@ -397,7 +395,7 @@ TEST(GuiCommand, RendersWithThePanelsSettingsAndEndsWhenClosed) {
     const Window before = person.Focus();
     person.Click(w, 274, 193);
     const Window field = focusLeaves(before);
-    person.Key(XK_Control_L, true), person.Tap(XK_a), person.Key(XK_Control_L, false);
+    person.SelectAll();
     person.Type("150");
     person.Tap(XK_Return);
     focusLeaves(field);

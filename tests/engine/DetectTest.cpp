@@ -2,13 +2,10 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #include "CMorvane.h"
 #include "CMorvaneDetect.h"
-#include "Scale16.h"
-#include "fft.h"
 #include "support/Signals.h"
 
 namespace {
@@ -122,79 +119,6 @@ TEST_F(DetectFixture, FirstOnsetWinsAndQuietRisesAreIgnored) {
     const int rest = 44100 - L - 441;
     EXPECT_EQ(static_cast<int>(rest * 0.9) + 1,
               detect.Detect(x.data() + 2 * (L + 441), rest, &arg));
-}
-
-// The flux curves the straightforward way: each frame rounded, windowed and padded in natural
-// order, the reference transform, every value divided, magnitudes, sums. Every instruction set
-// must give the same bits, also where samples saturate or are not numbers.
-std::vector<double> ReferenceFlux(const CMorvaneDetect& d, const float* in, int count, int F,
-                                  int ch, bool positive) {
-    const int N = d.FFTSize();
-    const int H = F / 2;
-    std::vector<double> curve{0.0}, mag1(N), mag2(N), spectrum(2 * N);
-    for (int t = 1; t * H < count - H; ++t) {
-        std::fill(spectrum.begin(), spectrum.end(), 0.0);
-        const float* frame = in + static_cast<long>(t - 1) * H * ch;
-        for (int j = 0; j < F; ++j) {
-            const int64_t v =
-                ch == 2
-                    ? ((int64_t{Scale16::Round(frame[2 * j])} + Scale16::Round(frame[2 * j + 1])) *
-                       d.Window(j)) >>
-                          16
-                    : (int64_t{Scale16::Round(frame[j])} * d.Window(j)) >> 15;
-            spectrum[2 * (j + (N - F) / 2)] = static_cast<double>(v);
-        }
-        fft(spectrum.data(), N, true);
-        double P = 0.0, Q = 0.0;
-        for (int b = 0; b <= N / 2; ++b) {
-            const double a = std::sqrt(spectrum[2 * b] * spectrum[2 * b] +
-                                       spectrum[2 * b + 1] * spectrum[2 * b + 1]) /
-                             (N / 2);
-            P += a - mag2[b];
-            Q += std::fabs(a - mag2[b]);
-            mag2[b] = mag1[b];
-            mag1[b] = a;
-        }
-        curve.push_back(positive ? (P > 0.0 ? P : 0.0) : Q);
-    }
-    return curve;
-}
-
-TEST(DetectCurves, EveryInstructionSetGivesTheStraightforwardBits) {
-    for (auto isa : {CMorvaneIsa::Baseline, CMorvaneIsa::Avx2, CMorvaneIsa::Avx512}) {
-        if (!CMorvaneIsa::Supported(isa))
-            continue;
-        // 44.1 kHz divides by 32 (exact), 96 kHz's 2048 points by sqrt(2048) (not exact).
-        for (int rate : {44100, 96000}) {
-            for (int ch : {1, 2}) {
-                CMorvaneDetect detect(isa);
-                mvArg arg;
-                arg.nChannels = ch;
-                arg.nFrameLen = (rate * 20 / 1000) & ~1;
-                arg.dOnsetLevel1 = arg.dOnsetLevel2 = 1e300; // no onset: every frame is analysed
-                detect.IniDetect(arg.nFrameLen);
-                const int count = rate / 5;
-                std::vector<float> x = Signals::Noise(count, ch, 0.6, 7);
-                for (size_t i = 0; i < x.size(); i += 97)
-                    x[i] = i % 3 == 0 ? 1.0f : -1.0f;
-                x[1000] = NAN;
-                x[2001] = 3.0e9f;
-                x[3002] = -INFINITY;
-                x[4003] = -0.0f;
-                detect.Detect(x.data(), count, &arg);
-                for (bool positive : {true, false}) {
-                    const auto want =
-                        ReferenceFlux(detect, x.data(), count, arg.nFrameLen, ch, positive);
-                    const double* got = positive ? detect.FluxPos() : detect.FluxAbs();
-                    ASSERT_GT(want.size(), 10u);
-                    for (size_t t = 1; t < want.size(); ++t)
-                        ASSERT_EQ(0, std::memcmp(&want[t], &got[t], sizeof(double)))
-                            << "isa " << isa << " rate " << rate << " ch " << ch << " frame " << t
-                            << ": " << want[t] << " vs " << got[t];
-                }
-            }
-        }
-    }
 }
 
 } // namespace

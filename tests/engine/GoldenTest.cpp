@@ -2,6 +2,7 @@
 // implementation before any speed work; a faster one must reproduce every bit of them.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +25,9 @@ constexpr uint64_t GOLDEN_BLOCK = 16618441778306711739ull;
 constexpr uint64_t GOLDEN_RESAMPLE = 11730533940758054996ull;
 constexpr uint64_t GOLDEN_RENDER = 13079952082221375904ull;
 constexpr uint64_t GOLDEN_BLOCK_HOSTILE = 7823774133281223396ull;
+// taken when the vector kernels were proven against the plain loops, bit for bit
+constexpr uint64_t GOLDEN_FLUX_HOSTILE = 16771004883521724531ull;
+constexpr uint64_t GOLDEN_RESAMPLE_TINY = 10155645816013545923ull;
 
 // FNV-1a over the bytes of the values.
 template <typename T> uint64_t Digest(const T* v, size_t n, uint64_t h = 1469598103934665603ull) {
@@ -136,6 +140,63 @@ TEST(Golden, Resampler) {
     }
     RecordProperty("digest", std::to_string(h));
     EXPECT_EQ(GOLDEN_RESAMPLE, h);
+}
+
+// The detector's two flux curves over samples that saturate or are not numbers, mono and stereo,
+// at a rate whose transform divides exactly (44.1 kHz) and one whose does not (96 kHz).
+TEST(Golden, FluxCurvesOfHostileSamples) {
+    uint64_t h = 1469598103934665603ull;
+    for (int rate : {44100, 96000}) {
+        for (int ch : {1, 2}) {
+            CMorvaneDetect detect;
+            mvArg arg;
+            arg.nChannels = ch;
+            arg.nFrameLen = (rate / 50) & ~1;
+            arg.dOnsetLevel1 = arg.dOnsetLevel2 = 1e300; // no onset: every frame is analysed
+            detect.IniDetect(arg.nFrameLen);
+            const int count = rate / 5;
+            std::vector<float> x = Signals::Noise(count, ch, 0.6, 7);
+            for (size_t i = 0; i < x.size(); i += 97)
+                x[i] = i % 3 == 0 ? 1.0f : -1.0f;
+            const float odd[] = {NAN, 3.0e9f, -INFINITY, -0.0f};
+            for (size_t k = 0; k < 4; ++k)
+                x[1000 * (k + 1) + k] = odd[k];
+            detect.Detect(x.data(), count, &arg);
+            const int H = arg.nFrameLen / 2;
+            const size_t frames = static_cast<size_t>((count - H - 1) / H);
+            h = Digest(detect.FluxPos() + 1, frames, Digest(detect.FluxAbs() + 1, frames, h));
+        }
+    }
+    RecordProperty("digest", std::to_string(h));
+    EXPECT_EQ(GOLDEN_FLUX_HOSTILE, h);
+}
+
+// Whole resampler calls whose first outputs read back into the history, at the ratios a
+// semitone step gives, once with a sample too small for the kernels (that call takes the plain
+// loop).
+TEST(Golden, ResamplerCallsWithATinySample) {
+    uint64_t h = 1469598103934665603ull;
+    for (double ratio : {0.7491535384383408, 1.4983070768766815}) {
+        CMorvaneResample r;
+        mvArg arg;
+        arg.dPitchRate = ratio;
+        const int hist = r.IniResample(ratio, ratio < 1 ? 60 : 80, 0.1);
+        const int n = 3000;
+        std::vector<float> buf(2 * (hist + n + hist + 4), 0.0f), o0(3 * n), o1(3 * n);
+        float* outs[2] = {o0.data(), o1.data()};
+        const auto x = Signals::Noise(4 * n, 2, 0.9, 9);
+        for (int call = 0; call < 4; ++call) {
+            std::memcpy(&buf[2 * hist], &x[2 * n * call], sizeof(float) * 2 * n);
+            if (call == 2)
+                buf[2 * hist + 100] = 1e-36f;
+            arg.bLastSegment = call == 3;
+            const int k = r.Resample(outs, &buf[2 * hist], n, &arg, true);
+            h = Digest(o0.data(), k, Digest(o1.data(), k, h));
+            std::memmove(buf.data(), &buf[2 * n], sizeof(float) * 2 * hist);
+        }
+    }
+    RecordProperty("digest", std::to_string(h));
+    EXPECT_EQ(GOLDEN_RESAMPLE_TINY, h);
 }
 
 TEST(Golden, WholeRenders) {

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "CMorvaneInterpolator.h"
-#include "CMorvaneResample.h"
 
 namespace {
 
@@ -200,68 +199,6 @@ TEST(Interpolator, ExactRefusesSamplesItCouldRoundDifferently) {
             EXPECT_FALSE(CMorvaneInterpolator::Exact(x.data(), static_cast<long>(x.size())))
                 << bad << " at " << i;
             EXPECT_TRUE(CMorvaneInterpolator::Exact(x.data(), static_cast<long>(i))) << i;
-        }
-    }
-}
-
-// The plain resampling loop, in full, as the reference for whole calls.
-struct PlainResampler {
-    const int16_t* table;
-    int half;
-    double pos = 0.0;
-
-    int Run(float** out, const float* in, int n, double ratio, bool last) {
-        const double limit = last ? n - 0.5 : (n - half) - 0.5;
-        int k = 0;
-        while (limit > pos) {
-            const int ip = static_cast<int>(pos);
-            const double f8 = (pos - ip) * 8.0;
-            const int phase = static_cast<int>(f8);
-            const int shift = phase > 3 ? 1 : 0;
-            const Point p{in + 2L * (ip - half + shift), 8 * shift + 3 - phase,
-                          static_cast<int32_t>((f8 - phase) * 32768.0)};
-            float acc[2];
-            Plain(table, p, 2 * half + 1, acc);
-            out[0][k] = acc[0];
-            out[1][k] = acc[1];
-            ++k;
-            pos += ratio;
-        }
-        pos -= n;
-        return k;
-    }
-};
-
-// Whole calls at several ratios, with the first outputs reading back into the history, and a
-// stretch of samples too small for the kernels (the call then takes the plain loop).
-TEST(Interpolator, ResamplerCallsMatchThePlainLoop) {
-    for (double ratio : {0.5, 0.7491535384383408, 1.4983070768766815, 2.0}) {
-        for (bool tiny : {false, true}) {
-            CMorvaneResample r;
-            mvArg arg;
-            arg.dPitchRate = ratio;
-            const int hist = r.IniResample(ratio, ratio < 1 ? 60 : 80, 0.1);
-            PlainResampler plain{r.Table(), r.HalfLength()};
-            const int n = 3000;
-            std::vector<float> buf(2 * (hist + n + hist + 4), 0.0f);
-            std::vector<float> a0(3 * n), a1(3 * n), b0(3 * n), b1(3 * n);
-            float* got[2] = {a0.data(), a1.data()};
-            float* want[2] = {b0.data(), b1.data()};
-            std::mt19937 rng(9);
-            std::uniform_real_distribution<float> u(-0.9f, 0.9f);
-            for (int call = 0; call < 4; ++call) {
-                for (int i = 0; i < 2 * n; ++i)
-                    buf[2 * hist + i] = u(rng);
-                if (tiny && call == 2)
-                    buf[2 * hist + 100] = 1e-36f;
-                arg.bLastSegment = call == 3;
-                const int k = r.Resample(got, &buf[2 * hist], n, &arg, true);
-                const int m = plain.Run(want, &buf[2 * hist], n, ratio, call == 3);
-                ASSERT_EQ(m, k);
-                ASSERT_EQ(0, std::memcmp(a0.data(), b0.data(), sizeof(float) * k)) << ratio;
-                ASSERT_EQ(0, std::memcmp(a1.data(), b1.data(), sizeof(float) * k)) << ratio;
-                std::memmove(buf.data(), &buf[2 * n], sizeof(float) * 2 * hist);
-            }
         }
     }
 }

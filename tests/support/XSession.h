@@ -59,6 +59,12 @@ public:
         Key(sym, false);
         std::this_thread::sleep_for(std::chrono::milliseconds(40));
     }
+    // Control+A: everything in the focused field, to be typed over.
+    void SelectAll() {
+        Key(XK_Control_L, true);
+        Tap(XK_a);
+        Key(XK_Control_L, false);
+    }
     void Type(const char* text) {
         for (const char* p = text; *p; ++p) {
             const bool shift = *p == '_' || *p == ':' || (*p >= 'A' && *p <= 'Z');
