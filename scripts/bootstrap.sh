@@ -9,7 +9,8 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libx11-dev libxtst-dev libcairo2-dev libfontconfig-dev fonts-vlgothic fonts-dejavu-core
     fonts-dejavu-extra xvfb xauth
-    libsndfile1-dev libmpg123-dev libcli11-dev
+    libsndfile1-dev libmpg123-dev libcli11-dev libpulse-dev pulseaudio pulseaudio-utils
+    dpkg-dev lintian desktop-file-utils
     dpf-plugins-vst clang-14 libclang-rt-14-dev
     "$@"
 )

@@ -1,0 +1,49 @@
+#!/bin/sh
+# Builds the Debian package from a build tree and checks it as Debian's tools would: its files,
+# the dependencies dpkg-shlibdeps found, the menu entry, and lintian with no errors.
+#   check-deb.sh BUILD_DIR WORK_DIR
+set -eu
+build=$1
+work=$2
+rm -rf "$work"
+mkdir -p "$work"
+cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work" >"$work/cpack.log" 2>&1 || {
+    cat "$work/cpack.log" >&2
+    exit 1
+}
+deb=$(ls "$work"/morvane_*_amd64.deb)
+fail() { echo "check-deb: $*" >&2; exit 1; }
+
+dpkg-deb -c "$deb" | awk '{print $6}' | sed 's|^\./|/|' >"$work/files"
+for f in /usr/bin/morvane /usr/lib/vst/Morvane.so /usr/share/man/man1/morvane.1.gz \
+    /usr/share/bash-completion/completions/morvane /usr/share/applications/morvane.desktop \
+    /usr/share/icons/hicolor/scalable/apps/morvane.svg /usr/share/doc/morvane/copyright \
+    /usr/share/doc/morvane/changelog.gz /usr/lib/vst/Morvane.fxb; do
+    grep -qx "$f" "$work/files" || fail "$f is not in the package"
+done
+if grep -q '^/usr/include\|/tests\?/\|_tests$\|_bench$' "$work/files"; then
+    fail "the package holds build or test files"
+fi
+
+# Dependencies come from the binaries: libsndfile and libmpg123 for the host, X and cairo for
+# the panel, and the C++ runtime, with the versions the binaries need.
+depends=$(dpkg-deb -f "$deb" Depends)
+for lib in libc6 libstdc++6 libsndfile1 libmpg123-0 libx11-6 libcairo2; do
+    echo "$depends" | tr ',' '\n' | sed 's/^ *//; s/ .*//' | grep -qFx "$lib" ||
+        fail "Depends lacks $lib: $depends"
+done
+[ "$(dpkg-deb -f "$deb" Architecture)" = amd64 ] || fail "not an amd64 package"
+
+dpkg-deb -x "$deb" "$work/root"
+desktop-file-validate "$work/root/usr/share/applications/morvane.desktop"
+grep -q '^Exec=morvane gui %f$' "$work/root/usr/share/applications/morvane.desktop" ||
+    fail "the menu entry does not open a file in morvane gui"
+"$work/root/usr/bin/morvane" --version >/dev/null || fail "the packaged morvane does not run"
+
+# lintian: errors fail; warnings are reported for a person to read.
+lintian --tag-display-limit 0 "$deb" >"$work/lintian.log" 2>&1 || true
+if grep -q '^E:' "$work/lintian.log"; then
+    cat "$work/lintian.log" >&2
+    fail "lintian reports errors"
+fi
+echo "check-deb: $(basename "$deb") holds $(wc -l <"$work/files") entries; Depends: $depends"
