@@ -2,6 +2,7 @@
 
 #include <mpg123.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -197,4 +198,11 @@ sf_count_t AudioReader::Read(float* interleaved, sf_count_t frames) {
     if (got > 0)
         ShortsToFloats(m_shorts.data(), static_cast<long>(got) * m_info.channels, interleaved);
     return got;
+}
+
+bool AudioReader::Seek(sf_count_t frame) {
+    frame = std::clamp<sf_count_t>(frame, 0, m_info.frames);
+    if (m_mp3)
+        return mpg123_seek(m_mp3, static_cast<off_t>(frame), SEEK_SET) >= 0;
+    return sf_seek(m_file, frame, SEEK_SET) >= 0;
 }

@@ -29,6 +29,9 @@ public:
     // The file's text tags by libsndfile's SF_STR_ numbers.
     const std::map<int, std::string>& Tags() const { return m_tags; }
 
+    // Goes to a frame (clamped to the file), where the next Read starts; false when the file
+    // cannot be sought.
+    bool Seek(sf_count_t frame);
     // Reads up to frames interleaved frames; returns the frames read (0 at the end).
     sf_count_t Read(float* interleaved, sf_count_t frames);
 

@@ -12,9 +12,11 @@
 
 GuiCommand::GuiCommand(CLI::App& parent)
     : Command(parent, "gui",
-              "Show the plug-in's panel in a window: dial settings, save programs; with IN OUT, "
-              "render (again with R)") {
-    m_cmd->add_option("files", m_files, "IN OUT to render with the panel's settings")
+              "The plug-in's panel in a window with programs, files, render and playback; "
+              "IN OUT renders at once") {
+    m_cmd
+        ->add_option("files", m_files,
+                     "IN to open (the output is proposed beside it), or IN OUT to render at once")
         ->expected(0, 2);
     m_cmd->add_option("--program", m_program, "Start from program N (1-64)")
         ->check(CLI::Range(1, 64));
@@ -27,8 +29,6 @@ GuiCommand::GuiCommand(CLI::App& parent)
 }
 
 int GuiCommand::Run() {
-    if (m_files.size() == 1)
-        throw UsageError("gui takes IN and OUT together, or neither");
     RenderSettings settings;
     if (m_files.size() == 2) {
         try {
@@ -49,8 +49,9 @@ int GuiCommand::Run() {
             p.Dispatch(effSetProgram, 0, m_program - 1);
         RenderSettings::ChooseEngine(p, m_engine == "crisp" ? MorvaneEngine::kCrisp
                                                             : MorvaneEngine::kSplice);
-        return PanelHost(p, settings)
-            .Run(m_files.empty() ? "" : m_files[0], m_files.empty() ? "" : m_files[1]);
+        const std::string in = m_files.empty() ? "" : m_files[0];
+        const std::string out = m_files.size() == 2 ? m_files[1] : "";
+        return PanelHost(p, settings).Run(in, out, m_files.size() == 2);
     } catch (const HostError&) {
         throw;
     } catch (const std::exception& e) {

@@ -1,41 +1,33 @@
 #include "PanelHost.h"
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <filesystem>
+#include <vector>
 
-#include "CWnd.h"
+#include "AudioPlayer.h"
+#include "AudioReader.h"
+#include "CSjis.h"
 #include "CXConnection.h"
 #include "MorvaneEngine.h"
+#include "OutputFormat.h"
+#include "RenderBatch.h"
+#include "StudioWindow.h"
 #include "VstPlugin.h"
 
 namespace {
 
-// The window the panel is shown in: it asks to close, R asks for a render and E for the other
-// engine.
-class CHostWindow : public CWnd {
-public:
-    bool closed = false;
-    bool renderAgain = false;
-    bool otherEngine = false;
-    bool WantsKeys() const override { return true; }
+using Clock = std::chrono::steady_clock;
+using Mode = StatusView::Mode;
 
-protected:
-    DECLARE_MESSAGE_MAP()
-    void OnClose() { closed = true; }
-    void OnChar(UINT ch, UINT, UINT) {
-        if (ch == 'r' || ch == 'R')
-            renderAgain = true;
-        if (ch == 'e' || ch == 'E')
-            otherEngine = true;
-    }
-};
-BEGIN_MESSAGE_MAP(CHostWindow, CWnd)
-ON_WM_CLOSE()
-ON_WM_CHAR()
-END_MESSAGE_MAP()
+constexpr int kPrograms = 64;
 
 struct Closed : std::runtime_error {
     Closed() : std::runtime_error("closed") {}
+};
+struct Stopped : std::runtime_error {
+    Stopped() : std::runtime_error("stopped") {}
 };
 
 std::string BaseName(const std::string& path) {
@@ -43,28 +35,87 @@ std::string BaseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
+// m:ss.d
+std::string TimeText(double seconds) {
+    char text[32];
+    const int tenths = static_cast<int>(std::lround(std::max(0.0, seconds) * 10));
+    std::snprintf(text, sizeof text, "%d:%02d.%d", tenths / 600, tenths / 10 % 60, tenths % 10);
+    return text;
+}
+
+// A file's length in seconds, or 0 when it cannot be read.
+double Seconds(const std::string& path) {
+    try {
+        AudioReader r(path);
+        return r.SampleRate() > 0 ? static_cast<double>(r.Frames()) / r.SampleRate() : 0.0;
+    } catch (const std::exception&) {
+        return 0.0;
+    }
+}
+
 } // namespace
 
-int PanelHost::Run(const std::string& input, const std::string& output) {
+int PanelHost::Run(const std::string& input, const std::string& output, bool render) {
     ERect* rect = nullptr;
     if (!m_plugin.Dispatch(effEditGetRect, 0, 0, &rect) || !rect) {
         return Fail(kExitBadPlugin, "the plug-in has no panel");
     }
-    CHostWindow window;
-    const CRect r(100, 100, 100 + rect->right - rect->left, 100 + rect->bottom - rect->top);
-    if (!window.CreateEx(0, AfxRegisterWndClass(0), "Morvane", WS_POPUP | WS_CAPTION | WS_SYSMENU,
-                         r, nullptr, 0)) {
+    StudioWindow window;
+    if (!window.Create(rect->right - rect->left, rect->bottom - rect->top)) {
         return Fail(kExitUsage, "no X display to show the panel on (is DISPLAY set?)");
     }
-    window.SelectKeys(true);
     window.ShowWindow(SW_SHOW);
-    if (!m_plugin.Dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(window.m_hWnd))) {
+    if (!m_plugin.Dispatch(effEditOpen, 0, 0,
+                           reinterpret_cast<void*>(window.PanelFrame().m_hWnd))) {
         return Fail(kExitBadPlugin, "the plug-in could not open its panel");
     }
-    using Clock = std::chrono::steady_clock;
+    window.SetFiles(input, output);
+    AudioPlayer player;
+
     auto nextIdle = Clock::now();
+    auto nextSync = Clock::now();
+    bool closed = false;
+    std::string status, programName, title;
+    Mode mode = Mode::Idle;
+
+    const auto engine = [&] {
+        return static_cast<int>(
+            m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk));
+    };
+    const auto engineName = [&](int e) {
+        return std::string(e == MorvaneEngine::kCrisp ? "crisp" : "splice") + " engine";
+    };
+    const auto show = [&](Mode m, double fraction, const std::string& text) {
+        mode = m;
+        status = text;
+        window.ShowState(m, fraction, text);
+    };
+    // The title names the state first (a taskbar shows its start), then the program.
+    const auto showTitle = [&] {
+        const std::string t = "Morvane: " + status + " \xE2\x80\x94 " + programName;
+        if (t != title)
+            window.SetWindowText((title = t).c_str());
+    };
+    // The strip follows what the panel does to the programs: copy, revert and save.
+    const auto sync = [&] {
+        std::vector<std::string> names;
+        for (int i = 0; i < kPrograms; ++i) {
+            const CString utf8 =
+                CheckSJISAndToUFT8(m_plugin.Text(effGetProgramNameIndexed, i, -1).c_str());
+            names.emplace_back(static_cast<const char*>(utf8));
+        }
+        const int current = static_cast<int>(m_plugin.Dispatch(effGetProgram));
+        window.SetPrograms(names, current);
+        programName = current >= 0 && current < kPrograms
+                          ? std::to_string(current + 1) + ": " + names[static_cast<size_t>(current)]
+                          : "";
+        window.SetEngine(engine());
+        window.SetCanPlayResult(!window.Output().empty() &&
+                                std::filesystem::is_regular_file(window.Output()));
+        showTitle();
+    };
     // One turn of the host's loop: its own window's events, then the editor's idle call.
-    auto turn = [&](bool wait) {
+    const auto turn = [&](bool wait) {
         window.PumpMessages();
         if (Clock::now() >= nextIdle) {
             m_plugin.Dispatch(effEditIdle);
@@ -74,70 +125,164 @@ int PanelHost::Run(const std::string& input, const std::string& output) {
             window.Connection()->Wait(10);
     };
 
-    // The engine is the host's choice, not the panel's: it shows in the title, and E changes it.
-    const auto engineName = [&] {
-        const VstIntPtr e =
-            m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
-        return std::string(e == MorvaneEngine::kCrisp ? "crisp" : "splice") + " engine";
+    std::string source, result; // what Play source and Play result play
+    double sourceSeconds = 0, resultSeconds = 0;
+    const auto play = [&](bool ofResult, double fraction) {
+        const std::string path = ofResult ? window.Output() : window.Input();
+        if (path.empty() || !std::filesystem::is_regular_file(path)) {
+            show(Mode::Failed, 0, ofResult ? "Nothing rendered to play yet: F5 renders"
+                                           : "No input to play: type its path or drop a file");
+            return;
+        }
+        (ofResult ? result : source) = path;
+        (ofResult ? resultSeconds : sourceSeconds) = Seconds(path);
+        player.Play(path, fraction);
     };
-    std::string status = input.empty() ? "" : " (R renders)";
-    const auto showTitle = [&] {
-        window.SetWindowText(("Morvane: " + engineName() + ", E changes it" + status).c_str());
+    bool noServerSaid = false;
+    const auto showPlayback = [&] {
+        if (player.Playing()) {
+            const bool ofResult = player.Path() == result;
+            const double length = ofResult ? resultSeconds : sourceSeconds;
+            show(Mode::Playing, player.Position(),
+                 std::string(ofResult ? "Playing the result " : "Playing the source ") +
+                     TimeText(player.Position() * length) + " of " + TimeText(length) +
+                     "  (F8 or A/B compares at the same point)");
+        } else if (const std::string e = player.TakeError(); !e.empty()) {
+            // said once; after that the line just says playback is off
+            show(Mode::Failed, 0,
+                 noServerSaid ? "Playback is off: " + e
+                              : "Cannot play: " + e + "; rendering works as before");
+            noServerSaid = true;
+        } else if (mode == Mode::Playing) {
+            show(Mode::Idle, 0, "Stopped playing");
+        }
     };
-    showTitle();
+
     int code = kExitOk;
-    bool render = !input.empty();
-    while (!window.closed && window.m_hWnd) {
-        if (render) {
-            render = false;
-            const std::string name = BaseName(input);
-            try {
-                int shown = -1;
-                RenderJob(m_settings).RunOn(m_plugin, input, output, [&](double f) {
-                    const int percent = static_cast<int>(f * 100);
-                    if (percent != shown) {
-                        shown = percent;
-                        window.SetWindowText(
-                            ("Morvane: rendering " + name + " " + std::to_string(percent) + " %")
-                                .c_str());
-                    }
-                    turn(false);
-                    if (window.closed || !window.m_hWnd)
+    const auto doRender = [&] {
+        const std::string in = window.Input(), out = window.Output();
+        if (in.empty() || out.empty()) {
+            show(Mode::Failed, 0, "Choose an input and an output first (F3, F4, or drop a file)");
+            return;
+        }
+        player.Stop();
+        RenderSettings settings = m_settings;
+        try {
+            RenderBatch::CheckCollisions({{in, out}}, false);
+            settings.container = OutputFormat::FromName(out);
+        } catch (const std::exception& e) {
+            show(Mode::Failed, 0, e.what());
+            return;
+        }
+        const std::string name = BaseName(in);
+        const std::string made = engineName(engine());
+        window.SetRendering(true);
+        try {
+            int shown = -1;
+            show(Mode::Rendering, 0, "Rendering " + name + " 0 %");
+            showTitle();
+            const RenderResult r = RenderJob(settings).RunOn(m_plugin, in, out, [&](double f) {
+                const int percent = static_cast<int>(f * 100);
+                if (percent != shown) {
+                    shown = percent;
+                    show(Mode::Rendering, f,
+                         "Rendering " + name + " " + std::to_string(percent) + " % with the " +
+                             made);
+                    showTitle();
+                }
+                turn(false);
+                StudioWindow::Request q;
+                while (window.Take(q)) {
+                    if (q.ask == StudioWindow::Ask::Close)
                         throw Closed();
-                });
-                window.SetWindowText(("Morvane: wrote " + BaseName(output) + " with the " +
-                                      engineName() + " (R renders again, E changes the engine)")
-                                         .c_str());
-                status = "; wrote " + BaseName(output) + " (R renders again)";
-                code = kExitOk;
-            } catch (const Closed&) {
-                std::fprintf(stderr, "morvane: the window was closed during the render; no partial "
-                                     "output was left\n");
-                code = kExitStopped;
-                break;
-            } catch (const std::exception& e) {
-                Fail(e);
-                window.SetWindowText("Morvane: the render failed");
-                // the files' errors are the files'; any other is the plug-in's
-                const ExitCode c = ExitCodeOf(e);
-                code = c == kExitBadInput || c == kExitBadOutput ? c : kExitBadPlugin;
+                    if (q.ask == StudioWindow::Ask::Stop)
+                        throw Stopped();
+                }
+                if (!window.m_hWnd)
+                    throw Closed();
+            });
+            const double rate = r.sampleRate > 0 ? r.sampleRate : 1;
+            show(Mode::Idle, 1,
+                 "wrote " + BaseName(out) + " with the " + made + ": " +
+                     TimeText(static_cast<double>(r.inputFrames) / rate) + " \xE2\x86\x92 " +
+                     TimeText(static_cast<double>(r.outputFrames) / rate) + ", F7 plays it");
+            code = kExitOk;
+        } catch (const Stopped&) {
+            show(Mode::Idle, 0, "Stopped: nothing was written");
+        } catch (const Closed&) {
+            window.SetRendering(false);
+            throw;
+        } catch (const std::exception& e) {
+            Fail(e);
+            show(Mode::Failed, 0, std::string("The render failed: ") + e.what());
+            // the files' errors are the files'; any other is the plug-in's
+            const ExitCode c = ExitCodeOf(e);
+            code = c == kExitBadInput || c == kExitBadOutput ? c : kExitBadPlugin;
+        }
+        window.SetRendering(false);
+    };
+
+    show(Mode::Idle, 0,
+         input.empty() ? "Drop an audio file here, or type its path above"
+                       : "Ready: F5 renders " + BaseName(input));
+    sync();
+    try {
+        if (render)
+            doRender();
+        while (!closed && window.m_hWnd) {
+            turn(true);
+            StudioWindow::Request q;
+            while (!closed && window.Take(q)) {
+                switch (q.ask) {
+                case StudioWindow::Ask::Close:
+                    closed = true;
+                    break;
+                case StudioWindow::Ask::Render:
+                    doRender();
+                    break;
+                case StudioWindow::Ask::Stop:
+                    player.Stop();
+                    break;
+                case StudioWindow::Ask::PlaySource:
+                case StudioWindow::Ask::PlayResult: {
+                    const bool ofResult = q.ask == StudioWindow::Ask::PlayResult;
+                    const std::string path = ofResult ? window.Output() : window.Input();
+                    // the button of what is playing stops it
+                    if (player.Playing() && player.Path() == path)
+                        player.Stop();
+                    else
+                        play(ofResult, 0);
+                    break;
+                }
+                case StudioWindow::Ask::Compare:
+                    // the other one at the same point of the music: lengths differ by the
+                    // time rate, so the point is a share of each
+                    if (player.Playing())
+                        play(player.Path() != window.Output(), player.Position());
+                    else
+                        play(true, 0);
+                    break;
+                case StudioWindow::Ask::Engine:
+                    m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, q.value);
+                    show(Mode::Idle, 0, "The " + engineName(engine()) + " renders next");
+                    break;
+                case StudioWindow::Ask::Program:
+                    m_plugin.Dispatch(effSetProgram, 0, q.value);
+                    break;
+                }
+            }
+            showPlayback();
+            if (Clock::now() >= nextSync) {
+                sync();
+                nextSync = Clock::now() + std::chrono::milliseconds(250);
             }
         }
-        turn(true);
-        if (window.otherEngine) {
-            window.otherEngine = false;
-            const VstIntPtr e =
-                m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk);
-            m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag,
-                              e == MorvaneEngine::kCrisp ? MorvaneEngine::kSplice
-                                                         : MorvaneEngine::kCrisp);
-            showTitle();
-        }
-        if (window.renderAgain) {
-            window.renderAgain = false;
-            render = !input.empty();
-        }
+    } catch (const Closed&) {
+        std::fprintf(stderr, "morvane: the window was closed during the render; no partial "
+                             "output was left\n");
+        code = kExitStopped;
     }
+    player.Stop();
     m_plugin.Dispatch(effEditClose);
     window.DestroyWindow();
     return code;

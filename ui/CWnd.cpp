@@ -11,6 +11,7 @@
 #include <map>
 #include <mutex>
 
+#include "CDropTarget.h"
 #include "CFont.h"
 #include "CXConnection.h"
 
@@ -568,6 +569,11 @@ LRESULT CWnd::DefWindowProc(UINT message, WPARAM, LPARAM) {
 
 BOOL CWnd::PreTranslateMessage(MSG*) {
     return FALSE;
+}
+
+void CWnd::DragAcceptFiles(BOOL accept) {
+    if (m_hWnd && m_pConn)
+        m_pConn->Drops().Accept(this, accept);
 }
 
 void CWnd::SetWindowText(const char* text) {

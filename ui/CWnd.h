@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "CRect.h"
 #include "CString.h"
@@ -86,6 +87,10 @@ public:
     void GetWindowText(CString& text) const;
     int GetWindowTextLength() const { return static_cast<int>(m_strText.size()); }
     void SetFont(CFont* font, BOOL redraw = TRUE);
+    // A top-level window that accepts files dragged from a file manager; they arrive through
+    // OnDropFiles as local paths.
+    void DragAcceptFiles(BOOL accept = TRUE);
+    virtual void OnDropFiles(const std::vector<std::string>& paths) { (void)paths; }
     CFont* GetFont() const { return m_pFont; }
 
     // Key-down messages reach this before they are dispatched, from the focus window up through

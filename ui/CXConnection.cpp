@@ -11,6 +11,7 @@
 #include <mutex>
 #include <set>
 
+#include "CDropTarget.h"
 #include "CWnd.h"
 
 namespace {
@@ -130,7 +131,7 @@ void Translate(KeySym sym, const char* text, int length, UINT* key, UINT* ch) {
         *key = kKeyA;
         break;
     default:
-        *key = kKeyOther;
+        *key = sym >= XK_F1 && sym <= XK_F12 ? kKeyF1 + static_cast<UINT>(sym - XK_F1) : kKeyOther;
         break;
     }
     if (length == 1 && static_cast<unsigned char>(text[0]) >= 32 && text[0] != 127)
@@ -341,7 +342,16 @@ void CXConnection::Dispatch(XEvent& event) {
     m_nEventState = saved;
 }
 
+CDropTarget& CXConnection::Drops() {
+    if (!m_pDrop)
+        m_pDrop = std::make_unique<CDropTarget>(*this);
+    return *m_pDrop;
+}
+
 void CXConnection::DispatchEvent(XEvent& event, CWnd* w) {
+    if ((event.type == ClientMessage || event.type == SelectionNotify) && m_pDrop &&
+        m_pDrop->Handle(event, w))
+        return;
     switch (event.type) {
     case Expose:
         w->OnExpose(CRect(event.xexpose.x, event.xexpose.y, event.xexpose.x + event.xexpose.width,

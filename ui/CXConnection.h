@@ -10,6 +10,7 @@
 #include "CRect.h"
 #include "WinDefs.h"
 
+class CDropTarget;
 class CWnd;
 struct _XDisplay;
 union _XEvent;
@@ -71,6 +72,8 @@ public:
     // Count of X errors on this connection (they are reported, never fatal).
     int ErrorCount() const { return m_nErrors; }
     void CountError() { ++m_nErrors; }
+    // Drag and drop of files onto this connection's windows.
+    CDropTarget& Drops();
 
 private:
     CXConnection() = default;
@@ -96,4 +99,5 @@ private:
     UINT m_nCurrentChar = 0;
     int m_nEventState = -1; // the modifier state of the input event being handled
     int m_nErrors = 0;
+    std::unique_ptr<CDropTarget> m_pDrop;
 };

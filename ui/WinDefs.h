@@ -159,6 +159,8 @@ constexpr UINT kKeyLeft = 123;
 constexpr UINT kKeyRight = 124;
 constexpr UINT kKeyDown = 125;
 constexpr UINT kKeyUp = 126;
+// the function keys F1..F12 are kKeyF1 + 0..11
+constexpr UINT kKeyF1 = 0x1000;
 constexpr UINT kKeyOther = 0xFFFF;
 
 // characters as the platform delivers them with WM_CHAR

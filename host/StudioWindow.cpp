@@ -1,0 +1,272 @@
+#include "StudioWindow.h"
+
+#include "CDC.h"
+
+namespace {
+
+enum : UINT {
+    kIdProgram = 100,
+    kIdEngine,
+    kIdIn,
+    kIdOut,
+    kIdRender,
+    kIdStop,
+    kIdPlaySource,
+    kIdPlayResult,
+    kIdCompare,
+    kIdStatus,
+    kIdPanel,
+};
+
+// The strip's grid: a column of labels, then the controls, rows of one height.
+constexpr int kMargin = 10;
+constexpr int kLabelWidth = 54;
+constexpr int kRow = 24;
+constexpr int kGap = 6;
+constexpr int kHelpHeight = 38;
+
+constexpr COLORREF kFace = RGB(236, 237, 239);
+constexpr COLORREF kFooter = RGB(43, 47, 54); // the panel's own header colour
+constexpr COLORREF kFooterText = RGB(176, 182, 190);
+
+} // namespace
+
+const char* const StudioWindow::kKeysHelp[2] = {
+    "F5 render  \xC2\xB7  Esc stop  \xC2\xB7  F6 play source  \xC2\xB7  F7 play result  \xC2\xB7  "
+    "F8 A/B",
+    "F9 engine  \xC2\xB7  PgUp/PgDn program  \xC2\xB7  F3 input  \xC2\xB7  F4 output  \xC2\xB7  "
+    "drop a file to open it"};
+
+BEGIN_MESSAGE_MAP(StudioWindow, CWnd)
+ON_WM_PAINT()
+ON_WM_CLOSE()
+ON_WM_CHAR()
+ON_BN_CLICKED(kIdRender, OnRender)
+ON_BN_CLICKED(kIdStop, OnStop)
+ON_BN_CLICKED(kIdPlaySource, OnPlaySource)
+ON_BN_CLICKED(kIdPlayResult, OnPlayResult)
+ON_BN_CLICKED(kIdCompare, OnCompare)
+ON_CBN_SELCHANGE(kIdProgram, OnProgram)
+ON_CBN_SELCHANGE(kIdEngine, OnEngine)
+ON_EN_CHANGE(kIdIn, OnInputChanged)
+END_MESSAGE_MAP()
+
+bool StudioWindow::Create(int panelWidth, int panelHeight) {
+    const int width = panelWidth;
+    const int right = width - kMargin;
+    const int left = kMargin + kLabelWidth;
+    int y = kMargin;
+    auto row = [&](int x0, int x1) { return CRect(x0, y, x1, y + kRow); };
+    const int rowsHeight = kMargin + 5 * (kRow + kGap) + kGap;
+    m_nStripHeight = rowsHeight;
+    const CRect frame(100, 100, 100 + width, 100 + rowsHeight + panelHeight + kHelpHeight);
+    if (!CreateEx(0, AfxRegisterWndClass(0), "Morvane", WS_POPUP | WS_CAPTION | WS_SYSMENU,
+                  frame, nullptr, 0))
+        return false;
+    m_font.CreatePointFont(90, "sans-serif");
+    m_small.CreatePointFont(80, "sans-serif");
+    const DWORD child = WS_CHILD | WS_VISIBLE;
+
+    const int engineLeft = right - 90;
+    m_programLabel.Create("Program", child, row(kMargin, left), this);
+    m_program.Create(child | WS_TABSTOP | CBS_DROPDOWNLIST, row(left, engineLeft - 62), this,
+                     kIdProgram);
+    m_engineLabel.Create("Engine", child, row(engineLeft - 52, engineLeft), this);
+    m_engine.Create(child | WS_TABSTOP | CBS_DROPDOWNLIST, row(engineLeft, right), this,
+                    kIdEngine);
+    m_engine.AddString("splice");
+    m_engine.AddString("crisp");
+    y += kRow + kGap;
+    m_inLabel.Create("Input", child, row(kMargin, left), this);
+    m_in.Create(child | WS_TABSTOP | ES_AUTOHSCROLL, row(left, right), this, kIdIn);
+    y += kRow + kGap;
+    m_outLabel.Create("Output", child, row(kMargin, left), this);
+    m_out.Create(child | WS_TABSTOP | ES_AUTOHSCROLL, row(left, right), this, kIdOut);
+    y += kRow + kGap + 2;
+    m_render.Create("Render", child | WS_TABSTOP | BS_DEFPUSHBUTTON, row(kMargin, kMargin + 80),
+                    this, kIdRender);
+    m_stop.Create("Stop", child | WS_TABSTOP, row(kMargin + 86, kMargin + 146), this, kIdStop);
+    const int play = right - 96 - 6 - 96 - 6 - 56;
+    m_playSource.Create("Play source", child | WS_TABSTOP, row(play, play + 96), this,
+                        kIdPlaySource);
+    m_playResult.Create("Play result", child | WS_TABSTOP, row(play + 102, play + 198), this,
+                        kIdPlayResult);
+    m_compare.Create("A/B", child | WS_TABSTOP, row(right - 56, right), this, kIdCompare);
+    y += kRow + kGap;
+    m_status.Create(row(kMargin, right), this, kIdStatus);
+    for (CWnd* w : std::initializer_list<CWnd*>{
+             &m_programLabel, &m_engineLabel, &m_inLabel, &m_outLabel, &m_program, &m_engine,
+             &m_in, &m_out, &m_render, &m_stop, &m_playSource, &m_playResult, &m_compare,
+             &m_status})
+        w->SetFont(&m_font, FALSE);
+    m_panel.CreateEx(0, AfxRegisterWndClass(0), "", child,
+                     CRect(0, rowsHeight, panelWidth, rowsHeight + panelHeight), this, kIdPanel);
+    SetCanPlayResult(false);
+    SelectKeys(true);
+    DragAcceptFiles();
+    return true;
+}
+
+bool StudioWindow::Take(Request& request) {
+    if (m_requests.empty())
+        return false;
+    request = m_requests.front();
+    m_requests.pop_front();
+    return true;
+}
+
+void StudioWindow::SetPrograms(const std::vector<std::string>& names, int current) {
+    if (names != m_names) {
+        m_names = names;
+        m_program.ResetContent();
+        for (size_t i = 0; i < names.size(); ++i)
+            m_program.AddString((std::to_string(i + 1) + ": " + names[i]).c_str());
+    }
+    if (m_program.GetCurSel() != current)
+        m_program.SetCurSel(current);
+}
+
+void StudioWindow::SetEngine(int engine) {
+    if (m_engine.GetCurSel() != engine - 1)
+        m_engine.SetCurSel(engine - 1);
+}
+
+void StudioWindow::SetFiles(const std::string& input, const std::string& output) {
+    m_in.SetWindowText(input.c_str()); // proposes an output beside it
+    if (!output.empty()) {
+        m_out.SetWindowText(output.c_str());
+        m_proposed.clear();
+    }
+}
+
+std::string StudioWindow::Input() const {
+    CString s;
+    m_in.GetWindowText(s);
+    return static_cast<const char*>(s);
+}
+
+std::string StudioWindow::Output() const {
+    CString s;
+    m_out.GetWindowText(s);
+    return static_cast<const char*>(s);
+}
+
+void StudioWindow::SetRendering(bool rendering) {
+    m_render.EnableWindow(!rendering);
+    m_program.EnableWindow(!rendering);
+    m_engine.EnableWindow(!rendering);
+    m_in.EnableWindow(!rendering);
+    m_out.EnableWindow(!rendering);
+}
+
+void StudioWindow::SetCanPlayResult(bool can) {
+    m_playResult.EnableWindow(can);
+    m_compare.EnableWindow(can);
+}
+
+std::string StudioWindow::ProposedOutput(const std::string& input) {
+    const size_t slash = input.rfind('/');
+    const size_t dot = input.rfind('.');
+    const bool hasExt = dot != std::string::npos && (slash == std::string::npos || dot > slash + 1);
+    const std::string stem = hasExt ? input.substr(0, dot) : input;
+    const std::string ext = hasExt ? input.substr(dot) : ".wav";
+    return input.empty() ? "" : stem + "-morvane" + ext;
+}
+
+void StudioWindow::OnInputChanged() {
+    // the output follows the input until the person types one of their own
+    if (Output() == m_proposed) {
+        m_proposed = ProposedOutput(Input());
+        m_out.SetWindowText(m_proposed.c_str());
+    }
+}
+
+void StudioWindow::OnDropFiles(const std::vector<std::string>& paths) {
+    if (!m_in.IsWindowEnabled())
+        return; // not while a render runs
+    m_in.SetWindowText(paths.front().c_str());
+}
+
+void StudioWindow::StepProgram(int by) {
+    const int n = m_program.GetCount();
+    if (n == 0 || !m_program.IsWindowEnabled())
+        return;
+    const int next = (m_program.GetCurSel() + by + n) % n;
+    m_program.SetCurSel(next);
+    Push(Ask::Program, next);
+}
+
+BOOL StudioWindow::PreTranslateMessage(MSG* msg) {
+    if (msg->message != WM_KEYDOWN)
+        return FALSE;
+    auto focusField = [](CEdit& e) {
+        e.SetFocus();
+        e.SetSel(0, -1);
+    };
+    switch (msg->wParam) {
+    case kKeyF1 + 4:
+        Push(Ask::Render);
+        return TRUE;
+    case kKeyEscape:
+        Push(Ask::Stop);
+        return TRUE;
+    case kKeyF1 + 5:
+        Push(Ask::PlaySource);
+        return TRUE;
+    case kKeyF1 + 6:
+        Push(Ask::PlayResult);
+        return TRUE;
+    case kKeyF1 + 7:
+        Push(Ask::Compare);
+        return TRUE;
+    case kKeyF1 + 8:
+        if (m_engine.IsWindowEnabled()) {
+            m_engine.SetCurSel(1 - m_engine.GetCurSel());
+            OnEngine();
+        }
+        return TRUE;
+    case kKeyF1 + 2:
+        focusField(m_in);
+        return TRUE;
+    case kKeyF1 + 3:
+        focusField(m_out);
+        return TRUE;
+    case kKeyPageUp:
+        StepProgram(-1);
+        return TRUE;
+    case kKeyPageDown:
+        StepProgram(1);
+        return TRUE;
+    default:
+        return FALSE;
+    }
+}
+
+void StudioWindow::OnChar(UINT ch, UINT, UINT) {
+    // the window's own letters, while no field has the keyboard
+    if (ch == 'r' || ch == 'R')
+        Push(Ask::Render);
+    else if ((ch == 'e' || ch == 'E') && m_engine.IsWindowEnabled()) {
+        m_engine.SetCurSel(1 - m_engine.GetCurSel());
+        OnEngine();
+    }
+}
+
+void StudioWindow::OnClose() { Push(Ask::Close); }
+
+void StudioWindow::OnPaint() {
+    CPaintDC dc(this);
+    CRect c;
+    GetClientRect(&c);
+    dc.FillSolidRect(CRect(0, 0, c.right, m_nStripHeight), kFace);
+    dc.FillSolidRect(CRect(0, m_nStripHeight - 1, c.right, m_nStripHeight), RGB(178, 182, 188));
+    const CRect help(0, c.bottom - kHelpHeight, c.right, c.bottom);
+    dc.FillSolidRect(help, kFooter);
+    dc.SelectObject(&m_small);
+    dc.SetBkMode(TRANSPARENT);
+    dc.SetTextColor(kFooterText);
+    const int line = kHelpHeight / 2 - 1;
+    for (int i = 0; i < 2; ++i)
+        dc.ExtTextOut(kMargin, help.top + 3 + i * line, ETO_CLIPPED, &help, kKeysHelp[i],
+                      static_cast<UINT>(std::string(kKeysHelp[i]).size()));
+}

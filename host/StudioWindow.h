@@ -1,0 +1,84 @@
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "CButton.h"
+#include "CComboBox.h"
+#include "CEdit.h"
+#include "CFont.h"
+#include "CStatic.h"
+#include "CWnd.h"
+#include "StatusView.h"
+
+// `morvane gui`'s window: the strip a host puts around a plug-in's panel (program, engine, the
+// input and output files, render, stop, play and A/B, the state line), the panel's own place
+// below it, and a line naming every key. The window only collects what the person asks for;
+// PanelHost acts on it.
+class StudioWindow : public CWnd {
+public:
+    enum class Ask { Render, Stop, PlaySource, PlayResult, Compare, Engine, Program, Close };
+    struct Request {
+        Ask ask;
+        int value = 0; // the program (0..63) or engine chosen
+    };
+
+    // A window around a panel of that size; false without a display.
+    bool Create(int panelWidth, int panelHeight);
+    // The child window the plug-in opens its panel in.
+    CWnd& PanelFrame() { return m_panel; }
+
+    bool Take(Request& request);
+
+    void SetPrograms(const std::vector<std::string>& names, int current);
+    void SetEngine(int engine);
+    void SetFiles(const std::string& input, const std::string& output);
+    std::string Input() const;
+    std::string Output() const;
+    void SetRendering(bool rendering);
+    void SetCanPlayResult(bool can);
+    void ShowState(StatusView::Mode mode, double fraction, const std::string& text) {
+        m_status.Show(mode, fraction, text);
+    }
+
+    bool WantsKeys() const override { return true; }
+    BOOL PreTranslateMessage(MSG* msg) override;
+    void OnDropFiles(const std::vector<std::string>& paths) override;
+
+    // Where a result of input goes unless the person says otherwise: beside it, named for it.
+    static std::string ProposedOutput(const std::string& input);
+    static const char* const kKeysHelp[2];
+
+    static const AFX_MSGMAP* GetThisMessageMap();
+
+protected:
+    const AFX_MSGMAP* GetMessageMap() const override;
+    void OnPaint();
+    void OnClose();
+    void OnChar(UINT ch, UINT repeat, UINT flags);
+    void OnRender() { Push(Ask::Render); }
+    void OnStop() { Push(Ask::Stop); }
+    void OnPlaySource() { Push(Ask::PlaySource); }
+    void OnPlayResult() { Push(Ask::PlayResult); }
+    void OnCompare() { Push(Ask::Compare); }
+    void OnProgram() { Push(Ask::Program, m_program.GetCurSel()); }
+    void OnEngine() { Push(Ask::Engine, m_engine.GetCurSel() + 1); }
+    void OnInputChanged();
+
+private:
+    void Push(Ask ask, int value = 0) { m_requests.push_back({ask, value}); }
+    void StepProgram(int by);
+
+    std::deque<Request> m_requests;
+    CFont m_font, m_small;
+    CStatic m_programLabel, m_engineLabel, m_inLabel, m_outLabel;
+    CComboBox m_program, m_engine;
+    CEdit m_in, m_out;
+    CButton m_render, m_stop, m_playSource, m_playResult, m_compare;
+    StatusView m_status;
+    CWnd m_panel;
+    std::vector<std::string> m_names;
+    std::string m_proposed; // the output last proposed for the input, while not typed over
+    int m_nStripHeight = 0;
+};
