@@ -18,7 +18,9 @@ constexpr int kBufferMs = 120;
 
 } // namespace
 
-AudioPlayer::~AudioPlayer() { Stop(); }
+AudioPlayer::~AudioPlayer() {
+    Stop();
+}
 
 void AudioPlayer::Play(const std::string& path, double fraction) {
     Stop();
@@ -73,9 +75,9 @@ void AudioPlayer::Run(std::string path, double fraction) {
                             static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
                             static_cast<uint32_t>(-1)};
         int err = 0;
-        stream = pa_simple_new(nullptr, "Morvane", PA_STREAM_PLAYBACK, nullptr,
-                               path.substr(path.rfind('/') + 1).c_str(), &spec, nullptr, &attr,
-                               &err);
+        stream =
+            pa_simple_new(nullptr, "Morvane", PA_STREAM_PLAYBACK, nullptr,
+                          path.substr(path.rfind('/') + 1).c_str(), &spec, nullptr, &attr, &err);
         if (!stream)
             throw std::runtime_error(std::string("no sound server (") + pa_strerror(err) + ")");
         std::vector<float> chunk(static_cast<size_t>(kChunkFrames) * in.Channels());
@@ -85,15 +87,14 @@ void AudioPlayer::Run(std::string path, double fraction) {
             if (got <= 0)
                 break;
             if (pa_simple_write(stream, chunk.data(),
-                                static_cast<size_t>(got) * in.Channels() * sizeof(float),
-                                &err) < 0)
+                                static_cast<size_t>(got) * in.Channels() * sizeof(float), &err) < 0)
                 throw std::runtime_error(std::string("playback failed: ") + pa_strerror(err));
             sent += got;
             const pa_usec_t latency = pa_simple_get_latency(stream, &err);
             const double heard =
                 static_cast<double>(sent) - static_cast<double>(latency) * in.SampleRate() / 1e6;
-            m_fPosition = length > 0 ? std::clamp(heard / static_cast<double>(length), 0.0, 1.0)
-                                     : 0.0;
+            m_fPosition =
+                length > 0 ? std::clamp(heard / static_cast<double>(length), 0.0, 1.0) : 0.0;
         }
         if (m_bStop)
             pa_simple_flush(stream, &err);

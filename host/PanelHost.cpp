@@ -130,8 +130,9 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
     const auto play = [&](bool ofResult, double fraction) {
         const std::string path = ofResult ? window.Output() : window.Input();
         if (path.empty() || !std::filesystem::is_regular_file(path)) {
-            show(Mode::Failed, 0, ofResult ? "Nothing rendered to play yet: F5 renders"
-                                           : "No input to play: type its path or drop a file");
+            show(Mode::Failed, 0,
+                 ofResult ? "Nothing rendered to play yet: F5 renders"
+                          : "No input to play: type its path or drop a file");
             return;
         }
         (ofResult ? result : source) = path;

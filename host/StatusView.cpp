@@ -41,9 +41,9 @@ void StatusView::OnPaint() {
     else if (m_nFill > 0)
         dc.FillSolidRect(CRect(well.left, well.top, well.left + m_nFill, well.bottom), fill);
     if (m_mode == Mode::Playing) // the playhead
-        dc.FillSolidRect(CRect(well.left + m_nFill - 1, well.top, well.left + m_nFill + 1,
-                               well.bottom),
-                         RGB(40, 140, 70));
+        dc.FillSolidRect(
+            CRect(well.left + m_nFill - 1, well.top, well.left + m_nFill + 1, well.bottom),
+            RGB(40, 140, 70));
     dc.SelectObject(m_pFont);
     dc.SetBkMode(TRANSPARENT);
     dc.SetTextColor(m_mode == Mode::Failed ? RGB(150, 30, 20) : RGB(36, 38, 42));

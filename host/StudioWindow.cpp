@@ -60,8 +60,8 @@ bool StudioWindow::Create(int panelWidth, int panelHeight) {
     const int rowsHeight = kMargin + 5 * (kRow + kGap) + kGap;
     m_nStripHeight = rowsHeight;
     const CRect frame(100, 100, 100 + width, 100 + rowsHeight + panelHeight + kHelpHeight);
-    if (!CreateEx(0, AfxRegisterWndClass(0), "Morvane", WS_POPUP | WS_CAPTION | WS_SYSMENU,
-                  frame, nullptr, 0))
+    if (!CreateEx(0, AfxRegisterWndClass(0), "Morvane", WS_POPUP | WS_CAPTION | WS_SYSMENU, frame,
+                  nullptr, 0))
         return false;
     m_font.CreatePointFont(90, "sans-serif");
     m_small.CreatePointFont(80, "sans-serif");
@@ -72,8 +72,7 @@ bool StudioWindow::Create(int panelWidth, int panelHeight) {
     m_program.Create(child | WS_TABSTOP | CBS_DROPDOWNLIST, row(left, engineLeft - 62), this,
                      kIdProgram);
     m_engineLabel.Create("Engine", child, row(engineLeft - 52, engineLeft), this);
-    m_engine.Create(child | WS_TABSTOP | CBS_DROPDOWNLIST, row(engineLeft, right), this,
-                    kIdEngine);
+    m_engine.Create(child | WS_TABSTOP | CBS_DROPDOWNLIST, row(engineLeft, right), this, kIdEngine);
     m_engine.AddString("splice");
     m_engine.AddString("crisp");
     y += kRow + kGap;
@@ -95,9 +94,8 @@ bool StudioWindow::Create(int panelWidth, int panelHeight) {
     y += kRow + kGap;
     m_status.Create(row(kMargin, right), this, kIdStatus);
     for (CWnd* w : std::initializer_list<CWnd*>{
-             &m_programLabel, &m_engineLabel, &m_inLabel, &m_outLabel, &m_program, &m_engine,
-             &m_in, &m_out, &m_render, &m_stop, &m_playSource, &m_playResult, &m_compare,
-             &m_status})
+             &m_programLabel, &m_engineLabel, &m_inLabel, &m_outLabel, &m_program, &m_engine, &m_in,
+             &m_out, &m_render, &m_stop, &m_playSource, &m_playResult, &m_compare, &m_status})
         w->SetFont(&m_font, FALSE);
     m_panel.CreateEx(0, AfxRegisterWndClass(0), "", child,
                      CRect(0, rowsHeight, panelWidth, rowsHeight + panelHeight), this, kIdPanel);
@@ -132,11 +130,9 @@ void StudioWindow::SetEngine(int engine) {
 }
 
 void StudioWindow::SetFiles(const std::string& input, const std::string& output) {
-    m_in.SetWindowText(input.c_str()); // proposes an output beside it
-    if (!output.empty()) {
-        m_out.SetWindowText(output.c_str());
-        m_proposed.clear();
-    }
+    m_in.SetWindowText(input.c_str());
+    m_proposed = output.empty() ? ProposedOutput(input) : "";
+    m_out.SetWindowText(output.empty() ? m_proposed.c_str() : output.c_str());
 }
 
 std::string StudioWindow::Input() const {
@@ -185,6 +181,7 @@ void StudioWindow::OnDropFiles(const std::vector<std::string>& paths) {
     if (!m_in.IsWindowEnabled())
         return; // not while a render runs
     m_in.SetWindowText(paths.front().c_str());
+    OnInputChanged();
 }
 
 void StudioWindow::StepProgram(int by) {
@@ -252,7 +249,9 @@ void StudioWindow::OnChar(UINT ch, UINT, UINT) {
     }
 }
 
-void StudioWindow::OnClose() { Push(Ask::Close); }
+void StudioWindow::OnClose() {
+    Push(Ask::Close);
+}
 
 void StudioWindow::OnPaint() {
     CPaintDC dc(this);

@@ -28,8 +28,8 @@ private:
                long l4);
 
     CXConnection& m_conn;
-    unsigned long m_source = 0;  // the window dragging over us, 0 when none
-    unsigned long m_target = 0;  // our window it drags over
-    bool m_bUris = false;        // the drag offers text/uri-list
-    unsigned long m_nTime = 0;   // the drop's time, for asking for the selection
+    unsigned long m_source = 0; // the window dragging over us, 0 when none
+    unsigned long m_target = 0; // our window it drags over
+    bool m_bUris = false;       // the drag offers text/uri-list
+    unsigned long m_nTime = 0;  // the drop's time, for asking for the selection
 };

@@ -3,7 +3,6 @@
 // XTest. Values are checked where the host reads them.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -333,102 +332,6 @@ TEST_F(Panel, MeterRisesDuringAJobAndFallsToItsFloorAfter) {
     const std::vector<uint32_t> still = Screen();
     Idle(10);
     EXPECT_EQ(still, Screen());
-}
-
-} // namespace
-
-namespace {
-
-// The top-level window whose title starts with prefix, or 0.
-Window FindTitled(Display* d, const std::string& prefix) {
-    Window root, parent, *kids = nullptr;
-    unsigned count = 0;
-    XQueryTree(d, DefaultRootWindow(d), &root, &parent, &kids, &count);
-    Window found = 0;
-    for (unsigned i = 0; i < count && !found; ++i) {
-        char* name = nullptr;
-        if (XFetchName(d, kids[i], &name) && name) {
-            if (std::string(name).rfind(prefix, 0) == 0)
-                found = kids[i];
-            XFree(name);
-        }
-    }
-    XFree(kids);
-    return found;
-}
-
-// `morvane gui` renders with a program, renders again with what the panel was set to, and ends
-// when its window is closed.
-TEST(GuiCommand, RendersWithThePanelsSettingsAndEndsWhenClosed) {
-    const int noDisplay =
-        std::system((std::string("DISPLAY= ") + MORVANE_CLI + " gui 2>/dev/null").c_str());
-    EXPECT_EQ(2, WEXITSTATUS(noDisplay)) << "without a display it says so and stops";
-    XSession person;
-    const std::string dir = ::testing::TempDir() + "gui-" + std::to_string(getpid());
-    std::filesystem::create_directories(dir);
-    const std::string in = dir + "/in.wav", out = dir + "/out.wav";
-    ASSERT_EQ(0, std::system((std::string(MORVANE_CLI) + " demo " + in).c_str()));
-    const auto inBytes = std::filesystem::file_size(in);
-    const std::string cmd = std::string(MORVANE_CLI) + " gui --program 46 " + in + " " + out +
-                            " 2>" + dir + "/err; echo $? >" + dir + "/code";
-    std::thread run([&] { std::system(cmd.c_str()); });
-    auto waitFor = [&](const std::string& title) {
-        for (int i = 0; i < 400; ++i) {
-            if (Window w = FindTitled(person.display(), title))
-                return w;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return Window(0);
-    };
-    Window w = waitFor("Morvane: wrote");
-    ASSERT_NE(0u, w);
-    // program 46 is double speed: half as long
-    EXPECT_NEAR(inBytes / 2.0, std::filesystem::file_size(out), inBytes * 0.01);
-
-    // 150 % typed into the time read-out, then R: the next render takes it
-    // (the person waits for the field to take the keyboard, and to let it go)
-    auto focusLeaves = [&](Window from) {
-        for (int i = 0; i < 400 && person.Focus() == from; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return person.Focus();
-    };
-    const Window before = person.Focus();
-    person.Click(w, 274, 193);
-    const Window field = focusLeaves(before);
-    person.SelectAll();
-    person.Type("150");
-    person.Tap(XK_Return);
-    focusLeaves(field);
-    std::filesystem::remove(out); // the render writes beside it and renames when done
-    XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
-    person.Tap(XK_r);
-    for (int i = 0; i < 400 && !std::filesystem::exists(out); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    ASSERT_TRUE(std::filesystem::exists(out));
-    EXPECT_NEAR(inBytes * 1.5, std::filesystem::file_size(out), inBytes * 0.01);
-
-    // E chooses the other engine, outside the panel; the title and the next render say so
-    ASSERT_NE(0u, waitFor("Morvane: wrote out.wav with the splice engine"));
-    person.Tap(XK_e);
-    ASSERT_NE(0u, waitFor("Morvane: crisp engine"));
-    person.Tap(XK_r);
-    ASSERT_NE(0u, waitFor("Morvane: wrote out.wav with the crisp engine"));
-
-    XEvent close{};
-    close.xclient.type = ClientMessage;
-    close.xclient.window = w;
-    close.xclient.message_type = XInternAtom(person.display(), "WM_PROTOCOLS", False);
-    close.xclient.format = 32;
-    close.xclient.data.l[0] =
-        static_cast<long>(XInternAtom(person.display(), "WM_DELETE_WINDOW", False));
-    XSendEvent(person.display(), w, False, NoEventMask, &close);
-    XSync(person.display(), False);
-    run.join();
-    std::ifstream code(dir + "/code");
-    int exitCode = -1;
-    code >> exitCode;
-    EXPECT_EQ(0, exitCode);
-    std::filesystem::remove_all(dir);
 }
 
 } // namespace

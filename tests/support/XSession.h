@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -136,6 +137,106 @@ public:
                 pixels.push_back(static_cast<uint32_t>(XGetPixel(img, x, y)) & 0xFFFFFF);
         XDestroyImage(img);
         return pixels;
+    }
+    // The top-level window whose title holds text, waiting up to twenty seconds for one; 0 when
+    // none came. title receives the whole title.
+    Window WaitForTitle(const std::string& text, std::string* title = nullptr) {
+        for (int i = 0; i < 400; ++i) {
+            Window root, parent, *kids = nullptr;
+            unsigned count = 0;
+            XQueryTree(m_display, DefaultRootWindow(m_display), &root, &parent, &kids, &count);
+            Window found = 0;
+            for (unsigned k = 0; k < count && !found; ++k) {
+                char* name = nullptr;
+                if (XFetchName(m_display, kids[k], &name) && name) {
+                    if (std::string(name).find(text) != std::string::npos) {
+                        found = kids[k];
+                        if (title)
+                            *title = name;
+                    }
+                    XFree(name);
+                }
+            }
+            XFree(kids);
+            if (found)
+                return found;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        return 0;
+    }
+    // Drags a text/uri-list from a window of the person's own onto target at (x, y) and drops
+    // it, as a file manager does (XDND 5). True when the target took the drop.
+    bool Drop(Window target, int x, int y, const std::string& uriList) {
+        Display* d = m_display;
+        const auto atom = [&](const char* name) { return XInternAtom(d, name, False); };
+        const Window source = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 1, 1, 0, 0, 0);
+        XSetSelectionOwner(d, atom("XdndSelection"), source, CurrentTime);
+        const auto send = [&](const char* type, long l1, long l2, long l3, long l4) {
+            XEvent e{};
+            e.xclient.type = ClientMessage;
+            e.xclient.window = target;
+            e.xclient.message_type = atom(type);
+            e.xclient.format = 32;
+            e.xclient.data.l[0] = static_cast<long>(source);
+            e.xclient.data.l[1] = l1;
+            e.xclient.data.l[2] = l2;
+            e.xclient.data.l[3] = l3;
+            e.xclient.data.l[4] = l4;
+            XSendEvent(d, target, False, NoEventMask, &e);
+            XSync(d, False);
+        };
+        // the target's answers come to the source window
+        const auto answer = [&](const char* type, XEvent& e) {
+            for (int i = 0; i < 1000; ++i) {
+                while (XCheckTypedWindowEvent(d, source, SelectionRequest, &e)) {
+                    const XSelectionRequestEvent& r = e.xselectionrequest;
+                    XChangeProperty(d, r.requestor, r.property, r.target, 8, PropModeReplace,
+                                    reinterpret_cast<const unsigned char*>(uriList.data()),
+                                    static_cast<int>(uriList.size()));
+                    XEvent n{};
+                    n.xselection.type = SelectionNotify;
+                    n.xselection.requestor = r.requestor;
+                    n.xselection.selection = r.selection;
+                    n.xselection.target = r.target;
+                    n.xselection.property = r.property;
+                    n.xselection.time = r.time;
+                    XSendEvent(d, r.requestor, False, NoEventMask, &n);
+                    XSync(d, False);
+                }
+                if (XCheckTypedWindowEvent(d, source, ClientMessage, &e) &&
+                    e.xclient.message_type == atom(type))
+                    return true;
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+            return false;
+        };
+        ToScreen(target, x, y);
+        const long copy = static_cast<long>(atom("XdndActionCopy"));
+        send("XdndEnter", 5L << 24, static_cast<long>(atom("text/uri-list")), 0, 0);
+        send("XdndPosition", 0, (static_cast<long>(x) << 16) | y, CurrentTime, copy);
+        XEvent e{};
+        bool taken = answer("XdndStatus", e) && (e.xclient.data.l[1] & 1);
+        if (taken) {
+            send("XdndDrop", 0, CurrentTime, 0, 0);
+            taken = answer("XdndFinished", e) && (e.xclient.data.l[1] & 1);
+        } else {
+            send("XdndLeave", 0, 0, 0, 0);
+        }
+        XDestroyWindow(d, source);
+        XSync(d, False);
+        return taken;
+    }
+    // Asks a top-level window to close, as a window manager's close button does.
+    void Close(Window w) {
+        XEvent close{};
+        close.xclient.type = ClientMessage;
+        close.xclient.window = w;
+        close.xclient.message_type = XInternAtom(m_display, "WM_PROTOCOLS", False);
+        close.xclient.format = 32;
+        close.xclient.data.l[0] =
+            static_cast<long>(XInternAtom(m_display, "WM_DELETE_WINDOW", False));
+        XSendEvent(m_display, w, False, NoEventMask, &close);
+        XSync(m_display, False);
     }
 
 private:

@@ -1,0 +1,257 @@
+// `morvane gui` as a person uses it: a real window on the test's private X server, driven
+// through XTest and a file manager's drag and drop, playing to the test's private sound server
+// (tests/support/with-pulse.sh), whose null sink's monitor is recorded.
+#include <gtest/gtest.h>
+
+#include <sndfile.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/XSession.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The strip above the panel, and where its controls are.
+constexpr int kPanelTop = 166;
+constexpr int kProgramX = 100, kProgramY = 22;
+
+std::vector<float> ReadFloats(const std::string& path, int* channels = nullptr) {
+    SF_INFO info{};
+    SNDFILE* f = sf_open(path.c_str(), SFM_READ, &info);
+    std::vector<float> v;
+    if (!f)
+        return v;
+    v.resize(static_cast<size_t>(info.frames * info.channels));
+    sf_readf_float(f, v.data(), info.frames);
+    sf_close(f);
+    if (channels)
+        *channels = info.channels;
+    return v;
+}
+
+// A chord with a click every quarter second: stereo, 44.1 kHz, 16 bits.
+void WriteInput(const std::string& path, int seconds) {
+    const int frames = seconds * 44100;
+    SF_INFO info{0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
+    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(nullptr, f);
+    std::vector<float> v(2 * static_cast<size_t>(frames));
+    for (int i = 0; i < frames; ++i) {
+        const double t = i / 44100.0;
+        const float click = i % 11025 < 40 ? 0.5f : 0.0f;
+        v[2 * i] = static_cast<float>(0.2 * std::sin(2 * M_PI * 220 * t)) + click;
+        v[2 * i + 1] = static_cast<float>(0.2 * std::sin(2 * M_PI * 330 * t)) + click;
+    }
+    sf_writef_float(f, v.data(), frames);
+    sf_close(f);
+}
+
+struct Studio : ::testing::Test {
+    XSession person;
+    std::string dir;
+    std::thread run;
+
+    void SetUp() override {
+        dir = ::testing::TempDir() + "studio-" + std::to_string(getpid()) + "-" +
+              ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        fs::create_directories(dir);
+    }
+    void TearDown() override {
+        if (run.joinable())
+            run.join();
+        fs::remove_all(dir);
+    }
+    // morvane gui with args, in the background; env goes before it
+    void Start(const std::string& args, const std::string& env = "") {
+        const std::string cmd = env + " " + MORVANE_CLI + " gui " + args + " 2>" + dir +
+                                "/err; echo $? >" + dir + "/code";
+        run = std::thread([cmd] { std::system(cmd.c_str()); });
+    }
+    // closes the window as a window manager does; the exit code
+    int Close(Window w) {
+        person.Close(w);
+        run.join();
+        std::ifstream in(dir + "/code");
+        int code = -1;
+        in >> code;
+        return code;
+    }
+    void Keys(Window w, std::initializer_list<KeySym> keys) {
+        XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
+        for (KeySym k : keys)
+            person.Tap(k);
+    }
+    std::string Title(const std::string& text) {
+        std::string title;
+        EXPECT_NE(0u, person.WaitForTitle(text, &title)) << "no title with \"" << text << "\"";
+        return title;
+    }
+};
+
+TEST_F(Studio, ChoosesProgramsRendersStopsAndWorksWithoutASoundServer) {
+    const std::string in = dir + "/in.wav", out = dir + "/in-morvane.wav";
+    WriteInput(in, 30); // long enough to be stopped
+    Start(in, "PULSE_SERVER=unix:" + dir + "/no-server");
+    const Window w = person.WaitForTitle("Ready: F5 renders in.wav");
+    ASSERT_NE(0u, w);
+    EXPECT_NE(std::string::npos, Title("Ready").find("\xE2\x80\x94 1: ")) << "names the program";
+
+    // program 46 chosen from the list: End goes to 64, then up 18
+    person.WithPerson(
+        [&](Window) {
+            person.Tap(XK_End);
+            for (int i = 0; i < 18; ++i)
+                person.Tap(XK_Up);
+            person.Tap(XK_Return);
+        },
+        [&] {
+            person.Click(w, kProgramX, kProgramY);
+            return 0;
+        });
+    Title("\xE2\x80\x94 46: ");
+    // F5 renders into the output proposed beside the input; 46 is double speed
+    Keys(w, {XK_F5});
+    Title("wrote in-morvane.wav with the splice engine");
+    const size_t inFrames = ReadFloats(in).size();
+    EXPECT_NEAR(inFrames / 2.0, ReadFloats(out).size(), inFrames * 0.01);
+    Keys(w, {XK_Next});
+    Title("\xE2\x80\x94 47: ");
+
+    // Stop during a render: nothing is left under the output's name, nor beside it
+    fs::remove(out);
+    Keys(w, {XK_F9});
+    Title("crisp engine renders next");
+    for (KeySym k : {XK_F5, XK_Escape}) { // at once: the render is on its first blocks
+        person.Key(k, true);
+        person.Key(k, false);
+    }
+    Title("Stopped: nothing was written");
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir))
+        left.push_back(e.path().filename());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ((std::vector<std::string>{"err", "in.wav"}), left);
+
+    // no sound server: said, and the rest works
+    Keys(w, {XK_F6});
+    Title("Cannot play: no sound server");
+    Keys(w, {XK_F5});
+    Title("wrote in-morvane.wav with the crisp engine");
+    EXPECT_EQ(0, Close(w));
+}
+
+TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
+    ASSERT_NE(nullptr, std::getenv("PULSE_SERVER")) << "runs under tests/support/with-pulse.sh";
+    const std::string in = dir + "/my take.wav", out = dir + "/my take-morvane.wav";
+    WriteInput(in, 2);
+    Start("");
+    const Window w = person.WaitForTitle("Drop an audio file here");
+    ASSERT_NE(0u, w);
+    // what a file manager offers: a percent-encoded URI, one a line
+    std::string uri = "file://";
+    for (char c : in)
+        uri += c == ' ' ? std::string("%20") : std::string(1, c);
+    EXPECT_FALSE(person.Drop(w, 200, 300, "http://example.invalid/x.wav\r\n"));
+    ASSERT_TRUE(person.Drop(w, 200, 300, "# from a test\r\n" + uri + "\r\n"));
+    Keys(w, {XK_F5});
+    Title("wrote my take-morvane.wav");
+    int channels = 0;
+    const std::vector<float> rendered = ReadFloats(out, &channels);
+    ASSERT_EQ(2, channels);
+
+    // the result, played to the end, is what the sink's monitor hears, to the bit (the sink
+    // takes floats at the file's rate); the monitor sends nothing until something plays
+    const std::string rec = dir + "/heard.raw";
+    std::system(("parec --latency-msec=10 -d morvane_test.monitor --format=float32le "
+                 "--rate=44100 --channels=2 --raw >'" + rec + "' 2>/dev/null & echo $! >'" + dir +
+                 "/parec'")
+                    .c_str());
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    Keys(w, {XK_F7});
+    Title("Playing the result");
+    Title("Stopped playing");
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::system(("kill -INT $(cat '" + dir + "/parec'); sleep 0.3").c_str());
+    std::vector<float> heard(fs::file_size(rec) / sizeof(float));
+    std::ifstream(rec, std::ios::binary)
+        .read(reinterpret_cast<char*>(heard.data()),
+              static_cast<std::streamsize>(heard.size() * sizeof(float)));
+    size_t start = 0; // the first frame heard, and where it is in the file
+    while (start < heard.size() && heard[start] == 0.0f)
+        start += 2;
+    constexpr size_t kWindow = 2 * 512;
+    ASSERT_LT(start + kWindow, heard.size()) << "nothing was heard";
+    size_t at = 0;
+    float best = 1e9f;
+    for (size_t off = 0; off + kWindow < std::min(rendered.size(), size_t{2 * 44100}); off += 2) {
+        float worst = 0;
+        for (size_t i = 0; i < kWindow && worst < best; ++i)
+            worst = std::max(worst, std::fabs(rendered[off + i] - heard[start + i]));
+        if (worst < best)
+            best = worst, at = off;
+    }
+    size_t compared = 0;
+    float worst = 0;
+    for (; at + compared < rendered.size() && start + compared < heard.size(); ++compared)
+        worst = std::max(worst, std::fabs(rendered[at + compared] - heard[start + compared]));
+    EXPECT_LT(at, size_t{2 * 4410}) << "heard from the start";
+    EXPECT_EQ(rendered.size() - at, compared) << "heard to the end";
+    EXPECT_LT(worst, 1e-6f);
+
+    // A/B: the other one, from the same point
+    Keys(w, {XK_F7});
+    Title("Playing the result 0:01");
+    Keys(w, {XK_F8});
+    Title("Playing the source 0:01");
+    Keys(w, {XK_Escape});
+    Title("Stopped playing");
+    EXPECT_EQ(0, Close(w));
+}
+
+// gui IN OUT renders at once; what is then typed into the panel applies to the next render
+// (R in the window), and without a display it says so.
+TEST_F(Studio, RendersAtOnceThenWithWhatThePanelSays) {
+    const int noDisplay =
+        std::system((std::string("DISPLAY= ") + MORVANE_CLI + " gui 2>/dev/null").c_str());
+    EXPECT_EQ(2, WEXITSTATUS(noDisplay)) << "without a display it says so and stops";
+    const std::string in = dir + "/in.wav", out = dir + "/out.wav";
+    WriteInput(in, 4);
+    Start("--program 46 '" + in + "' '" + out + "'");
+    const Window w = person.WaitForTitle("wrote out.wav with the splice engine");
+    ASSERT_NE(0u, w);
+    const size_t inFrames = ReadFloats(in).size();
+    EXPECT_NEAR(inFrames / 2.0, ReadFloats(out).size(), inFrames * 0.01) << "46: double speed";
+
+    // 150 % typed into the panel's time read-out (the person waits for the field to take the
+    // keyboard, and to let it go)
+    auto focusLeaves = [&](Window from) {
+        for (int i = 0; i < 400 && person.Focus() == from; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return person.Focus();
+    };
+    const Window before = person.Focus();
+    person.Click(w, 274, kPanelTop + 193);
+    const Window field = focusLeaves(before);
+    person.SelectAll();
+    person.Type("150");
+    person.Tap(XK_Return);
+    focusLeaves(field);
+    fs::remove(out); // the render writes beside it and renames it when done
+    Keys(w, {XK_r});
+    for (int i = 0; i < 400 && !fs::exists(out); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_NEAR(inFrames * 1.5, ReadFloats(out).size(), inFrames * 0.01);
+    EXPECT_EQ(0, Close(w));
+}
+
+} // namespace
