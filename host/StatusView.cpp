@@ -40,10 +40,10 @@ void StatusView::OnPaint() {
         dc.FillSolidRect(well, fill);
     else if (m_nFill > 0)
         dc.FillSolidRect(CRect(well.left, well.top, well.left + m_nFill, well.bottom), fill);
-    if (m_mode == Mode::Playing) // the playhead
-        dc.FillSolidRect(
-            CRect(well.left + m_nFill - 1, well.top, well.left + m_nFill + 1, well.bottom),
-            RGB(40, 140, 70));
+    if (m_mode == Mode::Playing && m_nFill > 0) // the playhead: the fill's edge
+        dc.FillSolidRect(CRect(well.left + m_nFill - 1, well.top, well.left + m_nFill,
+                               well.bottom),
+                         RGB(96, 176, 112));
     dc.SelectObject(m_pFont);
     dc.SetBkMode(TRANSPARENT);
     dc.SetTextColor(m_mode == Mode::Failed ? RGB(150, 30, 20) : RGB(36, 38, 42));

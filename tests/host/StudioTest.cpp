@@ -126,6 +126,17 @@ TEST_F(Studio, ChoosesProgramsRendersStopsAndWorksWithoutASoundServer) {
     EXPECT_NEAR(inFrames / 2.0, ReadFloats(out).size(), inFrames * 0.01);
     Keys(w, {XK_Next});
     Title("\xE2\x80\x94 47: ");
+    // the panel's COPY puts program 1 into 47, and the strip follows
+    person.WithPerson(
+        [&](Window) {
+            person.Tap(XK_Down);
+            person.Tap(XK_Return);
+        },
+        [&] {
+            person.Click(w, 76, kPanelTop + 18);
+            return 0;
+        });
+    Title("\xE2\x80\x94 47: Original");
 
     // Stop during a render: nothing is left under the output's name, nor beside it
     fs::remove(out);
