@@ -41,8 +41,7 @@ void StatusView::OnPaint() {
     else if (m_nFill > 0)
         dc.FillSolidRect(CRect(well.left, well.top, well.left + m_nFill, well.bottom), fill);
     if (m_mode == Mode::Playing && m_nFill > 0) // the playhead: the fill's edge
-        dc.FillSolidRect(CRect(well.left + m_nFill - 1, well.top, well.left + m_nFill,
-                               well.bottom),
+        dc.FillSolidRect(CRect(well.left + m_nFill - 1, well.top, well.left + m_nFill, well.bottom),
                          RGB(96, 176, 112));
     dc.SelectObject(m_pFont);
     dc.SetBkMode(TRANSPARENT);

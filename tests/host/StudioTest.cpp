@@ -184,8 +184,8 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
     // takes floats at the file's rate); the monitor sends nothing until something plays
     const std::string rec = dir + "/heard.raw";
     std::system(("parec --latency-msec=10 -d morvane_test.monitor --format=float32le "
-                 "--rate=44100 --channels=2 --raw >'" + rec + "' 2>/dev/null & echo $! >'" + dir +
-                 "/parec'")
+                 "--rate=44100 --channels=2 --raw >'" +
+                 rec + "' 2>/dev/null & echo $! >'" + dir + "/parec'")
                     .c_str());
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     Keys(w, {XK_F7});
