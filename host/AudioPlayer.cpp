@@ -20,41 +20,61 @@ constexpr int kBufferMs = 120;
 
 AudioPlayer::~AudioPlayer() {
     Stop();
+    for (auto& s : m_stopping)
+        s->thread.join();
 }
 
 void AudioPlayer::Play(const std::string& path, double fraction) {
     Stop();
-    {
-        std::lock_guard lock(m_lock);
-        m_path = path;
-        m_error.clear();
-    }
-    m_bStop = false;
-    m_bPlaying = true;
-    m_fPosition = std::clamp(fraction, 0.0, 1.0);
-    m_thread = std::thread(&AudioPlayer::Run, this, path, fraction);
+    m_error.clear();
+    m_current = std::make_unique<Session>();
+    m_current->path = m_lastPath = path;
+    m_current->position = std::clamp(fraction, 0.0, 1.0);
+    m_current->thread = std::thread(&AudioPlayer::Run, std::ref(*m_current));
 }
 
 void AudioPlayer::Stop() {
-    m_bStop = true;
-    if (m_thread.joinable())
-        m_thread.join();
-    m_bPlaying = false;
+    Reap();
+    if (!m_current)
+        return;
+    m_current->stop = true;
+    m_stopping.push_back(std::move(m_current));
 }
 
-std::string AudioPlayer::Path() const {
-    std::lock_guard lock(m_lock);
-    return m_path;
+void AudioPlayer::Reap() {
+    for (auto it = m_stopping.begin(); it != m_stopping.end();) {
+        if ((*it)->done) {
+            (*it)->thread.join();
+            it = m_stopping.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    if (m_current && m_current->done) {
+        m_current->thread.join();
+        m_error = m_current->error;
+        m_current.reset();
+    }
+}
+
+bool AudioPlayer::Playing() const {
+    return m_current && !m_current->done;
+}
+
+double AudioPlayer::Position() const {
+    return m_current ? m_current->position.load() : 0.0;
 }
 
 std::string AudioPlayer::TakeError() {
-    std::lock_guard lock(m_lock);
+    Reap();
     std::string e;
     e.swap(m_error);
     return e;
 }
 
-void AudioPlayer::Run(std::string path, double fraction) {
+void AudioPlayer::Run(Session& s) {
+    const std::string& path = s.path;
+    const double fraction = s.position;
     pa_simple* stream = nullptr;
     std::string error;
     try {
@@ -82,7 +102,7 @@ void AudioPlayer::Run(std::string path, double fraction) {
             throw std::runtime_error(std::string("no sound server (") + pa_strerror(err) + ")");
         std::vector<float> chunk(static_cast<size_t>(kChunkFrames) * in.Channels());
         sf_count_t sent = at;
-        while (!m_bStop) {
+        while (!s.stop) {
             const sf_count_t got = in.Read(chunk.data(), kChunkFrames);
             if (got <= 0)
                 break;
@@ -93,10 +113,10 @@ void AudioPlayer::Run(std::string path, double fraction) {
             const pa_usec_t latency = pa_simple_get_latency(stream, &err);
             const double heard =
                 static_cast<double>(sent) - static_cast<double>(latency) * in.SampleRate() / 1e6;
-            m_fPosition =
+            s.position =
                 length > 0 ? std::clamp(heard / static_cast<double>(length), 0.0, 1.0) : 0.0;
         }
-        if (m_bStop)
+        if (s.stop)
             pa_simple_flush(stream, &err);
         else
             pa_simple_drain(stream, &err);
@@ -105,11 +125,8 @@ void AudioPlayer::Run(std::string path, double fraction) {
     }
     if (stream)
         pa_simple_free(stream);
-    {
-        std::lock_guard lock(m_lock);
-        m_error = error;
-    }
-    if (!m_bStop)
-        m_fPosition = 1.0;
-    m_bPlaying = false;
+    if (error.empty() && !s.stop)
+        s.position = 1.0;
+    s.error = error;
+    s.done = true;
 }

@@ -1,41 +1,49 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 // Plays an audio file through the desktop's sound server (PulseAudio, or PipeWire's PulseAudio
-// service) on a thread of its own, so that the window never waits for the sound card. One file
-// plays at a time; playing another replaces it at once.
+// service) on a thread of its own, so that the window never waits for the sound card or the
+// server: stopping only asks the thread to end, and a thread that has not ended yet (a server
+// slow to answer) finishes beside the next one. One file is heard at a time.
 class AudioPlayer {
 public:
     AudioPlayer() = default;
-    ~AudioPlayer();
+    ~AudioPlayer(); // waits for every thread
     AudioPlayer(const AudioPlayer&) = delete;
     AudioPlayer& operator=(const AudioPlayer&) = delete;
 
-    // Starts path at a fraction (0..1) of its length. Returns at once: a file that cannot be
-    // read, or no sound server, shows in Error() as playback ends.
+    // Starts path at a fraction (0..1) of its length, in place of what plays. Returns at once: a
+    // file that cannot be read, or no sound server, shows in TakeError() as playback ends.
     void Play(const std::string& path, double fraction);
     void Stop();
 
-    bool Playing() const { return m_bPlaying; }
-    // What is playing (or played last), and where it is as a fraction of its length: the frame
+    bool Playing() const;
+    // What is playing (or played last), and where it is as a share of its length: the frame
     // being heard, not the one being sent.
-    std::string Path() const;
-    double Position() const { return m_fPosition; }
+    const std::string& Path() const { return m_lastPath; }
+    double Position() const;
     // Why the last playback stopped early, or empty; taken once.
     std::string TakeError();
 
 private:
-    void Run(std::string path, double fraction);
+    struct Session {
+        std::string path;
+        std::atomic<bool> stop{false};
+        std::atomic<bool> done{false};
+        std::atomic<double> position{0};
+        std::string error; // written by the thread before done
+        std::thread thread;
+    };
+    static void Run(Session& s);
+    void Reap(); // joins the threads that have ended
 
-    std::thread m_thread;
-    std::atomic<bool> m_bStop{false};
-    std::atomic<bool> m_bPlaying{false};
-    std::atomic<double> m_fPosition{0};
-    mutable std::mutex m_lock; // guards the strings
-    std::string m_path;
+    std::unique_ptr<Session> m_current;
+    std::vector<std::unique_ptr<Session>> m_stopping;
     std::string m_error;
+    std::string m_lastPath;
 };

@@ -228,6 +228,16 @@ BOOL StudioWindow::PreTranslateMessage(MSG* msg) {
     case kKeyF1 + 3:
         focusField(m_out);
         return TRUE;
+    case kKeyReturn:
+    case kKeyEnter: // in a file's field: render, as a dialog's default button would
+        if (GetFocus() == &m_in || GetFocus() == &m_out) {
+            Push(Ask::Render);
+            return TRUE;
+        }
+        return FALSE;
+    case kKeyTab:
+        FocusNext(GetKeyState(VK_SHIFT) < 0 ? -1 : 1);
+        return TRUE;
     case kKeyPageUp:
         StepProgram(-1);
         return TRUE;
@@ -236,6 +246,25 @@ BOOL StudioWindow::PreTranslateMessage(MSG* msg) {
         return TRUE;
     default:
         return FALSE;
+    }
+}
+
+void StudioWindow::FocusNext(int direction) {
+    CWnd* const order[] = {&m_program, &m_engine,     &m_in,         &m_out,    &m_render,
+                           &m_stop,    &m_playSource, &m_playResult, &m_compare};
+    const int n = static_cast<int>(std::size(order));
+    int at = -1;
+    for (int i = 0; i < n; ++i)
+        if (order[i] == GetFocus())
+            at = i;
+    for (int step = 1; step <= n; ++step) {
+        CWnd* next = order[((at < 0 && direction < 0 ? 0 : at) + direction * step + 2 * n) % n];
+        if (next->IsWindowEnabled()) {
+            next->SetFocus();
+            if (auto* field = dynamic_cast<CEdit*>(next))
+                field->SetSel(0, -1);
+            return;
+        }
     }
 }
 

@@ -69,6 +69,8 @@ protected:
 private:
     void Push(Ask ask, int value = 0) { m_requests.push_back({ask, value}); }
     void StepProgram(int by);
+    // Tab and Shift+Tab: the next control that is enabled, the fields' text selected.
+    void FocusNext(int direction);
 
     std::deque<Request> m_requests;
     CFont m_font, m_small;
