@@ -2,6 +2,8 @@
 # Runs a command on a private X server of its own (never the user's display), then stops the
 # server. A missing or failing server is a failure, not a skip.
 set -u
+name=with-xvfb
+. "$(dirname "$0")/server.sh"
 if ! command -v Xvfb >/dev/null 2>&1; then
     echo "with-xvfb: Xvfb is not installed (bash scripts/bootstrap.sh installs it)" >&2
     exit 1
@@ -10,21 +12,7 @@ dir=$(mktemp -d)
 trap 'rm -rf "$dir"' EXIT
 Xvfb -displayfd 3 -screen 0 1280x1024x24 -nolisten tcp -noreset 3>"$dir/display" 2>"$dir/log" &
 server=$!
-i=0
-while [ ! -s "$dir/display" ] && [ $i -lt 200 ]; do
-    sleep 0.05
-    i=$((i + 1))
-done
-if [ ! -s "$dir/display" ]; then
-    echo "with-xvfb: the X server did not start:" >&2
-    cat "$dir/log" >&2
-    kill "$server" 2>/dev/null
-    exit 1
-fi
+wait_for_server test -s "$dir/display"
 DISPLAY=":$(head -n 1 "$dir/display")"
 export DISPLAY
-"$@"
-status=$?
-kill "$server" 2>/dev/null
-wait "$server" 2>/dev/null
-exit $status
+run_then_stop "$@"
