@@ -75,7 +75,7 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
     auto nextIdle = Clock::now();
     auto nextSync = Clock::now();
     bool closed = false;
-    std::string status, programName, title;
+    std::string status, programName, title, shownInput = input;
     Mode mode = Mode::Idle;
 
     const auto engine = [&] {
@@ -110,6 +110,10 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
                           ? std::to_string(current + 1) + ": " + names[static_cast<size_t>(current)]
                           : "";
         window.SetEngine(engine());
+        if (window.Input() != shownInput && mode != Mode::Playing && mode != Mode::Rendering) {
+            shownInput = window.Input();
+            show(Mode::Idle, 0, "Ready: F5 renders " + BaseName(shownInput));
+        }
         window.SetCanPlayResult(!window.Output().empty() &&
                                 std::filesystem::is_regular_file(window.Output()));
         showTitle();
@@ -176,6 +180,7 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
             return;
         }
         const std::string name = BaseName(in);
+        shownInput = in;
         const std::string made = engineName(engine());
         window.SetRendering(true);
         try {

@@ -1,6 +1,7 @@
 #include "StudioWindow.h"
 
 #include "CDC.h"
+#include "CFileDialog.h"
 
 namespace {
 
@@ -16,6 +17,8 @@ enum : UINT {
     kIdCompare,
     kIdStatus,
     kIdPanel,
+    kIdChooseIn,
+    kIdChooseOut,
 };
 
 // The strip's grid: a column of labels, then the controls, rows of one height.
@@ -29,13 +32,18 @@ constexpr COLORREF kFace = RGB(236, 237, 239);
 constexpr COLORREF kFooter = RGB(43, 47, 54); // the panel's own header colour
 constexpr COLORREF kFooterText = RGB(176, 182, 190);
 
+// What the file dialogs list: the containers morvane reads and writes.
+const std::vector<std::string> kAudioExtensions = {"wav",  "wave", "aif",  "aiff", "aifc",
+                                                   "flac", "ogg",  "oga",  "opus", "mp3",
+                                                   "caf",  "w64",  "rf64", "au",   "snd"};
+
 } // namespace
 
 const char* const StudioWindow::kKeysHelp[2] = {
     "F5 render  \xC2\xB7  Esc stop  \xC2\xB7  F6 play source  \xC2\xB7  F7 play result  \xC2\xB7  "
-    "F8 A/B",
-    "F9 engine  \xC2\xB7  PgUp/PgDn program  \xC2\xB7  F3 input  \xC2\xB7  F4 output  \xC2\xB7  "
-    "drop a file to open it"};
+    "F8 A/B  \xC2\xB7  F9 engine",
+    "PgUp/PgDn program  \xC2\xB7  F3/F4 type a file  \xC2\xB7  Ctrl+O/Ctrl+S choose one  "
+    "\xC2\xB7  or drop it here"};
 
 BEGIN_MESSAGE_MAP(StudioWindow, CWnd)
 ON_WM_PAINT()
@@ -49,6 +57,8 @@ ON_BN_CLICKED(kIdCompare, OnCompare)
 ON_CBN_SELCHANGE(kIdProgram, OnProgram)
 ON_CBN_SELCHANGE(kIdEngine, OnEngine)
 ON_EN_CHANGE(kIdIn, OnInputChanged)
+ON_BN_CLICKED(kIdChooseIn, OnChooseInput)
+ON_BN_CLICKED(kIdChooseOut, OnChooseOutput)
 END_MESSAGE_MAP()
 
 bool StudioWindow::Create(int panelWidth, int panelHeight) {
@@ -77,10 +87,13 @@ bool StudioWindow::Create(int panelWidth, int panelHeight) {
     m_engine.AddString("crisp");
     y += kRow + kGap;
     m_inLabel.Create("Input", child, row(kMargin, left), this);
-    m_in.Create(child | WS_TABSTOP | ES_AUTOHSCROLL, row(left, right), this, kIdIn);
+    const int choose = right - 30;
+    m_in.Create(child | WS_TABSTOP | ES_AUTOHSCROLL, row(left, choose - 4), this, kIdIn);
+    m_chooseIn.Create("\xE2\x80\xA6", child | WS_TABSTOP, row(choose, right), this, kIdChooseIn);
     y += kRow + kGap;
     m_outLabel.Create("Output", child, row(kMargin, left), this);
-    m_out.Create(child | WS_TABSTOP | ES_AUTOHSCROLL, row(left, right), this, kIdOut);
+    m_out.Create(child | WS_TABSTOP | ES_AUTOHSCROLL, row(left, choose - 4), this, kIdOut);
+    m_chooseOut.Create("\xE2\x80\xA6", child | WS_TABSTOP, row(choose, right), this, kIdChooseOut);
     y += kRow + kGap + 2;
     m_render.Create("Render", child | WS_TABSTOP | BS_DEFPUSHBUTTON, row(kMargin, kMargin + 80),
                     this, kIdRender);
@@ -151,8 +164,8 @@ void StudioWindow::SetRendering(bool rendering) {
     m_render.EnableWindow(!rendering);
     m_program.EnableWindow(!rendering);
     m_engine.EnableWindow(!rendering);
-    m_in.EnableWindow(!rendering);
-    m_out.EnableWindow(!rendering);
+    for (CWnd* w : std::initializer_list<CWnd*>{&m_in, &m_out, &m_chooseIn, &m_chooseOut})
+        w->EnableWindow(!rendering);
 }
 
 void StudioWindow::SetCanPlayResult(bool can) {
@@ -182,6 +195,25 @@ void StudioWindow::OnDropFiles(const std::vector<std::string>& paths) {
         return; // not while a render runs
     m_in.SetWindowText(paths.front().c_str());
     OnInputChanged();
+}
+
+void StudioWindow::Choose(bool input) {
+    CEdit& field = input ? m_in : m_out;
+    if (!field.IsWindowEnabled())
+        return;
+    CString now;
+    field.GetWindowText(now);
+    std::string start = static_cast<const char*>(now);
+    if (start.empty() && !input)
+        start = Input();
+    CFileDialog dialog(input, start, kAudioExtensions, this);
+    if (dialog.DoModal() != IDOK)
+        return;
+    field.SetWindowText(dialog.GetPathName().c_str());
+    if (input)
+        OnInputChanged();
+    else
+        m_proposed.clear(); // the person's own choice, kept when the input changes
 }
 
 void StudioWindow::StepProgram(int by) {
@@ -238,6 +270,12 @@ BOOL StudioWindow::PreTranslateMessage(MSG* msg) {
     case kKeyTab:
         FocusNext(GetKeyState(VK_SHIFT) < 0 ? -1 : 1);
         return TRUE;
+    case kKeyO:
+    case kKeyS:
+        if (GetKeyState(VK_CONTROL) >= 0)
+            return FALSE; // the letter, typed
+        Choose(msg->wParam == kKeyO);
+        return TRUE;
     case kKeyPageUp:
         StepProgram(-1);
         return TRUE;
@@ -250,8 +288,9 @@ BOOL StudioWindow::PreTranslateMessage(MSG* msg) {
 }
 
 void StudioWindow::FocusNext(int direction) {
-    CWnd* const order[] = {&m_program, &m_engine,     &m_in,         &m_out,    &m_render,
-                           &m_stop,    &m_playSource, &m_playResult, &m_compare};
+    CWnd* const order[] = {&m_program,    &m_engine,     &m_in,     &m_chooseIn,
+                           &m_out,        &m_chooseOut,  &m_render, &m_stop,
+                           &m_playSource, &m_playResult, &m_compare};
     const int n = static_cast<int>(std::size(order));
     int at = -1;
     for (int i = 0; i < n; ++i)

@@ -65,10 +65,14 @@ protected:
     void OnProgram() { Push(Ask::Program, m_program.GetCurSel()); }
     void OnEngine() { Push(Ask::Engine, m_engine.GetCurSel() + 1); }
     void OnInputChanged();
+    void OnChooseInput() { Choose(true); }
+    void OnChooseOutput() { Choose(false); }
 
 private:
     void Push(Ask ask, int value = 0) { m_requests.push_back({ask, value}); }
     void StepProgram(int by);
+    // A file dialog for the input (open) or the output (save), starting where the field points.
+    void Choose(bool input);
     // Tab and Shift+Tab: the next control that is enabled, the fields' text selected.
     void FocusNext(int direction);
 
@@ -77,6 +81,7 @@ private:
     CStatic m_programLabel, m_engineLabel, m_inLabel, m_outLabel;
     CComboBox m_program, m_engine;
     CEdit m_in, m_out;
+    CButton m_chooseIn, m_chooseOut;
     CButton m_render, m_stop, m_playSource, m_playResult, m_compare;
     StatusView m_status;
     CWnd m_panel;

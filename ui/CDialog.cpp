@@ -11,6 +11,7 @@
 #include "CComboBox.h"
 #include "CDC.h"
 #include "CEdit.h"
+#include "CListBox.h"
 #include "CResources.h"
 #include "CStatic.h"
 #include "CXConnection.h"
@@ -58,7 +59,7 @@ bool DialogTemplate::Parse(const std::string& text, std::string* error) {
             if (!(in >> fontPoints) || !Token(in, fontFace))
                 return fail("FONT <points> \"face\"");
         } else if (kind == "LTEXT" || kind == "EDITTEXT" || kind == "COMBOBOX" ||
-                   kind == "PUSHBUTTON" || kind == "DEFPUSHBUTTON") {
+                   kind == "LISTBOX" || kind == "PUSHBUTTON" || kind == "DEFPUSHBUTTON") {
             Control c;
             c.kind = kind;
             if (!(in >> c.id))
@@ -131,6 +132,10 @@ bool CDialog::BuildControls() {
             auto* e = make(static_cast<CEdit*>(nullptr));
             e->Create(style | WS_TABSTOP, c.rect, this, id);
             made = e;
+        } else if (c.kind == "LISTBOX") {
+            auto* l = make(static_cast<CListBox*>(nullptr));
+            l->Create(style | WS_TABSTOP, c.rect, this, id);
+            made = l;
         } else if (c.kind == "COMBOBOX") {
             auto* b = make(static_cast<CComboBox*>(nullptr));
             b->Create(style | WS_TABSTOP | CBS_DROPDOWNLIST, c.rect, this, id);

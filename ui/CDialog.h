@@ -14,7 +14,8 @@ class CDialog;
 // among the resources ("%d.dlg") and read with Parse:
 //   DIALOG <id> "<title>" <width> <height>
 //   FONT <points> "<face>"
-//   LTEXT|EDITTEXT|COMBOBOX|PUSHBUTTON|DEFPUSHBUTTON <id> ["<text>"] <x> <y> <width> <height>
+//   LTEXT|EDITTEXT|COMBOBOX|LISTBOX|PUSHBUTTON|DEFPUSHBUTTON <id> ["<text>"] <x> <y> <width>
+//   <height>
 struct DialogTemplate {
     struct Control {
         std::string kind;

@@ -130,6 +130,14 @@ void Translate(KeySym sym, const char* text, int length, UINT* key, UINT* ch) {
     case XK_A:
         *key = kKeyA;
         break;
+    case XK_o:
+    case XK_O:
+        *key = kKeyO;
+        break;
+    case XK_s:
+    case XK_S:
+        *key = kKeyS;
+        break;
     default:
         *key = sym >= XK_F1 && sym <= XK_F12 ? kKeyF1 + static_cast<UINT>(sym - XK_F1) : kKeyOther;
         break;

@@ -117,5 +117,9 @@ protected:                                                                      
 #define ON_BN_CLICKED(id, memberFxn) ON_COMMAND(id, memberFxn)
 #define ON_CBN_SELCHANGE(id, memberFxn)                                                            \
     {WM_COMMAND, CBN_SELCHANGE, id, id, &afx::Void<&ThisClass::memberFxn>},
+#define ON_LBN_SELCHANGE(id, memberFxn)                                                            \
+    {WM_COMMAND, LBN_SELCHANGE, id, id, &afx::Void<&ThisClass::memberFxn>},
+#define ON_LBN_DBLCLK(id, memberFxn)                                                               \
+    {WM_COMMAND, LBN_DBLCLK, id, id, &afx::Void<&ThisClass::memberFxn>},
 #define ON_EN_CHANGE(id, memberFxn)                                                                \
     {WM_COMMAND, EN_CHANGE, id, id, &afx::Void<&ThisClass::memberFxn>},

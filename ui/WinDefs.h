@@ -130,6 +130,8 @@ constexpr UINT TPM_RETURNCMD = 0x0100;
 constexpr UINT BN_CLICKED = 0;
 constexpr UINT CBN_SELCHANGE = 1;
 constexpr UINT EN_CHANGE = 0x0300;
+constexpr UINT LBN_SELCHANGE = 1;
+constexpr UINT LBN_DBLCLK = 2;
 constexpr int IDOK = 1;
 constexpr int IDCANCEL = 2;
 constexpr UINT MB_OK = 0;
@@ -145,6 +147,8 @@ constexpr int VK_CONTROL = 17;
 
 // key-down codes as the platform delivers them
 constexpr UINT kKeyA = 0;
+constexpr UINT kKeyS = 1;
+constexpr UINT kKeyO = 31;
 constexpr UINT kKeyEnter = 35; // keypad Enter
 constexpr UINT kKeyReturn = 36;
 constexpr UINT kKeyTab = 48;

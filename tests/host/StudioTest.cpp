@@ -230,7 +230,7 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
 }
 
 // gui IN OUT renders at once; what is then typed into the panel applies to the next render
-// (R in the window), and without a display it says so.
+// (R in the window), files come from the file dialogs, and without a display it says so.
 TEST_F(Studio, RendersAtOnceThenWithWhatThePanelSays) {
     const int noDisplay =
         std::system((std::string("DISPLAY= ") + MORVANE_CLI + " gui 2>/dev/null").c_str());
@@ -262,6 +262,34 @@ TEST_F(Studio, RendersAtOnceThenWithWhatThePanelSays) {
     for (int i = 0; i < 400 && !fs::exists(out); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_NEAR(inFrames * 1.5, ReadFloats(out).size(), inFrames * 0.01);
+
+    // files chosen in the file dialogs: a folder typed and entered, then a file in it; the
+    // output's dialog starts beside the output, and takes a new name
+    fs::create_directories(dir + "/takes");
+    fs::copy_file(in, dir + "/takes/b.wav");
+    const auto choose = [&](KeySym key, std::initializer_list<const char*> names) {
+        person.WithPerson(
+            [&](Window) {
+                for (const char* name : names) {
+                    person.SelectAll();
+                    person.Type(name);
+                    person.Tap(XK_Return);
+                }
+            },
+            [&] {
+                XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
+                person.Key(XK_Control_L, true);
+                person.Tap(key);
+                person.Key(XK_Control_L, false);
+                return 0;
+            });
+    };
+    choose(XK_o, {"takes", "b.wav"});
+    Title("Ready: F5 renders b.wav");
+    choose(XK_s, {"renamed.wav"});
+    Keys(w, {XK_r});
+    Title("wrote renamed.wav");
+    EXPECT_NEAR(inFrames * 1.5, ReadFloats(dir + "/renamed.wav").size(), inFrames * 0.01);
     EXPECT_EQ(0, Close(w));
 }
 
