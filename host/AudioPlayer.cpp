@@ -1,9 +1,13 @@
 #include "AudioPlayer.h"
 
+#include <dlfcn.h>
 #include <pulse/error.h>
 #include <pulse/simple.h>
 
 #include <algorithm>
+#include <mutex>
+#include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 #include "AudioReader.h"
@@ -15,6 +19,45 @@ namespace {
 constexpr int kChunkFrames = 1024;
 // What the server holds ahead of the speaker.
 constexpr int kBufferMs = 120;
+
+// The sound server's client library, loaded on the first playback: a render, which never plays,
+// does not load it and the dozen libraries it brings. Without it, playback says so.
+struct Pulse {
+    decltype(&pa_simple_new) simpleNew = nullptr;
+    decltype(&pa_simple_write) write = nullptr;
+    decltype(&pa_simple_drain) drain = nullptr;
+    decltype(&pa_simple_flush) flush = nullptr;
+    decltype(&pa_simple_free) free = nullptr;
+    decltype(&pa_simple_get_latency) latency = nullptr;
+    decltype(&pa_strerror) strerror = nullptr;
+    decltype(&pa_bytes_per_second) bytesPerSecond = nullptr;
+
+    // Throws when the library is missing.
+    static const Pulse& Get() {
+        static Pulse pulse;
+        static std::once_flag once;
+        std::call_once(once, [] {
+            void* lib = dlopen("libpulse-simple.so.0", RTLD_NOW | RTLD_LOCAL);
+            if (!lib)
+                return;
+            // the library's own dependencies answer for the common calls
+            const auto find = [lib](auto& fn, const char* name) {
+                fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(lib, name));
+                return fn != nullptr;
+            };
+            Pulse p;
+            if (find(p.simpleNew, "pa_simple_new") && find(p.write, "pa_simple_write") &&
+                find(p.drain, "pa_simple_drain") && find(p.flush, "pa_simple_flush") &&
+                find(p.free, "pa_simple_free") && find(p.latency, "pa_simple_get_latency") &&
+                find(p.strerror, "pa_strerror") && find(p.bytesPerSecond, "pa_bytes_per_second"))
+                pulse = p;
+        });
+        if (!pulse.simpleNew)
+            throw std::runtime_error(
+                "no sound server client (install libpulse0, which PipeWire and PulseAudio use)");
+        return pulse;
+    }
+};
 
 } // namespace
 
@@ -84,47 +127,49 @@ void AudioPlayer::Run(Session& s) {
         if (at >= length)
             at = 0; // a file played from its end starts again
         in.Seek(at);
+        const Pulse& pa = Pulse::Get();
         pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(in.SampleRate()),
                             static_cast<uint8_t>(in.Channels())};
-        if (!pa_sample_spec_valid(&spec))
+        if (in.SampleRate() <= 0 || in.Channels() <= 0 ||
+            in.Channels() > static_cast<int>(PA_CHANNELS_MAX))
             throw std::runtime_error("the sound server cannot play " +
                                      std::to_string(in.Channels()) + " channels at " +
                                      std::to_string(in.SampleRate()) + " Hz");
-        const uint32_t bytesPerMs = static_cast<uint32_t>(pa_bytes_per_second(&spec) / 1000);
+        const uint32_t bytesPerMs = static_cast<uint32_t>(pa.bytesPerSecond(&spec) / 1000);
         pa_buffer_attr attr{static_cast<uint32_t>(-1), kBufferMs * bytesPerMs,
                             static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
                             static_cast<uint32_t>(-1)};
         int err = 0;
         stream =
-            pa_simple_new(nullptr, "Morvane", PA_STREAM_PLAYBACK, nullptr,
-                          path.substr(path.rfind('/') + 1).c_str(), &spec, nullptr, &attr, &err);
+            pa.simpleNew(nullptr, "Morvane", PA_STREAM_PLAYBACK, nullptr,
+                         path.substr(path.rfind('/') + 1).c_str(), &spec, nullptr, &attr, &err);
         if (!stream)
-            throw std::runtime_error(std::string("no sound server (") + pa_strerror(err) + ")");
+            throw std::runtime_error(std::string("no sound server (") + pa.strerror(err) + ")");
         std::vector<float> chunk(static_cast<size_t>(kChunkFrames) * in.Channels());
         sf_count_t sent = at;
         while (!s.stop) {
             const sf_count_t got = in.Read(chunk.data(), kChunkFrames);
             if (got <= 0)
                 break;
-            if (pa_simple_write(stream, chunk.data(),
-                                static_cast<size_t>(got) * in.Channels() * sizeof(float), &err) < 0)
-                throw std::runtime_error(std::string("playback failed: ") + pa_strerror(err));
+            if (pa.write(stream, chunk.data(),
+                         static_cast<size_t>(got) * in.Channels() * sizeof(float), &err) < 0)
+                throw std::runtime_error(std::string("playback failed: ") + pa.strerror(err));
             sent += got;
-            const pa_usec_t latency = pa_simple_get_latency(stream, &err);
+            const pa_usec_t latency = pa.latency(stream, &err);
             const double heard =
                 static_cast<double>(sent) - static_cast<double>(latency) * in.SampleRate() / 1e6;
             s.position =
                 length > 0 ? std::clamp(heard / static_cast<double>(length), 0.0, 1.0) : 0.0;
         }
         if (s.stop)
-            pa_simple_flush(stream, &err);
+            pa.flush(stream, &err);
         else
-            pa_simple_drain(stream, &err);
+            pa.drain(stream, &err);
     } catch (const std::exception& e) {
         error = e.what();
     }
     if (stream)
-        pa_simple_free(stream);
+        Pulse::Get().free(stream);
     if (error.empty() && !s.stop)
         s.position = 1.0;
     s.error = error;

@@ -25,13 +25,15 @@ if grep -q '^/usr/include\|/tests\?/\|_tests$\|_bench$' "$work/files"; then
     fail "the package holds build or test files"
 fi
 
-# Dependencies come from the binaries: libsndfile, libmpg123 and libpulse for the host, X and
-# cairo for the panel, and the C++ runtime, with the versions the binaries need.
+# Dependencies come from the binaries: libsndfile and libmpg123 for the host, X and cairo for
+# the panel, and the C++ runtime, with the versions the binaries need. Playback's libpulse is
+# loaded only when something is played, so it is recommended.
 depends=$(dpkg-deb -f "$deb" Depends)
-for lib in libc6 libstdc++6 libsndfile1 libmpg123-0 libpulse0 libx11-6 libcairo2; do
+for lib in libc6 libstdc++6 libsndfile1 libmpg123-0 libx11-6 libcairo2; do
     echo "$depends" | tr ',' '\n' | sed 's/^ *//; s/ .*//' | grep -qFx "$lib" ||
         fail "Depends lacks $lib: $depends"
 done
+[ "$(dpkg-deb -f "$deb" Recommends)" = libpulse0 ] || fail "libpulse0 is not recommended"
 [ "$(dpkg-deb -f "$deb" Architecture)" = amd64 ] || fail "not an amd64 package"
 
 dpkg-deb -x "$deb" "$work/root"
