@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-enum : int { kIdFolder = 300, kIdList, kIdName, kIdUp };
+enum : int { kIdFolder = 300, kIdList, kIdName, kIdUp, kIdProblem };
 
 std::string Lower(std::string s) {
     for (char& c : s)
@@ -44,7 +44,8 @@ DialogTemplate CFileDialog::Layout(bool open) {
     };
     add("LTEXT", -1, "Folder", 12, 14, 56, 20);
     add("EDITTEXT", kIdFolder, "", 70, 12, 398, 24);
-    add("LISTBOX", kIdList, "", 12, 46, 456, 268);
+    add("LISTBOX", kIdList, "", 12, 46, 456, 252);
+    add("LTEXT", kIdProblem, "", 70, 302, 398, 20);
     add("LTEXT", -1, "Name", 12, 328, 56, 20);
     add("EDITTEXT", kIdName, "", 70, 326, 398, 24);
     add("PUSHBUTTON", kIdUp, "Up a folder", 12, 362, 100, 26);
@@ -92,7 +93,7 @@ void CFileDialog::Show(const std::string& folder) {
     std::error_code ec;
     fs::path f = fs::weakly_canonical(folder, ec);
     if (ec || !fs::is_directory(f, ec)) {
-        Say("no folder " + folder);
+        Say("There is no folder " + folder + ".");
         return;
     }
     std::vector<std::string> folders, files;
@@ -126,11 +127,12 @@ void CFileDialog::Show(const std::string& folder) {
     for (const auto& [name, isFolder] : m_rows)
         list->AddString((name + (isFolder ? "/" : "")).c_str());
     Field(kIdFolder)->SetWindowText(m_folder.c_str());
-    SetWindowText(m_bOpen ? "Open a file" : "Save as");
+    Say("");
 }
 
 void CFileDialog::Say(const std::string& problem) {
-    SetWindowText(((m_bOpen ? "Open a file: " : "Save as: ") + problem).c_str());
+    if (CWnd* line = GetDlgItem(kIdProblem))
+        line->SetWindowText(problem.empty() ? "" : ("\xE2\x9A\xA0 " + problem).c_str());
 }
 
 std::string CFileDialog::Resolve(const std::string& typed) const {
@@ -194,9 +196,9 @@ void CFileDialog::OnOK() {
         Show(path);
         Field(kIdName)->SetWindowText("");
     } else if (m_bOpen && !fs::is_regular_file(path, ec)) {
-        Say("there is no file " + typed);
+        Say("There is no file " + typed + " here.");
     } else if (!m_bOpen && !fs::is_directory(fs::path(path).parent_path(), ec)) {
-        Say("there is no folder for " + typed);
+        Say("There is no folder for " + typed + ".");
     } else {
         Take(path);
     }
