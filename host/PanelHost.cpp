@@ -60,6 +60,7 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
     if (!m_plugin.Dispatch(effEditGetRect, 0, 0, &rect) || !rect) {
         return Fail(kExitBadPlugin, "the plug-in has no panel");
     }
+    CWnd::SetClassHint("morvane", "Morvane"); // as the menu entry's StartupWMClass says
     StudioWindow window;
     if (!window.Create(rect->right - rect->left, rect->bottom - rect->top)) {
         return Fail(kExitUsage, "no X display to show the panel on (is DISPLAY set?)");

@@ -155,6 +155,10 @@ BOOL CWnd::CreateEx(DWORD, const char* className, const char* windowName, DWORD 
     if (!child) {
         ::Atom del = m_pConn->Atom("WM_DELETE_WINDOW");
         XSetWMProtocols(d, win, &del, 1);
+        if (!ClassHint().second.empty()) {
+            XClassHint hint{ClassHint().first.data(), ClassHint().second.data()};
+            XSetClassHint(d, win, &hint);
+        }
         if (parent) // owned top-levels (dialogs) stay above their owner's top-level window
             XSetTransientForHint(d, win, parent->GetTopLevelHwnd());
         if (style & WS_CAPTION) {
@@ -569,6 +573,15 @@ LRESULT CWnd::DefWindowProc(UINT message, WPARAM, LPARAM) {
 
 BOOL CWnd::PreTranslateMessage(MSG*) {
     return FALSE;
+}
+
+std::pair<std::string, std::string>& CWnd::ClassHint() {
+    static std::pair<std::string, std::string> hint;
+    return hint;
+}
+
+void CWnd::SetClassHint(const char* name, const char* cls) {
+    ClassHint() = {name, cls};
 }
 
 void CWnd::DragAcceptFiles(BOOL accept) {

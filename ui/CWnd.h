@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CRect.h"
@@ -87,6 +88,10 @@ public:
     void GetWindowText(CString& text) const;
     int GetWindowTextLength() const { return static_cast<int>(m_strText.size()); }
     void SetFont(CFont* font, BOOL redraw = TRUE);
+    // The program's name and class for its top-level windows from now on, which a desktop
+    // matches to the program's menu entry (StartupWMClass); unset, windows carry none, as a
+    // plug-in's dialogs inside a host should.
+    static void SetClassHint(const char* name, const char* cls);
     // A top-level window that accepts files dragged from a file manager; they arrive through
     // OnDropFiles as local paths.
     void DragAcceptFiles(BOOL accept = TRUE);
@@ -156,6 +161,7 @@ protected:
 
 private:
     friend class CXConnection;
+    static std::pair<std::string, std::string>& ClassHint();
     void CreateBacking(int width, int height);
     void ReleaseSurfaces();
 

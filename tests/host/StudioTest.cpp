@@ -105,6 +105,11 @@ TEST_F(Studio, ChoosesProgramsRendersStopsAndWorksWithoutASoundServer) {
     const Window w = person.WaitForTitle("Ready: F5 renders in.wav");
     ASSERT_NE(0u, w);
     EXPECT_NE(std::string::npos, Title("Ready").find("\xE2\x80\x94 1: ")) << "names the program";
+    XClassHint hint{};
+    ASSERT_TRUE(XGetClassHint(person.display(), w, &hint));
+    EXPECT_STREQ("Morvane", hint.res_class) << "the menu entry's StartupWMClass";
+    XFree(hint.res_name);
+    XFree(hint.res_class);
 
     // program 46 chosen from the list: End goes to 64, then up 18
     person.WithPerson(
