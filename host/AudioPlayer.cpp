@@ -5,6 +5,7 @@
 #include <pulse/simple.h>
 
 #include <algorithm>
+#include <cmath>
 #include <mutex>
 #include <stdexcept>
 #include <type_traits>
@@ -130,8 +131,8 @@ void AudioPlayer::Run(Session& s) {
         const Pulse& pa = Pulse::Get();
         pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(in.SampleRate()),
                             static_cast<uint8_t>(in.Channels())};
-        if (in.SampleRate() <= 0 || in.Channels() <= 0 ||
-            in.Channels() > static_cast<int>(PA_CHANNELS_MAX))
+        if (in.SampleRate() <= 0 || in.SampleRate() > static_cast<int>(PA_RATE_MAX) ||
+            in.Channels() <= 0 || in.Channels() > static_cast<int>(PA_CHANNELS_MAX))
             throw std::runtime_error("the sound server cannot play " +
                                      std::to_string(in.Channels()) + " channels at " +
                                      std::to_string(in.SampleRate()) + " Hz");
@@ -151,6 +152,9 @@ void AudioPlayer::Run(Session& s) {
             const sf_count_t got = in.Read(chunk.data(), kChunkFrames);
             if (got <= 0)
                 break;
+            // a damaged file's NaNs and overs never reach the speakers
+            for (float& x : chunk)
+                x = std::isfinite(x) ? std::clamp(x, -1.0f, 1.0f) : 0.0f;
             if (pa.write(stream, chunk.data(),
                          static_cast<size_t>(got) * in.Channels() * sizeof(float), &err) < 0)
                 throw std::runtime_error(std::string("playback failed: ") + pa.strerror(err));
