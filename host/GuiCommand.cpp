@@ -23,7 +23,7 @@ GuiCommand::GuiCommand(CLI::App& parent)
     m_cmd->add_option("--plugin", m_plugin, "The plug-in file (default: found)");
     m_cmd
         ->add_option("-e,--engine", m_engine,
-                     "splice or crisp, as for render; E in the window changes it")
+                     "splice or crisp, as for render; F9 in the window changes it")
         ->check(CLI::IsMember({"splice", "crisp"}))
         ->capture_default_str();
 }
