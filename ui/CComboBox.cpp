@@ -73,9 +73,7 @@ void CComboBox::OnPaint() {
     CRect c;
     GetClientRect(&c);
     const bool focused = m_pConn && m_pConn->Focus() == this;
-    dc.FillSolidRect(c, RGB(255, 255, 255));
-    const COLORREF frame = focused ? RGB(58, 120, 214) : RGB(120, 124, 130);
-    dc.Draw3dRect(c, frame, frame);
+    dc.FieldWell(c, focused);
     const int button = c.Height();
     CRect arrow(c.right - button, c.top + 1, c.right - 1, c.bottom - 1);
     dc.FillSolidRect(arrow, RGB(238, 239, 241));

@@ -205,6 +205,12 @@ void CDC::Draw3dRect(const CRect& r, COLORREF topLeft, COLORREF bottomRight) {
     FillSolidRect(CRect(r.right - 1, r.top, r.right, r.bottom), bottomRight);
 }
 
+void CDC::FieldWell(const CRect& rect, bool focused, bool enabled) {
+    FillSolidRect(rect, enabled ? RGB(255, 255, 255) : RGB(236, 236, 236));
+    const COLORREF frame = focused ? RGB(58, 120, 214) : RGB(120, 124, 130);
+    Draw3dRect(rect, frame, frame);
+}
+
 void CDC::Line(double x0, double y0, double x1, double y1, COLORREF color, double width) {
     if (!m_pSurface)
         return;

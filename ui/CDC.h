@@ -34,6 +34,9 @@ public:
     }
     // A one-pixel frame: top and left in one colour, bottom and right in the other.
     void Draw3dRect(const CRect& rect, COLORREF topLeft, COLORREF bottomRight);
+    // The well of a control that takes input (edit, combo box, list): white, grey when disabled,
+    // in a frame that turns blue while it has the focus.
+    void FieldWell(const CRect& rect, bool focused, bool enabled = true);
     // An anti-aliased line or polygon outline/fill, for the controls' own drawing.
     void Line(double x0, double y0, double x1, double y1, COLORREF color, double width = 1.0);
     void Polygon(const CPoint* points, int count, COLORREF color);

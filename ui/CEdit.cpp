@@ -9,8 +9,6 @@
 namespace {
 
 constexpr int kPad = 3;
-constexpr COLORREF kFrame = RGB(120, 124, 130);
-constexpr COLORREF kFrameFocus = RGB(58, 120, 214);
 constexpr COLORREF kSelection = RGB(58, 120, 214);
 
 bool Continuation(char c) {
@@ -234,8 +232,7 @@ void CEdit::OnPaint() {
     GetClientRect(&client);
     const bool focused = m_pConn && m_pConn->Focus() == this;
     const bool enabled = IsWindowEnabled();
-    dc.FillSolidRect(client, enabled ? RGB(255, 255, 255) : RGB(236, 236, 236));
-    dc.Draw3dRect(client, focused ? kFrameFocus : kFrame, focused ? kFrameFocus : kFrame);
+    dc.FieldWell(client, focused, enabled);
     dc.SelectObject(m_pFont);
     const int x = TextX();
     const int h = dc.GetTextExtent("Ag").cy;

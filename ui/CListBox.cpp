@@ -75,9 +75,7 @@ void CListBox::OnPaint() {
     CRect c;
     GetClientRect(&c);
     const bool focused = m_pConn && m_pConn->Focus() == this;
-    dc.FillSolidRect(c, RGB(255, 255, 255));
-    const COLORREF frame = focused ? RGB(58, 120, 214) : RGB(120, 124, 130);
-    dc.Draw3dRect(c, frame, frame);
+    dc.FieldWell(c, focused);
     dc.SelectObject(m_pFont);
     dc.SetBkMode(TRANSPARENT);
     const int h = RowHeight();
