@@ -57,8 +57,11 @@ DialogTemplate CFileDialog::Layout(bool open) {
 CFileDialog::CFileDialog(bool open, const std::string& path, std::vector<std::string> extensions,
                          CWnd* parent)
     : CDialog(Layout(open), parent), m_bOpen(open), m_start(path) {
-    for (std::string& e : extensions)
-        m_ext.push_back("." + Lower(e));
+    for (const std::string& e : extensions) {
+        std::string dotted(1, '.'); // not "." + temporary: GCC 12's -O3 restrict false alarm
+        dotted += Lower(e);
+        m_ext.push_back(dotted);
+    }
 }
 
 CEdit* CFileDialog::Field(int id) const {
