@@ -129,21 +129,21 @@ void AudioPlayer::Run(Session& s) {
             at = 0; // a file played from its end starts again
         in.Seek(at);
         const Pulse& pa = Pulse::Get();
-        pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(in.SampleRate()),
-                            static_cast<uint8_t>(in.Channels())};
+        pa_sample_spec format{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(in.SampleRate()),
+                              static_cast<uint8_t>(in.Channels())};
         if (in.SampleRate() <= 0 || in.SampleRate() > static_cast<int>(PA_RATE_MAX) ||
             in.Channels() <= 0 || in.Channels() > static_cast<int>(PA_CHANNELS_MAX))
             throw std::runtime_error("the sound server cannot play " +
                                      std::to_string(in.Channels()) + " channels at " +
                                      std::to_string(in.SampleRate()) + " Hz");
-        const uint32_t bytesPerMs = static_cast<uint32_t>(pa.bytesPerSecond(&spec) / 1000);
+        const uint32_t bytesPerMs = static_cast<uint32_t>(pa.bytesPerSecond(&format) / 1000);
         pa_buffer_attr attr{static_cast<uint32_t>(-1), kBufferMs * bytesPerMs,
                             static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
                             static_cast<uint32_t>(-1)};
         int err = 0;
         stream =
             pa.simpleNew(nullptr, "Morvane", PA_STREAM_PLAYBACK, nullptr,
-                         path.substr(path.rfind('/') + 1).c_str(), &spec, nullptr, &attr, &err);
+                         path.substr(path.rfind('/') + 1).c_str(), &format, nullptr, &attr, &err);
         if (!stream)
             throw std::runtime_error(std::string("no sound server (") + pa.strerror(err) + ")");
         std::vector<float> chunk(static_cast<size_t>(kChunkFrames) * in.Channels());

@@ -130,8 +130,8 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
             window.Connection()->Wait(10);
     };
 
-    std::string source, result; // what Play source and Play result play
-    double sourceSeconds = 0, resultSeconds = 0;
+    bool playingResult = false; // what plays, and how long it is
+    double playingSeconds = 0;
     const auto play = [&](bool ofResult, double fraction) {
         const std::string path = ofResult ? window.Output() : window.Input();
         if (path.empty() || !std::filesystem::is_regular_file(path)) {
@@ -140,19 +140,17 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
                           : "No input to play: type its path or drop a file");
             return;
         }
-        (ofResult ? result : source) = path;
-        (ofResult ? resultSeconds : sourceSeconds) = Seconds(path);
+        playingResult = ofResult;
+        playingSeconds = Seconds(path);
         player.Play(path, fraction);
     };
     bool noServerSaid = false;
     const auto showPlayback = [&] {
         if (player.Playing()) {
-            const bool ofResult = player.Path() == result;
-            const double length = ofResult ? resultSeconds : sourceSeconds;
             show(Mode::Playing, player.Position(),
-                 std::string(ofResult ? "Playing the result " : "Playing the source ") +
-                     TimeText(player.Position() * length) + " of " + TimeText(length) +
-                     "  (F8 or A/B compares at the same point)");
+                 std::string(playingResult ? "Playing the result " : "Playing the source ") +
+                     TimeText(player.Position() * playingSeconds) + " of " +
+                     TimeText(playingSeconds) + "  (F8 or A/B compares at the same point)");
         } else if (const std::string e = player.TakeError(); !e.empty()) {
             // said once; after that the line just says playback is off
             show(Mode::Failed, 0,
@@ -265,7 +263,7 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
                     // the other one at the same point of the music: lengths differ by the
                     // time rate, so the point is a share of each
                     if (player.Playing())
-                        play(player.Path() != window.Output(), player.Position());
+                        play(!playingResult, player.Position());
                     else
                         play(true, 0);
                     break;

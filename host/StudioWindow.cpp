@@ -1,5 +1,7 @@
 #include "StudioWindow.h"
 
+#include <utility>
+
 #include "CDC.h"
 #include "CFileDialog.h"
 
@@ -232,27 +234,20 @@ BOOL StudioWindow::PreTranslateMessage(MSG* msg) {
         e.SetFocus();
         e.SetSel(0, -1);
     };
-    switch (msg->wParam) {
-    case kKeyF1 + 4:
-        Push(Ask::Render);
-        return TRUE;
-    case kKeyEscape:
-        Push(Ask::Stop);
-        return TRUE;
-    case kKeyF1 + 5:
-        Push(Ask::PlaySource);
-        return TRUE;
-    case kKeyF1 + 6:
-        Push(Ask::PlayResult);
-        return TRUE;
-    case kKeyF1 + 7:
-        Push(Ask::Compare);
-        return TRUE;
-    case kKeyF1 + 8:
-        if (m_engine.IsWindowEnabled()) {
-            m_engine.SetCurSel(1 - m_engine.GetCurSel());
-            OnEngine();
+    // the keys that only ask, wherever the focus is
+    static constexpr std::pair<UINT, Ask> kAsks[] = {{kKeyF1 + 4, Ask::Render},
+                                                     {kKeyEscape, Ask::Stop},
+                                                     {kKeyF1 + 5, Ask::PlaySource},
+                                                     {kKeyF1 + 6, Ask::PlayResult},
+                                                     {kKeyF1 + 7, Ask::Compare}};
+    for (const auto& [key, ask] : kAsks)
+        if (msg->wParam == key) {
+            Push(ask);
+            return TRUE;
         }
+    switch (msg->wParam) {
+    case kKeyF1 + 8:
+        OtherEngine();
         return TRUE;
     case kKeyF1 + 2:
         focusField(m_in);
@@ -311,10 +306,15 @@ void StudioWindow::OnChar(UINT ch, UINT, UINT) {
     // the window's own letters, while no field has the keyboard
     if (ch == 'r' || ch == 'R')
         Push(Ask::Render);
-    else if ((ch == 'e' || ch == 'E') && m_engine.IsWindowEnabled()) {
-        m_engine.SetCurSel(1 - m_engine.GetCurSel());
-        OnEngine();
-    }
+    else if (ch == 'e' || ch == 'E')
+        OtherEngine();
+}
+
+void StudioWindow::OtherEngine() {
+    if (!m_engine.IsWindowEnabled())
+        return;
+    m_engine.SetCurSel(1 - m_engine.GetCurSel());
+    OnEngine();
 }
 
 void StudioWindow::OnClose() {

@@ -71,6 +71,7 @@ protected:
 private:
     void Push(Ask ask, int value = 0) { m_requests.push_back({ask, value}); }
     void StepProgram(int by);
+    void OtherEngine();
     // A file dialog for the input (open) or the output (save), starting where the field points.
     void Choose(bool input);
     // Tab and Shift+Tab: the next control that is enabled, the fields' text selected.

@@ -126,9 +126,8 @@ bool CDropTarget::Handle(XEvent& event, CWnd* wnd) {
             Reply(source, wnd->m_hWnd, "XdndFinished", 0, None, 0);
             return true;
         }
-        m_nTime = static_cast<unsigned long>(c.data.l[2]);
         XConvertSelection(d, m_conn.Atom("XdndSelection"), uriList, m_conn.Atom("XdndSelection"),
-                          m_target, m_nTime);
+                          m_target, static_cast<Time>(c.data.l[2])); // the drop's own time
         XFlush(d);
         return true;
     }

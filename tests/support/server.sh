@@ -1,6 +1,17 @@
 # Sourced by the with-*.sh wrappers, which start a private server as $server logging to
 # $dir/log. Named for the wrapper's messages: $name.
 
+# Fails at once when the server's program is not installed, and makes the server's folder $dir,
+# removed at exit.
+need_server() {
+    if ! command -v "$1" >/dev/null 2>&1; then
+        echo "$name: $1 is not installed (bash scripts/bootstrap.sh installs it)" >&2
+        exit 1
+    fi
+    dir=$(mktemp -d)
+    trap 'rm -rf "$dir"' EXIT
+}
+
 # Waits up to ten seconds for the test "$@" to hold; when it does not, shows the server's log,
 # stops it and exits 1.
 wait_for_server() {

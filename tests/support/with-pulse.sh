@@ -5,12 +5,7 @@
 set -u
 name=with-pulse
 . "$(dirname "$0")/server.sh"
-if ! command -v pulseaudio >/dev/null 2>&1; then
-    echo "with-pulse: pulseaudio is not installed (bash scripts/bootstrap.sh installs it)" >&2
-    exit 1
-fi
-dir=$(mktemp -d)
-trap 'rm -rf "$dir"' EXIT
+need_server pulseaudio
 HOME="$dir" XDG_RUNTIME_DIR="$dir" XDG_CONFIG_HOME="$dir" DBUS_SESSION_BUS_ADDRESS=disabled: \
     pulseaudio -n --daemonize=no --exit-idle-time=-1 --disable-shm=yes --use-pid-file=no \
     --system=no -L "module-null-sink sink_name=morvane_test format=float32le rate=44100 channels=2" \
