@@ -105,45 +105,95 @@ struct Studio : ::testing::Test {
     }
 };
 
-TEST_F(Studio, ChoosesProgramsRendersStopsAndWorksWithoutASoundServer) {
-    const std::string in = dir + "/in.wav", out = dir + "/in-morvane.wav";
+// gui IN OUT renders at once; then programs from the list and the panel's COPY, a value typed
+// into the panel, files from the file dialogs, Stop, and no sound server, as a person meets them.
+TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
+    const int noDisplay =
+        std::system((std::string("DISPLAY= ") + MORVANE_CLI + " gui 2>/dev/null").c_str());
+    EXPECT_EQ(2, WEXITSTATUS(noDisplay)) << "without a display it says so and stops";
+    const std::string in = dir + "/in.wav", out = dir + "/out.wav";
     WriteInput(in, 30); // long enough to be stopped
-    Start(in, "PULSE_SERVER=unix:" + dir + "/no-server");
-    const Window w = person.WaitForTitle("Ready: F5 renders in.wav");
+    Start("--program 46 '" + in + "' '" + out + "'", "PULSE_SERVER=unix:" + dir + "/no-server");
+    const Window w = person.WaitForTitle("wrote out.wav with the splice engine");
     ASSERT_NE(0u, w);
-    EXPECT_NE(std::string::npos, Title("Ready").find("\xE2\x80\x94 1: ")) << "names the program";
+    EXPECT_NE(std::string::npos, Title("wrote").find("\xE2\x80\x94 46: ")) << "names the program";
+    const size_t inFrames = ReadFloats(in).size();
+    EXPECT_NEAR(inFrames / 2.0, ReadFloats(out).size(), inFrames * 0.01) << "46: double speed";
     XClassHint hint{};
     ASSERT_TRUE(XGetClassHint(person.display(), w, &hint));
     EXPECT_STREQ("Morvane", hint.res_class) << "the menu entry's StartupWMClass";
     XFree(hint.res_name);
     XFree(hint.res_class);
 
-    // program 46 chosen from the list: End goes to 64, then up 18
+    // program 47 chosen from the list (End goes to 64, then up 17), PgDn, and the panel's COPY
+    // putting program 1 into 48: the strip follows
     InModal([&] { person.Click(w, kProgramX, kProgramY); },
             [&] {
                 person.Tap(XK_End);
-                for (int i = 0; i < 18; ++i)
+                for (int i = 0; i < 17; ++i)
                     person.Tap(XK_Up);
                 person.Tap(XK_Return);
             });
-    Title("\xE2\x80\x94 46: ");
-    // F5 renders into the output proposed beside the input; 46 is double speed
-    Keys(w, {XK_F5});
-    Title("wrote in-morvane.wav with the splice engine");
-    const size_t inFrames = ReadFloats(in).size();
-    EXPECT_NEAR(inFrames / 2.0, ReadFloats(out).size(), inFrames * 0.01);
-    Keys(w, {XK_Next});
     Title("\xE2\x80\x94 47: ");
-    // the panel's COPY puts program 1 into 47, and the strip follows
+    Keys(w, {XK_Next});
+    Title("\xE2\x80\x94 48: ");
     InModal([&] { person.Click(w, 76, kPanelTop + 18); },
             [&] {
                 person.Tap(XK_Down);
                 person.Tap(XK_Return);
             });
-    Title("\xE2\x80\x94 47: Original");
+    Title("\xE2\x80\x94 48: Original");
+
+    // 150 % typed into the panel's time read-out applies to the next render (R); the person
+    // waits for the field to take the keyboard, and to let it go
+    auto focusLeaves = [&](Window from) {
+        for (int i = 0; i < 400 && person.Focus() == from; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return person.Focus();
+    };
+    const Window before = person.Focus();
+    person.Click(w, 274, kPanelTop + 193);
+    const Window field = focusLeaves(before);
+    person.SelectAll();
+    person.Type("150");
+    person.Tap(XK_Return);
+    focusLeaves(field);
+    fs::remove(out); // the render writes beside it and renames it when done
+    Keys(w, {XK_r});
+    for (int i = 0; i < 400 && !fs::exists(out); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_NEAR(inFrames * 1.5, ReadFloats(out).size(), inFrames * 0.01);
+
+    // files chosen in the file dialogs: a folder typed and entered, then a file in it; the
+    // output's dialog starts beside the output, and takes a new name
+    fs::create_directories(dir + "/takes");
+    fs::copy_file(in, dir + "/takes/b.wav");
+    const auto choose = [&](KeySym key, std::initializer_list<const char*> names) {
+        InModal(
+            [&] {
+                XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
+                person.Key(XK_Control_L, true);
+                person.Tap(key);
+                person.Key(XK_Control_L, false);
+            },
+            [&] {
+                for (const char* name : names) {
+                    person.SelectAll();
+                    person.Type(name);
+                    person.Tap(XK_Return);
+                }
+            });
+    };
+    choose(XK_o, {"takes", "b.wav"});
+    Title("Ready: F5 renders b.wav");
+    choose(XK_s, {"renamed.wav"});
+    const std::string renamed = dir + "/renamed.wav";
+    Keys(w, {XK_r});
+    Title("wrote renamed.wav");
+    EXPECT_NEAR(inFrames * 1.5, ReadFloats(renamed).size(), inFrames * 0.01);
 
     // Stop during a render: nothing is left under the output's name, nor beside it
-    fs::remove(out);
+    fs::remove(renamed);
     Keys(w, {XK_F9});
     Title("crisp engine renders next");
     for (KeySym k : {XK_F5, XK_Escape}) { // at once: the render is on its first blocks
@@ -155,13 +205,13 @@ TEST_F(Studio, ChoosesProgramsRendersStopsAndWorksWithoutASoundServer) {
     for (const auto& e : fs::directory_iterator(dir))
         left.push_back(e.path().filename());
     std::sort(left.begin(), left.end());
-    EXPECT_EQ((std::vector<std::string>{"err", "in.wav"}), left);
+    EXPECT_EQ((std::vector<std::string>{"err", "in.wav", "out.wav", "takes"}), left);
 
     // no sound server: said, and the rest works
     Keys(w, {XK_F6});
     Title("Cannot play: no sound server");
     Keys(w, {XK_F3, XK_Return}); // Return in a file's field renders
-    Title("wrote in-morvane.wav with the crisp engine");
+    Title("wrote renamed.wav with the crisp engine");
     EXPECT_EQ(0, Close(w));
 }
 
@@ -169,15 +219,20 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
     ASSERT_NE(nullptr, std::getenv("PULSE_SERVER")) << "runs under tests/support/with-pulse.sh";
     const std::string in = dir + "/my take.wav", out = dir + "/my take-morvane.wav";
     WriteInput(in, 4);
-    Start("");
-    const Window w = person.WaitForTitle("Drop an audio file here");
+    // gui IN, as a file manager opens a file: it waits, proposing the output beside it
+    fs::copy_file(in, dir + "/first.wav");
+    Start("'" + dir + "/first.wav'");
+    const Window w = person.WaitForTitle("Ready: F5 renders first.wav");
     ASSERT_NE(0u, w);
+    Keys(w, {XK_F5});
+    Title("wrote first-morvane.wav");
     // what a file manager offers: a percent-encoded URI, one a line
     std::string uri = "file://";
     for (char c : in)
         uri += c == ' ' ? std::string("%20") : std::string(1, c);
     EXPECT_FALSE(person.Drop(w, 200, 300, "http://example.invalid/x.wav\r\n"));
     ASSERT_TRUE(person.Drop(w, 200, 300, "# from a test\r\n" + uri + "\r\n"));
+    // the dropped file is the input, and the proposed output follows it
     Keys(w, {XK_F5});
     Title("wrote my take-morvane.wav");
     const std::vector<float> rendered = ReadFloats(out);
@@ -224,69 +279,6 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
     EXPECT_EQ(std::string::npos, source.find("source 0:00")) << source;
     Keys(w, {XK_Escape});
     Title("Stopped playing");
-    EXPECT_EQ(0, Close(w));
-}
-
-// gui IN OUT renders at once; what is then typed into the panel applies to the next render
-// (R in the window), files come from the file dialogs, and without a display it says so.
-TEST_F(Studio, RendersAtOnceThenWithWhatThePanelSays) {
-    const int noDisplay =
-        std::system((std::string("DISPLAY= ") + MORVANE_CLI + " gui 2>/dev/null").c_str());
-    EXPECT_EQ(2, WEXITSTATUS(noDisplay)) << "without a display it says so and stops";
-    const std::string in = dir + "/in.wav", out = dir + "/out.wav";
-    WriteInput(in, 4);
-    Start("--program 46 '" + in + "' '" + out + "'");
-    const Window w = person.WaitForTitle("wrote out.wav with the splice engine");
-    ASSERT_NE(0u, w);
-    const size_t inFrames = ReadFloats(in).size();
-    EXPECT_NEAR(inFrames / 2.0, ReadFloats(out).size(), inFrames * 0.01) << "46: double speed";
-
-    // 150 % typed into the panel's time read-out (the person waits for the field to take the
-    // keyboard, and to let it go)
-    auto focusLeaves = [&](Window from) {
-        for (int i = 0; i < 400 && person.Focus() == from; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return person.Focus();
-    };
-    const Window before = person.Focus();
-    person.Click(w, 274, kPanelTop + 193);
-    const Window field = focusLeaves(before);
-    person.SelectAll();
-    person.Type("150");
-    person.Tap(XK_Return);
-    focusLeaves(field);
-    fs::remove(out); // the render writes beside it and renames it when done
-    Keys(w, {XK_r});
-    for (int i = 0; i < 400 && !fs::exists(out); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_NEAR(inFrames * 1.5, ReadFloats(out).size(), inFrames * 0.01);
-
-    // files chosen in the file dialogs: a folder typed and entered, then a file in it; the
-    // output's dialog starts beside the output, and takes a new name
-    fs::create_directories(dir + "/takes");
-    fs::copy_file(in, dir + "/takes/b.wav");
-    const auto choose = [&](KeySym key, std::initializer_list<const char*> names) {
-        InModal(
-            [&] {
-                XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
-                person.Key(XK_Control_L, true);
-                person.Tap(key);
-                person.Key(XK_Control_L, false);
-            },
-            [&] {
-                for (const char* name : names) {
-                    person.SelectAll();
-                    person.Type(name);
-                    person.Tap(XK_Return);
-                }
-            });
-    };
-    choose(XK_o, {"takes", "b.wav"});
-    Title("Ready: F5 renders b.wav");
-    choose(XK_s, {"renamed.wav"});
-    Keys(w, {XK_r});
-    Title("wrote renamed.wav");
-    EXPECT_NEAR(inFrames * 1.5, ReadFloats(dir + "/renamed.wav").size(), inFrames * 0.01);
     EXPECT_EQ(0, Close(w));
 }
 
