@@ -86,39 +86,64 @@ int CCrisp::MaxOutput(int count) const {
 void CCrisp::SetSamplingRate(int rate) {
     std::lock_guard lock(m_cs);
     rate = std::clamp(rate, CMorvane::kMinRate, CMorvane::kMaxRate);
-    const int window = WindowFor(rate);
-    if (rate != m_nRate || window != m_Vocoder.Window()) {
-        for (float* p : {m_pRing[0], m_pRing[1], m_pFrame[0], m_pFrame[1], m_pHop[0], m_pHop[1],
-                         m_pMono, m_pStretch})
-            delete[] p;
-        m_Vocoder.Configure(window);
-        m_Onsets.Configure(window / 2, rate);
-        m_Map.Configure(window);
-        // The lookahead the time map asks for is at most 15 windows (at a stretch of 1/4);
-        // the ring holds twice that.
-        m_nRingSize = 32L * window;
-        for (int c = 0; c < 2; ++c) {
-            m_pRing[c] = new float[m_nRingSize]();
-            m_pFrame[c] = new float[window]();
-            m_pHop[c] = new float[m_Vocoder.Hop()]();
-        }
-        m_pMono = new float[window / 2]();
-        m_nStretchRoom = 2 * kHistory + m_Vocoder.Hop();
-        m_pStretch = new float[2L * m_nStretchRoom]();
-    }
+    // The buffers are made at the first job: a plug-in whose other engine does the work never
+    // pays for them, and hosts set the rate several times before a job.
+    if (rate != m_nRate)
+        m_bSized = false;
     m_nRate = rate;
+    // The ring the time map's lookahead asks for (at most 15 windows, at a stretch of 1/4),
+    // twice over; MaxOutput needs it before the buffers exist.
+    m_nRingSize = 32L * WindowFor(rate);
     Restart();
+}
+
+void CCrisp::Size() {
+    for (float* p : {m_pRing[0], m_pRing[1], m_pFrame[0], m_pFrame[1], m_pHop[0], m_pHop[1],
+                     m_pMono, m_pStretch})
+        delete[] p;
+    const int window = WindowFor(m_nRate);
+    m_Vocoder.Configure(window);
+    m_Onsets.Configure(window / 2, m_nRate);
+    m_Map.Configure(window);
+    for (int c = 0; c < 2; ++c) {
+        m_pRing[c] = new float[m_nRingSize]();
+        m_pFrame[c] = new float[window]();
+        m_pHop[c] = new float[m_Vocoder.Hop()]();
+    }
+    m_pMono = new float[window / 2]();
+    m_nStretchRoom = 2 * kHistory + m_Vocoder.Hop();
+    m_pStretch = new float[2L * m_nStretchRoom]();
+    m_bSized = true;
 }
 
 void CCrisp::StartToProcess() {
     std::lock_guard lock(m_cs);
     Restart();
+    if (m_bRestartDue)
+        Rebuild(); // here, so that processing never allocates
 }
 
 void CCrisp::Restart() {
     m_bOnsets = m_bOnsetsNext;
     m_dTime = m_dTimeNext;
     m_dPitch = m_dPitchNext;
+    m_nIn = m_nKeepFrom = 0;
+    m_bFinal = m_bDone = false;
+    m_nFrame = m_nLastRead = 0;
+    m_dLastOnset = -1;
+    m_nStretchEnd = -1;
+    m_dOutBase = m_dInBase = 0;
+    m_nOut = 0;
+    m_bRestartDue = true;
+    if (m_bSized)
+        Rebuild();
+}
+
+// The part of a restart that needs the buffers, from the settings the restart took; done at
+// the first job when the buffers are not made yet.
+void CCrisp::Rebuild() {
+    if (!m_bSized)
+        Size();
     m_Map.Restart(m_dTime * m_dPitch);
     m_Map.SetHorizon(m_bOnsets ? -kInf : kInf);
     m_Onsets.Restart();
@@ -129,14 +154,8 @@ void CCrisp::Restart() {
     m_Arg.dPitchRate = m_dPitch;
     m_Resample.IniResample(m_dPitch, kAttenuation, 0.1, 100.0, true);
     std::fill(m_pStretch, m_pStretch + 2L * m_nStretchRoom, 0.0f);
-    m_nIn = m_nKeepFrom = 0;
-    m_bFinal = m_bDone = false;
-    m_nFrame = m_nLastRead = 0;
-    m_dLastOnset = -1;
     m_nStretched = static_cast<int64_t>(OutputCentre(0) - m_Vocoder.Window() / 2.0);
-    m_nStretchEnd = -1;
-    m_dOutBase = m_dInBase = 0;
-    m_nOut = 0;
+    m_bRestartDue = false;
 }
 
 int64_t CCrisp::Target() const {
@@ -292,6 +311,8 @@ void CCrisp::Finish(float** out, int* produced) {
 int CCrisp::procMorvane(float** out, float** in, int count, bool last) {
     std::lock_guard lock(m_cs);
     count = std::max(count, 0);
+    if (m_bRestartDue)
+        Rebuild(); // a caller that did not start the job
     ApplyRates();
     if (!m_bActive || (m_dTime == 1.0 && m_dPitch == 1.0)) {
         SampleClean::CleanCopy(in[0], out[0], count);

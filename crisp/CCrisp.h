@@ -44,6 +44,8 @@ public:
 
 private:
     void Restart();
+    void Size();                              // the buffers and stages, for m_nRate
+    void Rebuild();                           // the rest of a restart, once sized
     int64_t Target() const;                   // the job's output frames, for the input so far
     double OutputCentre(int64_t frame) const; // of a synthesis frame
     void ApplyRates();
@@ -68,6 +70,8 @@ private:
     bool m_bOnsets = true;     // in force
     bool m_bOnsetsNext = true; // asked for
     bool m_bOver = false;
+    bool m_bSized = false;      // the buffers and stages fit m_nRate
+    bool m_bRestartDue = false; // a restart waits for the buffers
 
     // input: a ring of recent frames per channel
     float* m_pRing[2] = {};

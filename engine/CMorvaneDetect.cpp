@@ -146,6 +146,9 @@ void CMorvaneDetect::Magnitudes(int bins, double scale, double norm) {
 int CMorvaneDetect::IniDetect(int F) {
     if (F > kMaxFrame)
         F = kMaxFrame;
+    // The rate and LowSound each prepare the frame again; the same frame keeps its tables.
+    if (F == m_nWindowLen && m_Fft.Points() == m_nFFT)
+        return m_nFFT;
     // Hann window of period F on a 0..32767 scale. Pi is deliberately 3.14159: the window's
     // peak is 32766, not 32767.
     for (int i = 0; i < F; ++i)
@@ -154,6 +157,7 @@ int CMorvaneDetect::IniDetect(int F) {
     while (m_nFFT < F)
         m_nFFT *= 2;
     m_Fft.Prepare(m_nFFT);
+    m_nWindowLen = F;
     return m_nFFT;
 }
 

@@ -47,6 +47,7 @@ private:
 
     CMorvaneIsa::Level m_Isa;
     int32_t m_nFFT = 1;
+    int32_t m_nWindowLen = 0; // the frame m_Window was made for
     CMorvaneFft m_Fft;
     int32_t m_Window[kMaxFrame + 1] = {};
     double* m_pFluxPos;  // net magnitude rise per frame, floored at 0

@@ -49,6 +49,8 @@ CMorvaneFft::~CMorvaneFft() {
 }
 
 bool CMorvaneFft::Prepare(int n) {
+    if (n == m_nPoints && n > 0)
+        return true; // the tables already fit
     m_nPoints = 0;
     if (n < 1 || n > kMaxPoints || (n & (n - 1)) != 0)
         return false;

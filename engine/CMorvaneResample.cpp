@@ -4,6 +4,10 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -61,6 +65,25 @@ void ScaleInto(const float* src, int n, float level, float* dst, mvArg* arg) {
     }
 }
 
+// The Kaiser window of a design, w[k] for k = 0 .. M. Its Bessel series costs 40 pow calls a
+// point, and every job designs a filter or two; there are only a couple of distinct windows in
+// a process, so each is computed once and shared by every instance and thread.
+const std::vector<double>& KaiserWindow(double beta, int M) {
+    static std::mutex lock;
+    static std::map<std::pair<double, int>, std::vector<double>> windows;
+    std::lock_guard guard(lock);
+    std::vector<double>& w = windows[{beta, M}];
+    if (w.empty()) {
+        w.resize(static_cast<size_t>(M) + 1);
+        const double i0Beta = CMorvaneResample::I0(beta);
+        for (int k = 1; k <= M; ++k) {
+            const double r = static_cast<double>(k) / M;
+            w[k] = CMorvaneResample::I0(beta * std::sqrt(1.0 - r * r)) / i0Beta;
+        }
+    }
+    return w; // map nodes stay put, and entries are never removed
+}
+
 } // namespace
 
 int CMorvaneResample::IniResample(double ratio, int attenuation, double transition, double unused,
@@ -109,12 +132,15 @@ int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, 
     const int taps = R > kMaxTaps ? kMaxTaps : (R | 1);
     const double beta = KaiserBeta(attenuation);
     const int M = 4 * taps;
+    // Hosts set the rates again and again between jobs; the same design leaves the table as it is.
+    if (m_nDesignTaps == taps && m_dDesignCutoff == cutoff && m_dDesignBeta == beta)
+        return taps;
+    const std::vector<double>& window = KaiserWindow(beta, M);
 
     std::memset(m_Table, 0, sizeof(m_Table));
     m_Table[M] = static_cast<int16_t>(static_cast<int32_t>(32768 * cutoff));
     for (int k = 1; k <= M; ++k) {
-        const double r = static_cast<double>(k) / M;
-        const double w = I0(beta * std::sqrt(1.0 - r * r)) / I0(beta);
+        const double w = window[k];
         const double h = std::sin(k * cutoff * M_PI * 0.125) / (k * kPiOver8);
         // Truncated toward zero, then the low 16 bits.
         const int16_t c = static_cast<int16_t>(static_cast<int32_t>(w * h * 32768));
@@ -122,6 +148,9 @@ int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, 
         m_Table[M - k] = c;
     }
     m_Interpolator.Prepare(m_Table, kTableSize);
+    m_nDesignTaps = taps;
+    m_dDesignCutoff = cutoff;
+    m_dDesignBeta = beta;
     return taps;
 }
 

@@ -57,6 +57,9 @@ private:
     int32_t m_nHistory = 0;
     int32_t m_nHalf = 0;
     int16_t m_Table[kTableSize] = {};
+    // the design the table holds; none yet
+    int m_nDesignTaps = 0;
+    double m_dDesignCutoff = 0.0, m_dDesignBeta = 0.0;
     CMorvaneInterpolator m_Interpolator;
     static_assert(kMaxTaps <= CMorvaneInterpolator::kMaxTaps);
 };

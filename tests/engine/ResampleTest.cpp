@@ -19,6 +19,12 @@ TEST(ResampleDesign, TablesAreSymmetricWithUnityGain) {
           Case{0.7, 80, 53, 52, 29491}, Case{1.9, 60, 39, 38, 13969}}) {
         CMorvaneResample r;
         EXPECT_EQ(c.history, r.IniResample(c.ratio, c.att, 0.1, 100.0, true));
+        // An instance redesigned from another ratio and attenuation holds the same table.
+        static CMorvaneResample reused;
+        reused.IniResample(2.5 - c.ratio, 140 - c.att, 0.1);
+        reused.IniResample(2.5 - c.ratio, c.att, 0.1);
+        EXPECT_EQ(c.history, reused.IniResample(c.ratio, c.att, 0.1));
+        EXPECT_EQ(0, std::memcmp(r.Table(), reused.Table(), sizeof(int16_t) * r.kTableSize));
         EXPECT_EQ(c.history / 2, r.HalfLength());
         const int M = 4 * c.taps;
         const int16_t* t = r.Table();
