@@ -28,7 +28,7 @@ void CAsyncReader::Produce() {
         std::exception_ptr error;
         try {
             while (got < m_blockFrames) {
-                const long n = m_source(b->samples.data() + got * m_channels, m_blockFrames - got);
+                const long n = m_source(b->samples.get() + got * m_channels, m_blockFrames - got);
                 if (n <= 0)
                     break;
                 got += n;
@@ -62,7 +62,7 @@ long CAsyncReader::Read(float* out, long frames) {
         }
         const Block& b = At(m_head);
         const long n = std::min(frames - done, b.frames - m_headAt);
-        std::memcpy(out + done * m_channels, b.samples.data() + m_headAt * m_channels,
+        std::memcpy(out + done * m_channels, b.samples.get() + m_headAt * m_channels,
                     sizeof(float) * static_cast<size_t>(n) * m_channels);
         done += n;
         m_headAt += n;

@@ -23,7 +23,7 @@ void CAsyncWriter::Consume() {
             b = &At(m_head);
         }
         try {
-            m_sink(b->samples.data(), b->frames);
+            m_sink(b->samples.get(), b->frames);
         } catch (...) {
             std::lock_guard lock(m_mutex);
             m_error = std::current_exception();
@@ -62,7 +62,7 @@ void CAsyncWriter::Write(const float* in, long frames) {
         Block& b = At(m_tail - 1);
         const long n = std::min(frames, m_blockFrames - b.frames);
         lock.unlock(); // the filling block is the caller's alone
-        std::memcpy(b.samples.data() + b.frames * m_channels, in,
+        std::memcpy(b.samples.get() + b.frames * m_channels, in,
                     sizeof(float) * static_cast<size_t>(n) * m_channels);
         lock.lock();
         b.frames += n;

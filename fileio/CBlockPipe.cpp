@@ -6,7 +6,7 @@ CBlockPipe::CBlockPipe(int channels, long blockFrames, int blocks)
     : m_channels(channels), m_blockFrames(blockFrames),
       m_blocks(static_cast<size_t>(std::max(2, blocks))) {
     for (Block& b : m_blocks)
-        b.samples.resize(static_cast<size_t>(blockFrames) * channels);
+        b.samples.reset(new float[static_cast<size_t>(blockFrames) * channels]);
 }
 
 void CBlockPipe::Start(std::function<void()> work) {

@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -13,7 +14,8 @@
 class CBlockPipe {
 protected:
     struct Block {
-        std::vector<float> samples;
+        // Left uninitialised: only the frames written into a block are ever read from it.
+        std::unique_ptr<float[]> samples;
         long frames = 0;
     };
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <map>
 #include <memory>
+#include <optional>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -26,6 +27,14 @@ namespace {
 
 constexpr int kMinRate = 8000;
 constexpr int kMaxRate = 192000;
+
+// Formats whose coding costs enough to run on a thread of its own beside the plug-in; plain PCM
+// (and the like) costs less to convert than to hand over to another thread.
+bool CodedOnAThread(int format) {
+    const int major = format & SF_FORMAT_TYPEMASK, sub = format & SF_FORMAT_SUBMASK;
+    return major == SF_FORMAT_FLAC || major == SF_FORMAT_OGG || major == SF_FORMAT_MPEG ||
+           (sub >= SF_FORMAT_ALAC_16 && sub <= SF_FORMAT_ALAC_32);
+}
 
 // The file's frames split into the two channels the plug-in takes; mono goes through both.
 void Deinterleave(const float* frames, int channels, sf_count_t n, float* left, float* right) {
@@ -268,13 +277,28 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         throw OutputError(e.what());
     }
 
-    // Decoding and encoding run on threads of their own, beside the plug-in's work here.
-    CAsyncReader source([&](float* f, long n) { return static_cast<long>(reader.Read(f, n)); },
-                        channels);
-    CAsyncWriter sink([&](const float* f, long n) { writer->Write(f, n); }, channels);
+    // Decoding and encoding coded formats run on threads of their own, beside the plug-in's
+    // work here.
+    std::optional<CAsyncReader> source;
+    if (CodedOnAThread(reader.Format()))
+        source.emplace([&](float* f, long n) { return static_cast<long>(reader.Read(f, n)); },
+                       channels);
+    std::optional<CAsyncWriter> sink;
+    if (CodedOnAThread(format))
+        sink.emplace([&](const float* f, long n) { writer->Write(f, n); }, channels);
+    const auto read = [&](float* f, sf_count_t n) {
+        try {
+            return source ? source->Read(f, static_cast<long>(n)) : reader.Read(f, n);
+        } catch (const std::exception& e) {
+            throw InputError(e.what());
+        }
+    };
     const auto write = [&](const float* f, sf_count_t n) {
         try {
-            sink.Write(f, static_cast<long>(n));
+            if (sink)
+                sink->Write(f, static_cast<long>(n));
+            else
+                writer->Write(f, n);
         } catch (const std::exception& e) {
             throw OutputError(e.what());
         }
@@ -302,12 +326,7 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     constexpr int kMaxIdleCalls = 1000;
     for (int idle = 0;;) {
         if (heldAt == held && taken < total) {
-            try {
-                held = source.Read(fileBuf.get(),
-                                   static_cast<long>(std::min<sf_count_t>(block, total - taken)));
-            } catch (const std::exception& e) {
-                throw InputError(e.what());
-            }
+            held = read(fileBuf.get(), std::min<sf_count_t>(block, total - taken));
             heldAt = 0;
             if (held <= 0)
                 throw InputError("cannot read " + input + ": the file ends early");
@@ -350,7 +369,8 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         written += n;
     }
     try {
-        sink.Finish();
+        if (sink)
+            sink->Finish();
         writer->Commit();
     } catch (const std::exception& e) {
         throw OutputError(e.what());
