@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <new>
 
 #include "SampleClean.h"
+#include "Zeroed.h"
 
 namespace {
 
@@ -28,13 +28,6 @@ constexpr double kTransitionBand = 0.1; // of the sampling rate, below the cutof
 // Differing is the unordered inequality: a NaN on either side counts as a change.
 bool Differs(double a, double b) {
     return !(a == b);
-}
-
-float* Zeroed(size_t n) {
-    auto* p = static_cast<float*>(std::calloc(n, sizeof(float)));
-    if (p == nullptr)
-        throw std::bad_alloc();
-    return p;
 }
 
 // The parameter code keeps rates within 0.5 to 2.0. The engine holds to that too, because its
@@ -85,8 +78,8 @@ void CMorvane::AllocMem() {
     std::free(m_pOutBuf);
     // calloc: fresh pages come zeroed from the system, so the parts a job never reaches cost
     // nothing.
-    m_pInBuf = Zeroed(5 * static_cast<size_t>(nSampleRate));
-    m_pOutBuf = Zeroed(10 * static_cast<size_t>(nSampleRate));
+    m_pInBuf = Zeroed<float>(5 * static_cast<size_t>(nSampleRate));
+    m_pOutBuf = Zeroed<float>(10 * static_cast<size_t>(nSampleRate));
     m_nAllocRate = nSampleRate;
     m_bDirty = false;
     m_Block.SetBufferPointer(m_pInBuf);

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 #include "Scale16Avx2.h"
+#include "Zeroed.h"
 
 namespace {
 
@@ -107,19 +109,14 @@ void FirstTwoStages(const double* f, const int* rev, int N, const double* w, dou
 } // namespace
 
 CMorvaneDetect::CMorvaneDetect(CMorvaneIsa::Level isa)
-    : m_Isa(CMorvaneIsa::Usable(isa)), m_Fft(isa), m_pFluxPos(new double[kCurveLen]()),
-      m_pFluxAbs(new double[kCurveLen]()), m_pFrame(new double[kMaxFrame]()),
-      m_pSpectrum(new double[2 * kMaxFrame]()), m_pDiff(new double[kMaxFrame / 2 + 1]()),
-      m_pMag1(new double[kMaxFrame]()), m_pMag2(new double[kMaxFrame]()) {}
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_Fft(isa), m_pFluxPos(Zeroed<double>(kCurveLen)),
+      m_pFluxAbs(Zeroed<double>(kCurveLen)), m_pFrame(Zeroed<double>(kMaxFrame)),
+      m_pSpectrum(Zeroed<double>(2 * kMaxFrame)), m_pDiff(Zeroed<double>(kMaxFrame / 2 + 1)),
+      m_pMag1(Zeroed<double>(kMaxFrame)), m_pMag2(Zeroed<double>(kMaxFrame)) {}
 
 CMorvaneDetect::~CMorvaneDetect() {
-    delete[] m_pFluxPos;
-    delete[] m_pFluxAbs;
-    delete[] m_pFrame;
-    delete[] m_pSpectrum;
-    delete[] m_pDiff;
-    delete[] m_pMag1;
-    delete[] m_pMag2;
+    for (double* p : {m_pFluxPos, m_pFluxAbs, m_pFrame, m_pSpectrum, m_pDiff, m_pMag1, m_pMag2})
+        std::free(p);
 }
 
 void CMorvaneDetect::WindowFrame(const float* frame, int ch, int F, double* out) const {

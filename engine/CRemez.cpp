@@ -2,18 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+
+#include "Zeroed.h"
 
 CRemez::CRemez()
-    : m_pX(new double[kCapacity]()), m_pXw(new double[kCapacity]()),
-      m_pWeight(new double[kCapacity]()), m_pY(new double[kCapacity]()),
-      m_pA(new double[kCapacity]()) {}
+    : m_pX(Zeroed<double>(kCapacity)), m_pXw(Zeroed<double>(kCapacity)),
+      m_pWeight(Zeroed<double>(kCapacity)), m_pY(Zeroed<double>(kCapacity)),
+      m_pA(Zeroed<double>(kCapacity)) {}
 
 CRemez::~CRemez() {
-    delete[] m_pX;
-    delete[] m_pXw;
-    delete[] m_pWeight;
-    delete[] m_pY;
-    delete[] m_pA;
+    for (double* p : {m_pX, m_pXw, m_pWeight, m_pY, m_pA})
+        std::free(p);
 }
 
 void CRemez::InitialPoints(int n, double fp, double fs) {

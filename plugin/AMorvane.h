@@ -133,7 +133,8 @@ private:
     float* m_pFifo[2] = {};
     int64_t m_nRead = 0;
     int64_t m_nWrite = 0;
-    int64_t m_nFill = 0;
+    int64_t m_nFill = 0;    // frames queued: the lead-in's silence, then those stored
+    int64_t m_nSilence = 0; // of the lead-in, not yet handed out
     int64_t m_nCapacity = 0;
     int64_t m_nSlice = 0; // input frames per engine call; its output always fits
     uint8_t m_bFinished = 0;

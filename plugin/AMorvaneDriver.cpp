@@ -70,7 +70,7 @@ void AMorvane::setSampleRate(float rate) {
     // A host block is fed to the engine in slices whose output (held second plus slice, at a
     // time rate of at most 2, plus splice lags) always fits the engine buffers.
     m_nSlice = r / 4;
-    m_nRead = m_nWrite = m_nFill = 0;
+    m_nRead = m_nWrite = m_nFill = m_nSilence = 0;
     m_bFinished = 0;
     m_nTotal = 0;
     m_nConsumed = 0;
@@ -78,7 +78,7 @@ void AMorvane::setSampleRate(float rate) {
 
 VstInt32 AMorvane::startProcess() {
     m_bFinished = 0;
-    m_nFill = m_nRead = m_nWrite = 0;
+    m_nFill = m_nRead = m_nWrite = m_nSilence = 0;
     m_nTotal = 0;
     m_nConsumed = 0;
     // The engine the host chose takes this job; a choice made during it waits for the next.
@@ -87,11 +87,9 @@ VstInt32 AMorvane::startProcess() {
         m_Crisp.StartToProcess();
     else
         m_Engine.StartToProcess();
-    // The job's output starts with the announced delay as silence. Nothing past the fill is
-    // ever read, so only that much is cleared: the rest of the FIFO stays untouched memory.
-    for (int c = 0; c < 2; ++c)
-        std::memset(m_pFifo[c], 0, sizeof(float) * cEffect.initialDelay);
-    m_nFill = m_nWrite = cEffect.initialDelay;
+    // The job's output starts with the announced delay as silence, counted in the fill but not
+    // stored, so that the FIFO's memory is touched only by what the engine makes.
+    m_nSilence = m_nFill = cEffect.initialDelay;
     std::fill(std::begin(m_fMeter), std::end(m_fMeter), 0.0f);
     m_nProcessCount = 0xFFFF;
     return 0;
@@ -103,6 +101,16 @@ VstInt32 AMorvane::setTotalSampleToProcess(VstInt32 value) {
 }
 
 void AMorvane::CopyFromFifo(float** out, int64_t at, int64_t frames, const float* gain) {
+    // The lead-in first: silence at any gain, which leaves the meters as they are.
+    const int64_t silent = std::min(frames, m_nSilence);
+    if (silent > 0) {
+        for (int c = 0; c < 2; ++c)
+            std::fill(out[c] + at, out[c] + at + silent, 0.0f);
+        m_nSilence -= silent;
+        m_nFill -= silent;
+        at += silent;
+        frames -= silent;
+    }
     const int64_t first = std::min(frames, m_nCapacity - m_nRead);
     for (int c = 0; c < 2; ++c) {
         float* to = out[c] + at;
