@@ -1,10 +1,12 @@
 #include "RenderBatch.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <thread>
 
 #include "AudioReader.h"
@@ -56,25 +58,57 @@ RenderBatch::RenderBatch(RenderSettings settings, Work work, int container, int 
       m_lengths(m_work.size(), 0) {}
 
 void RenderBatch::CheckCollisions(const Work& work, bool force) {
-    const auto same = [](const std::string& a, const std::string& b) {
-        std::error_code ec;
-        if (fs::equivalent(a, b, ec))
-            return true;
-        return fs::weakly_canonical(a, ec) == fs::weakly_canonical(b, ec);
+    // A file is known by its canonical path and, when it exists, by its device and inode (a hard
+    // link or a bind mount has another path); looked up, not compared pair by pair, so that a
+    // batch of thousands of files is checked at once.
+    struct Names {
+        std::map<std::string, size_t> paths;
+        std::map<std::pair<dev_t, ino_t>, size_t> inodes;
+        // The index a file was added under, or npos.
+        size_t Find(const std::string& path, const std::string& canonical, bool* exists,
+                    std::pair<dev_t, ino_t>* inode) const {
+            struct stat st {};
+            *exists = ::stat(path.c_str(), &st) == 0;
+            *inode = {st.st_dev, st.st_ino};
+            if (auto it = paths.find(canonical); it != paths.end())
+                return it->second;
+            if (auto it = inodes.find(*inode); *exists && it != inodes.end())
+                return it->second;
+            return std::string::npos;
+        }
+        size_t Add(const std::string& path, size_t index) {
+            const std::string canonical = Canonical(path);
+            bool exists;
+            std::pair<dev_t, ino_t> inode;
+            const size_t found = Find(path, canonical, &exists, &inode);
+            paths.emplace(canonical, index);
+            if (exists)
+                inodes.emplace(inode, index);
+            return found;
+        }
+        static std::string Canonical(const std::string& path) {
+            std::error_code ec;
+            const fs::path c = fs::weakly_canonical(path, ec);
+            return ec ? path : c.string();
+        }
     };
+    Names inputs, outputs;
+    for (size_t i = 0; i < work.size(); ++i)
+        inputs.Add(work[i].first, i);
     for (size_t i = 0; i < work.size(); ++i) {
         const std::string& out = work[i].second;
         if (out == "-")
             continue;
-        for (const auto& [in, other] : work)
-            if (!force && same(in, out))
-                throw UsageError(out + " is also an input; rendering would replace the "
-                                       "original. Choose another output, or add --force");
-        for (size_t j = 0; j < i; ++j)
-            if (same(work[j].second, out))
-                throw UsageError(work[j].first + " and " + work[i].first +
-                                 " would both be written to " + out +
-                                 "; render them into different folders");
+        bool exists;
+        std::pair<dev_t, ino_t> inode;
+        if (!force && inputs.Find(out, Names::Canonical(out), &exists, &inode) != std::string::npos)
+            throw UsageError(out + " is also an input; rendering would replace the "
+                                   "original. Choose another output, or add --force");
+        const size_t j = outputs.Add(out, i);
+        if (j != std::string::npos)
+            throw UsageError(work[j].first + " and " + work[i].first +
+                             " would both be written to " + out +
+                             "; render them into different folders");
     }
 }
 

@@ -504,6 +504,8 @@ TEST_F(Host, OutputsNeverReplaceInputsOrEachOther) {
     Write("d1/a.wav", Signals::Sine(4410, 2, 0.01, 0.3), 2, 44100);
     Write("d2/a.wav", Signals::Sine(4410, 2, 0.01, 0.3), 2, 44100);
     const auto size = fs::file_size(dir / "d1/a.wav");
+    fs::create_hard_link(dir / "d1/a.wav", dir / "d2/linked.wav");
+    fs::create_symlink(dir / "d1", dir / "via");
     struct Case {
         std::string args, says;
     };
@@ -513,6 +515,9 @@ TEST_F(Host, OutputsNeverReplaceInputsOrEachOther) {
              {"-d " + P("d1") + " " + P("d1/a.wav"), "also an input"},
              {"-d " + P("out") + " " + P("d1/a.wav") + " " + P("d2/a.wav"), "would both be"},
              {"-d " + P("out") + " " + P("d1/a.wav") + " " + P("d1/a.wav"), "would both be"},
+             {P("d1/a.wav") + " " + P("d2/linked.wav"), "also an input"},
+             {P("d1/a.wav") + " " + P("via/a.wav"), "also an input"},
+             {"-d " + P("d1") + " " + P("d2/a.wav") + " " + P("d2/linked.wav"), "also an input"},
          }) {
         const Result r = Run("render -t 150 " + c.args);
         EXPECT_EQ(2, r.code) << c.args;
