@@ -1,12 +1,15 @@
 #include "RenderBatch.h"
 
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <thread>
 
 #include "AudioReader.h"
@@ -122,6 +125,11 @@ int RenderBatch::Run() {
             }
             m_allFrames += m_lengths[i];
         }
+    // The plug-in stays loaded from one file to the next, so that each file's instance does not
+    // map, relocate and initialise the library again; every file still gets an instance of its own.
+    const std::unique_ptr<void, int (*)(void*)> keep(
+        m_single ? nullptr : dlopen(m_settings.pluginPath.c_str(), RTLD_NOW | RTLD_LOCAL),
+        [](void* library) { return library ? dlclose(library) : 0; });
     std::vector<std::thread> threads;
     for (int t = 1; t < std::min<int>(m_jobs, static_cast<int>(m_work.size())); ++t)
         threads.emplace_back(&RenderBatch::Worker, this);
@@ -156,6 +164,7 @@ void RenderBatch::RenderOne(size_t i) {
     RenderSettings s = m_settings;
     s.container = m_container ? m_container : (out == "-" ? 0 : OutputFormat::FromName(out));
     s.depth = m_depth;
+    s.spareCores = std::min<size_t>(m_jobs, m_work.size()) < std::thread::hardware_concurrency();
     try {
         ProgressBar bar(BaseName(in));
         const bool showBar = m_single && !m_quiet;

@@ -28,8 +28,8 @@ namespace {
 constexpr int kMinRate = 8000;
 constexpr int kMaxRate = 192000;
 
-// Formats whose coding costs enough to run on a thread of its own beside the plug-in; plain PCM
-// (and the like) costs less to convert than to hand over to another thread.
+// Formats whose coding costs enough to run on a thread of its own beside the plug-in, even when
+// every core is busy; plain PCM (and the like) then costs less to convert than to hand over.
 bool CodedOnAThread(int format) {
     const int major = format & SF_FORMAT_TYPEMASK, sub = format & SF_FORMAT_SUBMASK;
     return major == SF_FORMAT_FLAC || major == SF_FORMAT_OGG || major == SF_FORMAT_MPEG ||
@@ -277,14 +277,13 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         throw OutputError(e.what());
     }
 
-    // Decoding and encoding coded formats run on threads of their own, beside the plug-in's
-    // work here.
+    // Decoding and encoding run on threads of their own, beside the plug-in's work here.
     std::optional<CAsyncReader> source;
-    if (CodedOnAThread(reader.Format()))
+    if (m_settings.spareCores || CodedOnAThread(reader.Format()))
         source.emplace([&](float* f, long n) { return static_cast<long>(reader.Read(f, n)); },
                        channels);
     std::optional<CAsyncWriter> sink;
-    if (CodedOnAThread(format))
+    if (m_settings.spareCores || CodedOnAThread(format))
         sink.emplace([&](const float* f, long n) { writer->Write(f, n); }, channels);
     const auto read = [&](float* f, sf_count_t n) {
         try {
