@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/Signals.h"
@@ -285,6 +286,22 @@ TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
     EXPECT_EQ(4, full.code) << full.err;
     EXPECT_NE(std::string::npos, full.err.find("cannot write")) << full.err;
     EXPECT_FALSE(fs::exists(P("out.wav")));
+    // the same when every core renders a file and each writes on its rendering thread
+    const unsigned cores = std::max(2u, std::thread::hardware_concurrency());
+    std::string inputs;
+    for (unsigned i = 0; i < cores; ++i) {
+        fs::copy_file(P("long.wav"), P("copy" + std::to_string(i) + ".wav"));
+        inputs += " " + P("copy" + std::to_string(i) + ".wav");
+    }
+    const Result batch =
+        Run("render -t 150 -j " + std::to_string(cores) + " -d " + P("out") + inputs,
+            "ulimit -f 100; trap \"\" XFSZ;");
+    EXPECT_NE(0, batch.code);
+    EXPECT_NE(std::string::npos, batch.err.find("cannot write")) << batch.err;
+    EXPECT_TRUE(fs::is_empty(P("out"))) << batch.err;
+    for (unsigned i = 0; i < cores; ++i)
+        fs::remove(P("copy" + std::to_string(i) + ".wav"));
+    fs::remove(P("out"));
 
     // interrupted halfway, by Ctrl-C or by a service manager: the signal goes to morvane itself
     for (const auto& [sig, code] : {std::pair{"INT", 130}, std::pair{"TERM", 143}}) {
