@@ -1,6 +1,7 @@
 #include "AMorvane.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -26,18 +27,71 @@ AMorvane::AMorvane(audioMasterCallback audioMaster)
     GetMy_SHFOLDER_PathName(); // once for the whole process
     programsAreChunks(true);
     canMono(false);
+    // The panel itself is loaded when a host first asks for it.
+    SetFlag(effFlagsHasEditor, !PanelPath().empty());
     resume();
 }
 
 AMorvane::~AMorvane() {
+    // The editor's code is the panel library's: it goes while that is certainly loaded.
+    delete editor;
+    editor = nullptr;
+    m_pView = nullptr;
+    if (m_pPanelLibrary)
+        dlclose(m_pPanelLibrary); // loaded with RTLD_NODELETE: only the count drops
     FreeBuffers();
+}
+
+namespace {
+const int kAnchor = 0; // any address inside this module
+}
+
+const std::string& AMorvane::PanelPath() {
+    static const std::string path = [] {
+        Dl_info info{};
+        if (!dladdr(&kAnchor, &info) || !info.dli_fname)
+            return std::string();
+        std::string file = info.dli_fname;
+        file.erase(file.rfind('/') + 1); // npos + 1: no folder at all
+        file += "Morvane.panel";
+        return access(file.c_str(), R_OK) == 0 ? file : std::string();
+    }();
+    return path;
+}
+
+VstIntPtr AMorvane::dispatcher(VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr,
+                               float opt) {
+    if (!editor && (opcode == effEditGetRect || opcode == effEditOpen))
+        LoadPanel();
+    return AudioEffectX::dispatcher(opcode, index, value, ptr, opt);
+}
+
+void AMorvane::LoadPanel() {
+    if (m_bPanelTried || PanelPath().empty())
+        return;
+    m_bPanelTried = true;
+    // Never unloaded: the window layer keeps its display connection and fonts for the process.
+    void* library = dlopen(PanelPath().c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    const char* why = library ? nullptr : dlerror();
+    // The panel takes only an effect of the same build, known by its size.
+    using Create = AEffEditor* (*)(AMorvane*, size_t);
+    const auto create =
+        library ? reinterpret_cast<Create>(dlsym(library, "MorvanePanelCreate")) : nullptr;
+    if (!create || !create(this, sizeof(AMorvane))) {
+        std::fprintf(stderr, "Morvane: no panel: %s\n",
+                     why ? why : "Morvane.panel belongs to another version of the plug-in");
+        if (library)
+            dlclose(library);
+        SetFlag(effFlagsHasEditor, false);
+        return;
+    }
+    m_pPanelLibrary = library; // the editor attached itself
 }
 
 void AMorvane::open() {
     // Hosts on Linux rarely answer the directory request; the loaded object knows its place.
     const char* dir = static_cast<const char*>(getDirectory());
     Dl_info info{};
-    static const int kAnchor = 0; // any address inside this module
     if (!dir && dladdr(&kAnchor, &info) && info.dli_fname)
         dir = info.dli_fname;
     if (dir) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 
 #include "AMorvaneProgram.h"
 #include "AMorvaneView.h"
@@ -55,25 +56,32 @@ public:
     VstInt32 getPlugCategory() override { return kPlugCategOfflineProcess; }
 
     // editor side
+    // The panel lives in a library of its own (Morvane.panel), loaded when a host first asks for
+    // it, so that hosts which only render never load the window libraries. It reaches the
+    // effect through these virtual functions, never through code it would have to link.
     // The panel's side of the editor, attached by the editor when it is made.
     void SetView(AMorvaneView* view) { m_pView = view; }
-    float getParameterDisplayVal(int index);
-    bool IsProgramChanged();
-    void ProgramToInitial();
-    void ProgramToAllInitial();
-    void ProgramToFactory();
-    void ProgramToAllFactory();
-    void CopyPgFrom(int source);
+    virtual float getParameterDisplayVal(int index);
+    virtual bool IsProgramChanged();
+    virtual void ProgramToInitial();
+    virtual void ProgramToAllInitial();
+    virtual void ProgramToFactory();
+    virtual void ProgramToAllFactory();
+    virtual void CopyPgFrom(int source);
     // Stores the current settings as program destination under name and writes the user's
     // bank; false (after telling the user) when the bank file could not be written.
-    bool SaveProgram(int destination, const char* name);
-    void SetFactoryProgram();
-    void setParameterFromDiaplay(int index, float value);
-    void setParameterFormUI(int index, float value, int noCheck);
-    void GetVU(float* m0, float* m1, float* m2, float* m3);
-    bool GetClip();
+    virtual bool SaveProgram(int destination, const char* name);
+    virtual void SetFactoryProgram();
+    virtual void setParameterFromDiaplay(int index, float value);
+    virtual void setParameterFormUI(int index, float value, int noCheck);
+    virtual void GetVU(float* m0, float* m1, float* m2, float* m3);
+    virtual bool GetClip();
     uint16_t ProcessCount() const { return m_nProcessCount; }
     const char* PluginDirectory() const { return m_szPluginDir; }
+
+    // The panel's library beside the plug-in, loaded on the first request for the editor.
+    VstIntPtr dispatcher(VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr,
+                         float opt) override;
 
 private:
     enum class BankRead { Stop, NotChunks, CutShort, Loaded };
@@ -97,6 +105,9 @@ private:
     // To out[c] + at. With a gain, the samples are scaled on the way out and metered.
     void CopyFromFifo(float** out, int64_t at, int64_t frames, const float* gain = nullptr);
     void AppendToFifo(float* const* src, int64_t frames);
+    // The panel library's path beside this module, empty when there is none.
+    static const std::string& PanelPath();
+    void LoadPanel();
 
     // read by the panel without the lock to see whether new meter values exist
     std::atomic<uint16_t> m_nProcessCount{0xFFFF};
@@ -110,6 +121,8 @@ private:
     std::atomic<int> m_nEngine{
         MorvaneEngine::kSplice}; // the job's; the panel reads it for the over flag
     char m_szPluginDir[2048] = {};
+    void* m_pPanelLibrary = nullptr; // dlopen's handle, once the panel is loaded
+    bool m_bPanelTried = false;
     AMorvaneProgram m_Initial[kNumPrograms];
     AMorvaneProgram m_Factory[kNumPrograms];
     float m_fGain = 1.0f;

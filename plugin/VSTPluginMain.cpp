@@ -1,17 +1,10 @@
 // The exported entry point. Linux hosts look for VSTPluginMain, and many fall back to "main".
 #include "AMorvane.h"
-#include "CMorvaneEditor.h"
-#include "CWinApp.h"
-
-// The window layer's application object for this module.
-[[maybe_unused]] static CWinApp CInMorvane;
 
 AudioEffect* createEffectInstance(audioMasterCallback audioMaster) {
     if (!audioMaster)
         return nullptr;
-    auto* effect = new AMorvane(audioMaster);
-    new CMorvaneEditor(effect); // attaches itself; the effect deletes it
-    return effect;
+    return new AMorvane(audioMaster); // its panel comes from Morvane.panel when asked for
 }
 
 extern "C" {

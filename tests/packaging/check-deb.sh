@@ -15,7 +15,8 @@ deb=$(ls "$work"/morvane_*_amd64.deb)
 fail() { echo "check-deb: $*" >&2; exit 1; }
 
 dpkg-deb -c "$deb" | awk '{print $6}' | sed 's|^\./|/|' >"$work/files"
-for f in /usr/bin/morvane /usr/lib/vst/Morvane.so /usr/share/man/man1/morvane.1.gz \
+for f in /usr/bin/morvane /usr/lib/vst/Morvane.so /usr/lib/vst/Morvane.panel \
+    /usr/share/man/man1/morvane.1.gz \
     /usr/share/bash-completion/completions/morvane /usr/share/applications/morvane.desktop \
     /usr/share/icons/hicolor/scalable/apps/morvane.svg /usr/share/doc/morvane/copyright \
     /usr/share/doc/morvane/changelog.gz /usr/lib/vst/Morvane.fxb; do
@@ -41,6 +42,10 @@ desktop-file-validate "$work/root/usr/share/applications/morvane.desktop"
 grep -q '^Exec=morvane gui %f$' "$work/root/usr/share/applications/morvane.desktop" ||
     fail "the menu entry does not open a file in morvane gui"
 "$work/root/usr/bin/morvane" --version >/dev/null || fail "the packaged morvane does not run"
+# The plug-in itself needs no window library: its panel brings those when it is opened.
+if ldd "$work/root/usr/lib/vst/Morvane.so" | grep -q 'libX11\|libcairo'; then
+    fail "Morvane.so links a window library"
+fi
 
 # lintian: errors fail; warnings are reported for a person to read.
 lintian --tag-display-limit 0 "$deb" >"$work/lintian.log" 2>&1 || true

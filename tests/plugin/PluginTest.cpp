@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <vector>
 
 #include "MorvaneParameters.h"
@@ -38,6 +42,52 @@ TEST(PluginEntry, RecordAsAHostSeesIt) {
     EXPECT_NE(reinterpret_cast<void*>(e->process), reinterpret_cast<void*>(e->processReplacing));
     EXPECT_EQ(0, e->resvd1);
     EXPECT_EQ(0, e->resvd2);
+}
+
+// What this process has mapped of a library whose path contains name.
+bool Mapped(const std::string& name) {
+    std::ifstream maps("/proc/self/maps");
+    const std::string all{std::istreambuf_iterator<char>(maps), {}};
+    return all.find(name) != std::string::npos;
+}
+
+TEST(PluginEntry, PanelLibraryLoadsOnlyWithTheEditor) {
+    const Signals::Planar in = Signals::Split(Signals::Music(44100, 44100));
+    const auto render = [&](PluginHost& host) {
+        host.Set(kTime, 0.75f);
+        return HostJob::Run(host, in, 44100, HostJob::Fixed(4096, 1 << 17)).out;
+    };
+    // A render loads neither the panel nor a window library (unless an earlier test in this
+    // process opened the panel, which stays loaded).
+    const bool loadedBefore = Mapped("Morvane.panel");
+    PluginHost host(MORVANE_PLUGIN);
+    const Signals::Planar rendered = render(host);
+    ASSERT_GT(rendered.size(), in.size() / 2);
+    if (!loadedBefore) {
+        EXPECT_FALSE(Mapped("Morvane.panel"));
+        EXPECT_FALSE(Mapped("libX11"));
+        EXPECT_FALSE(Mapped("libcairo"));
+    }
+
+    // Without the panel beside it the plug-in says it has no editor, and renders the same.
+    namespace fs = std::filesystem;
+    const fs::path alone = fs::path(testing::TempDir()) / "alone";
+    fs::create_directories(alone);
+    fs::copy_file(MORVANE_PLUGIN, alone / "Morvane.so", fs::copy_options::overwrite_existing);
+    {
+        PluginHost bare((alone / "Morvane.so").string());
+        ASSERT_NE(nullptr, bare.effect);
+        EXPECT_EQ(0, bare.effect->flags & effFlagsHasEditor);
+        ERect* rect = nullptr;
+        EXPECT_EQ(0, bare.Dispatch(effEditGetRect, 0, 0, &rect));
+        EXPECT_TRUE(render(bare).left == rendered.left);
+    }
+    fs::remove_all(alone);
+
+    // The first request for the editor loads it.
+    ERect* rect = nullptr;
+    ASSERT_EQ(1, host.Dispatch(effEditGetRect, 0, 0, &rect));
+    EXPECT_TRUE(Mapped("Morvane.panel"));
 }
 
 TEST(PluginEntry, OldNameAndOldHosts) {
