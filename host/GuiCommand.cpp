@@ -1,14 +1,43 @@
 #include "GuiCommand.h"
 
 #include <CLI/CLI.hpp>
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <climits>
 
 #include "HostError.h"
 #include "MorvaneEngine.h"
 #include "OutputFormat.h"
-#include "PanelHost.h"
 #include "RenderBatch.h"
 #include "RenderJob.h"
+#include "StudioEntry.h"
 #include "VstPlugin.h"
+
+namespace {
+
+// The window library: beside morvane in a build tree, in <libdir>/morvane once installed.
+MorvaneStudioEntry LoadStudio() {
+    char self[PATH_MAX] = {};
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
+    std::string dir = n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string("./");
+    dir.erase(dir.rfind('/') + 1);
+    std::string why;
+    for (const std::string& path :
+         {dir + "morvane-studio.so", dir + MORVANE_STUDIO_FROM_BIN "/morvane-studio.so"}) {
+        if (access(path.c_str(), R_OK) != 0)
+            continue;
+        // Kept for the process: the window layer holds its display connection to the end.
+        if (void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE))
+            if (void* entry = dlsym(library, "MorvaneStudioRun"))
+                return reinterpret_cast<MorvaneStudioEntry>(entry);
+        why = dlerror();
+    }
+    throw UsageError("the window cannot be shown: " +
+                     (why.empty() ? "morvane-studio.so is not installed beside morvane" : why));
+}
+
+} // namespace
 
 GuiCommand::GuiCommand(CLI::App& parent)
     : Command(parent, "gui",
@@ -51,7 +80,8 @@ int GuiCommand::Run() {
                                                             : MorvaneEngine::kSplice);
         const std::string in = m_files.empty() ? "" : m_files[0];
         const std::string out = m_files.size() == 2 ? m_files[1] : "";
-        return PanelHost(p, settings).Run(in, out, m_files.size() == 2);
+        const MorvaneStudioEntry studio = LoadStudio();
+        return studio(p, settings, in, out, m_files.size() == 2, sizeof(RenderSettings));
     } catch (const HostError&) {
         throw;
     } catch (const std::exception& e) {

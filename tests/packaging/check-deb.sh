@@ -15,7 +15,8 @@ deb=$(ls "$work"/morvane_*_amd64.deb)
 fail() { echo "check-deb: $*" >&2; exit 1; }
 
 dpkg-deb -c "$deb" | awk '{print $6}' | sed 's|^\./|/|' >"$work/files"
-for f in /usr/bin/morvane /usr/lib/vst/Morvane.so /usr/lib/vst/Morvane.panel \
+for f in /usr/bin/morvane /usr/lib/morvane/morvane-studio.so /usr/lib/vst/Morvane.so \
+    /usr/lib/vst/Morvane.panel \
     /usr/share/man/man1/morvane.1.gz \
     /usr/share/bash-completion/completions/morvane /usr/share/applications/morvane.desktop \
     /usr/share/icons/hicolor/scalable/apps/morvane.svg /usr/share/doc/morvane/copyright \
@@ -42,10 +43,19 @@ desktop-file-validate "$work/root/usr/share/applications/morvane.desktop"
 grep -q '^Exec=morvane gui %f$' "$work/root/usr/share/applications/morvane.desktop" ||
     fail "the menu entry does not open a file in morvane gui"
 "$work/root/usr/bin/morvane" --version >/dev/null || fail "the packaged morvane does not run"
-# The plug-in itself needs no window library: its panel brings those when it is opened.
-if ldd "$work/root/usr/lib/vst/Morvane.so" | grep -q 'libX11\|libcairo'; then
-    fail "Morvane.so links a window library"
-fi
+# Neither the plug-in nor morvane needs a window library: the panel (Morvane.panel) and the
+# window of morvane gui (morvane-studio.so) bring those when they are opened.
+for f in usr/lib/vst/Morvane.so usr/bin/morvane; do
+    if ldd "$work/root/$f" | grep -q 'libX11\|libcairo'; then
+        fail "$f links a window library"
+    fi
+done
+studio=$(DISPLAY= "$work/root/usr/bin/morvane" gui --plugin "$work/root/usr/lib/vst/Morvane.so" 2>&1 || true)
+case "$studio" in
+*morvane-studio*) fail "the packaged morvane gui does not find its window: $studio" ;;
+*display*) ;;
+*) fail "the packaged morvane gui says: $studio" ;;
+esac
 
 # lintian: errors fail; warnings are reported for a person to read.
 lintian --tag-display-limit 0 "$deb" >"$work/lintian.log" 2>&1 || true
