@@ -194,9 +194,11 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
 
     const int taps = 2 * half + 1;
     // Stereo goes through the vector kernels, several frames at a time, wherever every sample
-    // they read is exact there; the samples are checked once each, as the reads move on.
+    // they read is exact there; the samples are checked once each, as the reads move on. Without
+    // them (the baseline) exact stereo frames still add in single precision, both channels at
+    // once.
     const bool vectors = ch == 2 && m_Interpolator.Available();
-    const int batch = vectors ? CMorvaneInterpolator::kBatch : 1;
+    const int batch = ch == 2 ? CMorvaneInterpolator::kBatch : 1;
     long checked = LONG_MIN; // samples before in[checked] have been found exact
     if (vectors)             // history in front; the zeroed frames after a last segment
         m_Interpolator.Source(in - static_cast<long>(m_nHistory) * ch,
@@ -223,13 +225,14 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
         float left[CMorvaneInterpolator::kBatch];
         float right[CMorvaneInterpolator::kBatch];
         bool done = false;
-        if (vectors) {
+        if (ch == 2) {
             const long from = std::max(points[0].x - in, checked);
             const long to = points[count - 1].x - in + static_cast<long>(taps) * ch;
             const bool exact = from >= to || CMorvaneInterpolator::Exact(in + from, to - from);
             if (exact) {
                 checked = std::max(checked, to);
-                done = m_Interpolator.Run(points, count, taps, left, right);
+                done = vectors ? m_Interpolator.Run(points, count, taps, left, right)
+                               : PlainStereo(points, count, taps, left, right);
             }
         }
         if (!done) {
@@ -243,6 +246,51 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
     }
     m_dPos = pos - n;
     return k;
+}
+
+bool CMorvaneResample::PlainStereo(const CMorvaneInterpolator::Point* points, int count, int taps,
+                                   float* left, float* right) const {
+#if defined(__SSE2__)
+    // Two frames a vector, (left, right) of each, and two vectors in flight, so that four
+    // running sums advance at once. Each is the plain sum: the coefficient as the plain loop
+    // makes it, scaled by 2^-15 first (exact), then x * c and the add rounded to float, which for
+    // exact samples are the plain loop's double-then-float results.
+    const auto coefficient = [&](const CMorvaneInterpolator::Point& p, int j) {
+        const int idx = p.row + 8 * j;
+        const int32_t c = m_Table[idx + 1] + ((m_Table[idx] - m_Table[idx + 1]) * p.sub) / 32768;
+        return static_cast<float>(c) * 3.0517578125e-5f;
+    };
+    const auto frames = [](const float* a, const float* b) {
+        return _mm_castpd_ps(_mm_loadh_pd(_mm_load_sd(reinterpret_cast<const double*>(a)),
+                                          reinterpret_cast<const double*>(b)));
+    };
+    int i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const CMorvaneInterpolator::Point* p = points + i;
+        __m128 sum01 = _mm_setzero_ps(), sum23 = _mm_setzero_ps();
+        for (int j = 0; j < taps; ++j) {
+            const float c0 = coefficient(p[0], j), c1 = coefficient(p[1], j);
+            const float c2 = coefficient(p[2], j), c3 = coefficient(p[3], j);
+            const __m128 c01 = _mm_setr_ps(c0, c0, c1, c1);
+            const __m128 c23 = _mm_setr_ps(c2, c2, c3, c3);
+            sum01 = _mm_add_ps(sum01, _mm_mul_ps(frames(p[0].x + 2 * j, p[1].x + 2 * j), c01));
+            sum23 = _mm_add_ps(sum23, _mm_mul_ps(frames(p[2].x + 2 * j, p[3].x + 2 * j), c23));
+        }
+        alignas(16) float s[8];
+        _mm_store_ps(s, sum01);
+        _mm_store_ps(s + 4, sum23);
+        for (int k = 0; k < 4; ++k) {
+            left[i + k] = s[2 * k];
+            right[i + k] = s[2 * k + 1];
+        }
+    }
+    for (; i < count; ++i)
+        Plain(points[i], taps, 2, left + i, right + i);
+    return true;
+#else
+    (void)points, (void)count, (void)taps, (void)left, (void)right;
+    return false;
+#endif
 }
 
 void CMorvaneResample::Plain(const CMorvaneInterpolator::Point& p, int taps, int ch, float* left,

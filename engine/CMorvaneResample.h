@@ -50,6 +50,10 @@ public:
 private:
     // One output frame the plain way: per tap, the interpolated coefficient times the sample,
     // added in double and rounded to float.
+    // Stereo points whose samples are all exact (CMorvaneInterpolator::Exact), in single
+    // precision with SSE2, to the same bits; false where SSE2 is not there.
+    bool PlainStereo(const CMorvaneInterpolator::Point* points, int count, int taps, float* left,
+                     float* right) const;
     void Plain(const CMorvaneInterpolator::Point& p, int taps, int ch, float* left,
                float* right) const;
 
