@@ -234,14 +234,57 @@ def tool_commands(morvane, plugin):
             ("rubberband R3 (--fine)", rb3), ("SoX tempo/pitch", sx)]
 
 
-def cpu_seconds(cmd):
-    proc = subprocess.Popen(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+def cpu_seconds(cmd, env=None):
+    proc = subprocess.Popen(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, env=env)
     _, status, usage = os.wait4(proc.pid, 0)
     err = proc.stderr.read().decode(errors="replace")
     proc.stderr.close()
     if os.waitstatus_to_exitcode(status) != 0:
         raise RuntimeError(f"{' '.join(cmd)} failed: {err.strip()[:300]}")
     return usage.ru_utime + usage.ru_stime
+
+
+SIMD_LEVELS = ["avx512", "avx2", "baseline"]
+
+
+def simd_paths(tools, path, runs, work):
+    """Morvane's CPU time on path at each instruction set (MORVANE_SIMD), against soundstretch's
+    in the same runs, pair by pair: setting -> level -> median ratio soundstretch / Morvane."""
+    mv, ss = dict(tools)["Morvane"], dict(tools)["soundstretch"]
+    out = os.path.join(work, "simd.wav")
+    ratios = {}
+    for label, T, c in SETTINGS:
+        for level in SIMD_LEVELS:
+            env = dict(os.environ, MORVANE_SIMD=level)
+            pairs = [cpu_seconds(ss(path, out, T, c)) / cpu_seconds(mv(path, out, T, c), env)
+                     for _ in range(runs)]
+            ratios.setdefault(label, {})[level] = statistics.median(pairs)
+    return ratios
+
+
+def short_files(tools, path, morvane, plugin, work, clips=100):
+    """One-second clips cut from path: CPU per file for one process a file (Morvane and
+    soundstretch) and for one morvane batch over all the clips at -j 1.
+    setting -> (morvane ms, soundstretch ms, batch ms)."""
+    x, rate = sf.read(path, always_2d=True)
+    folder = os.path.join(work, "clips")
+    os.makedirs(folder, exist_ok=True)
+    names = []
+    for k in range(clips):
+        start = (k * rate // 3) % (len(x) - rate)
+        names.append(os.path.join(folder, f"clip{k:03d}.wav"))
+        sf.write(names[-1], x[start:start + rate], rate, subtype="PCM_16")
+    mv, ss = dict(tools)["Morvane"], dict(tools)["soundstretch"]
+    out = os.path.join(work, "clip-out.wav")
+    result = {}
+    for label, T, c in SETTINGS:
+        each = statistics.median(cpu_seconds(mv(n, out, T, c)) for n in names)
+        peer = statistics.median(cpu_seconds(ss(n, out, T, c)) for n in names)
+        batch = cpu_seconds([morvane, "render", "-q", "--force", "--plugin", plugin, "-t",
+                             f"{T * 100:g}", "-p", f"{c:g}", "-j", "1", "-d",
+                             os.path.join(work, "batch-out")] + names) / clips
+        result[label] = (each * 1e3, peer * 1e3, batch * 1e3)
+    return result
 
 
 # ---------------------------------------------------------------- measurements
@@ -432,6 +475,8 @@ def main():
                             if name in ("drums", "full mix"):
                                 q[key]["onsets"] = onsets(path, out, T)
             print(f"run {run + 1}/{args.runs} done", file=sys.stderr)
+        simd = simd_paths(tools, files["full mix"], args.runs, work)
+        short = short_files(tools, files["full mix"], args.morvane, args.plugin, work)
         cg = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
                                                       files["full mix"], work)
         cgCrisp = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
@@ -484,6 +529,24 @@ def main():
                 f"{fmt(kept[3] if kept else None, '{:.2f}')} | "
                 f"{fmt(tone.get('tone_lsd'))} | {fmt(ck.get('click_lsd'))} | {prs[0]} | {prs[1]} |")
         lines.append("")
+    lines += ["## Each instruction set (full mix)", "",
+              "soundstretch's CPU time over Morvane's (splice engine), pair by pair in the same "
+              f"runs, median of {args.runs}, with `MORVANE_SIMD` capping Morvane's kernels; above "
+              "1: Morvane is faster. A level the processor lacks runs the next one down.", "",
+              "| setting | " + " | ".join(SIMD_LEVELS) + " |",
+              "|---|" + "---:|" * len(SIMD_LEVELS)]
+    lines += [f"| {label} | " + " | ".join(f"{simd[label][lv]:.2f}" for lv in SIMD_LEVELS) + " |"
+              for label, _, _ in SETTINGS]
+    lines += ["", "## Short files", "",
+              "100 one-second clips of the full mix: CPU milliseconds per file, median over the "
+              "clips for one process a file, and one `morvane render -j 1` over all of them "
+              "divided by 100.", "",
+              "| setting | Morvane, a process a file | soundstretch, a process a file "
+              "| Morvane, one batch | soundstretch / Morvane (process) "
+              "| soundstretch / Morvane (batch) |", "|---|---:|---:|---:|---:|---:|"]
+    lines += [f"| {label} | {m:.2f} | {p:.2f} | {b:.2f} | {p / m:.2f} | {p / b:.2f} |"
+              for label, (m, p, b) in short.items()]
+    lines.append("")
     if cg:
         lines += ["## Instructions per second of audio (callgrind)", "",
                   "Morvane on the full mix under `valgrind --tool=callgrind`, whole process, "
