@@ -121,20 +121,36 @@ __attribute__((target("avx2"))) void CMorvaneFft::Divide256(double* data, int co
 
 void CMorvaneFft::PlainButterflies(double* data, const double* twiddles, int from) const {
     const int n = m_nPoints;
+#if defined(__SSE2__)
+    // One butterfly a vector: w * b as wr * b + (-(wi * bi), wi * br), which is wr*br - wi*bi and
+    // wr*bi + wi*br to the bit (x - y is x + -y), without SSE3's addsub.
+    const __m128d negateRe = _mm_set_pd(0.0, -0.0);
+#endif
     for (int m = from; m < n; m <<= 1) {
         const double* w = twiddles + 2 * (m - 1);
         for (int g = 0; g < n; g += 2 * m) {
             for (int k = 0; k < m; ++k) {
-                const double wr = w[2 * k];
-                const double wi = w[2 * k + 1];
                 double* a = data + 2 * (g + k);
                 double* b = data + 2 * (g + k + m);
+#if defined(__SSE2__)
+                const __m128d vw = _mm_loadu_pd(w + 2 * k);
+                const __m128d vb = _mm_loadu_pd(b);
+                const __m128d va = _mm_loadu_pd(a);
+                const __m128d q = _mm_xor_pd(
+                    _mm_mul_pd(_mm_unpackhi_pd(vw, vw), _mm_shuffle_pd(vb, vb, 1)), negateRe);
+                const __m128d t = _mm_add_pd(_mm_mul_pd(_mm_unpacklo_pd(vw, vw), vb), q);
+                _mm_storeu_pd(b, _mm_sub_pd(va, t));
+                _mm_storeu_pd(a, _mm_add_pd(va, t));
+#else
+                const double wr = w[2 * k];
+                const double wi = w[2 * k + 1];
                 const double tr = wr * b[0] - wi * b[1];
                 const double ti = wr * b[1] + wi * b[0];
                 b[0] = a[0] - tr;
                 b[1] = a[1] - ti;
                 a[0] = a[0] + tr;
                 a[1] = a[1] + ti;
+#endif
             }
         }
     }
