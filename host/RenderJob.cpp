@@ -277,13 +277,17 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         throw OutputError(e.what());
     }
 
-    // Decoding and encoding run on threads of their own, beside the plug-in's work here.
+    // Decoding and encoding run on threads of their own, beside the plug-in's work here. Plain
+    // PCM does only where a core would otherwise idle, and for a file long enough to repay the
+    // threads' start and hand-over.
+    constexpr sf_count_t kOverlapSeconds = 10;
+    const bool overlap = m_settings.spareCores && total >= kOverlapSeconds * rate;
     std::optional<CAsyncReader> source;
-    if (m_settings.spareCores || CodedOnAThread(reader.Format()))
+    if (overlap || CodedOnAThread(reader.Format()))
         source.emplace([&](float* f, long n) { return static_cast<long>(reader.Read(f, n)); },
                        channels);
     std::optional<CAsyncWriter> sink;
-    if (m_settings.spareCores || CodedOnAThread(format))
+    if (overlap || CodedOnAThread(format))
         sink.emplace([&](const float* f, long n) { writer->Write(f, n); }, channels);
     const auto read = [&](float* f, sf_count_t n) {
         try {

@@ -22,8 +22,8 @@ struct RenderSettings {
     bool pitchInSemitones = false; // the user gave semitones: answer in semitones
     int blockSize = 8192;
     bool keepLatency = false;
-    // Plain PCM read and written on threads of their own too, for cores that would otherwise
-    // idle; coded formats always are.
+    // Plain PCM of a long file read and written on threads of their own too, for cores that
+    // would otherwise idle; coded formats always are.
     bool spareCores = true;
     // The output's libsndfile container (with its codec) and sample format; 0 for either is
     // chosen from the input's (OutputFormat::Choose).
