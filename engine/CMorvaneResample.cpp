@@ -256,9 +256,7 @@ bool CMorvaneResample::PlainStereo(const CMorvaneInterpolator::Point* points, in
     // makes it, scaled by 2^-15 first (exact), then x * c and the add rounded to float, which for
     // exact samples are the plain loop's double-then-float results.
     const auto coefficient = [&](const CMorvaneInterpolator::Point& p, int j) {
-        const int idx = p.row + 8 * j;
-        const int32_t c = m_Table[idx + 1] + ((m_Table[idx] - m_Table[idx + 1]) * p.sub) / 32768;
-        return static_cast<float>(c) * 3.0517578125e-5f;
+        return static_cast<float>(Coefficient(p, j)) * 3.0517578125e-5f;
     };
     const auto frames = [](const float* a, const float* b) {
         return _mm_castpd_ps(_mm_loadh_pd(_mm_load_sd(reinterpret_cast<const double*>(a)),
@@ -295,13 +293,11 @@ bool CMorvaneResample::PlainStereo(const CMorvaneInterpolator::Point* points, in
 
 void CMorvaneResample::Plain(const CMorvaneInterpolator::Point& p, int taps, int ch, float* left,
                              float* right) const {
-    int idx = p.row;
     const float* x = p.x;
     float acc0 = 0.0f;
     float acc1 = 0.0f;
-    for (int j = 0; j < taps; ++j, idx += 8, x += ch) {
-        const int32_t c = m_Table[idx + 1] + ((m_Table[idx] - m_Table[idx + 1]) * p.sub) / 32768;
-        const float fc = static_cast<float>(c);
+    for (int j = 0; j < taps; ++j, x += ch) {
+        const float fc = static_cast<float>(Coefficient(p, j));
         acc0 = static_cast<float>(static_cast<double>(acc0) +
                                   static_cast<double>(x[0] * fc) * 3.0517578125e-5);
         if (ch == 2)

@@ -50,6 +50,12 @@ public:
 private:
     // One output frame the plain way: per tap, the interpolated coefficient times the sample,
     // added in double and rounded to float.
+    // Tap j's coefficient for a point: between two table entries, the quotient truncated toward
+    // zero as integer division does.
+    int32_t Coefficient(const CMorvaneInterpolator::Point& p, int j) const {
+        const int idx = p.row + 8 * j;
+        return m_Table[idx + 1] + ((m_Table[idx] - m_Table[idx + 1]) * p.sub) / 32768;
+    }
     // Stereo points whose samples are all exact (CMorvaneInterpolator::Exact), in single
     // precision with SSE2, to the same bits; false where SSE2 is not there.
     bool PlainStereo(const CMorvaneInterpolator::Point* points, int count, int taps, float* left,

@@ -4,8 +4,6 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <climits>
-
 #include "HostError.h"
 #include "MorvaneEngine.h"
 #include "OutputFormat.h"
@@ -18,10 +16,7 @@ namespace {
 
 // The window library: beside morvane in a build tree, in <libdir>/morvane once installed.
 MorvaneStudioEntry LoadStudio() {
-    char self[PATH_MAX] = {};
-    const ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
-    std::string dir = n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string("./");
-    dir.erase(dir.rfind('/') + 1);
+    const std::string dir = VstPlugin::ProgramFolder();
     std::string why;
     for (const std::string& path :
          {dir + "morvane-studio.so", dir + MORVANE_STUDIO_FROM_BIN "/morvane-studio.so"}) {

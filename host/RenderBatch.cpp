@@ -64,54 +64,52 @@ void RenderBatch::CheckCollisions(const Work& work, bool force) {
     // A file is known by its canonical path and, when it exists, by its device and inode (a hard
     // link or a bind mount has another path); looked up, not compared pair by pair, so that a
     // batch of thousands of files is checked at once.
+    struct Key {
+        std::string path;
+        std::pair<dev_t, ino_t> inode{};
+        bool exists = false;
+        explicit Key(const std::string& file) {
+            std::error_code ec;
+            const fs::path canonical = fs::weakly_canonical(file, ec);
+            path = ec ? file : canonical.string();
+            struct stat st {};
+            exists = ::stat(file.c_str(), &st) == 0;
+            inode = {st.st_dev, st.st_ino};
+        }
+    };
     struct Names {
         std::map<std::string, size_t> paths;
         std::map<std::pair<dev_t, ino_t>, size_t> inodes;
-        // The index a file was added under, or npos.
-        size_t Find(const std::string& path, const std::string& canonical, bool* exists,
-                    std::pair<dev_t, ino_t>* inode) const {
-            struct stat st {};
-            *exists = ::stat(path.c_str(), &st) == 0;
-            *inode = {st.st_dev, st.st_ino};
-            if (auto it = paths.find(canonical); it != paths.end())
+        // The index the file was added under, or npos.
+        size_t Find(const Key& k) const {
+            if (auto it = paths.find(k.path); it != paths.end())
                 return it->second;
-            if (auto it = inodes.find(*inode); *exists && it != inodes.end())
+            if (auto it = inodes.find(k.inode); k.exists && it != inodes.end())
                 return it->second;
             return std::string::npos;
         }
-        size_t Add(const std::string& path, size_t index) {
-            const std::string canonical = Canonical(path);
-            bool exists;
-            std::pair<dev_t, ino_t> inode;
-            const size_t found = Find(path, canonical, &exists, &inode);
-            paths.emplace(canonical, index);
-            if (exists)
-                inodes.emplace(inode, index);
-            return found;
-        }
-        static std::string Canonical(const std::string& path) {
-            std::error_code ec;
-            const fs::path c = fs::weakly_canonical(path, ec);
-            return ec ? path : c.string();
+        void Add(const Key& k, size_t index) {
+            paths.emplace(k.path, index);
+            if (k.exists)
+                inodes.emplace(k.inode, index);
         }
     };
     Names inputs, outputs;
     for (size_t i = 0; i < work.size(); ++i)
-        inputs.Add(work[i].first, i);
+        inputs.Add(Key(work[i].first), i);
     for (size_t i = 0; i < work.size(); ++i) {
         const std::string& out = work[i].second;
         if (out == "-")
             continue;
-        bool exists;
-        std::pair<dev_t, ino_t> inode;
-        if (!force && inputs.Find(out, Names::Canonical(out), &exists, &inode) != std::string::npos)
+        const Key key(out);
+        if (!force && inputs.Find(key) != std::string::npos)
             throw UsageError(out + " is also an input; rendering would replace the "
                                    "original. Choose another output, or add --force");
-        const size_t j = outputs.Add(out, i);
-        if (j != std::string::npos)
+        if (const size_t j = outputs.Find(key); j != std::string::npos)
             throw UsageError(work[j].first + " and " + work[i].first +
                              " would both be written to " + out +
                              "; render them into different folders");
+        outputs.Add(key, i);
     }
 }
 

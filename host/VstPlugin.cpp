@@ -25,7 +25,9 @@ bool Exists(const std::string& path) {
     return !path.empty() && access(path.c_str(), R_OK) == 0;
 }
 
-std::string ProgramFolder() {
+} // namespace
+
+std::string VstPlugin::ProgramFolder() {
     char buf[PATH_MAX];
     const ssize_t n = readlink("/proc/self/exe", buf, sizeof(buf) - 1);
     if (n <= 0)
@@ -33,8 +35,6 @@ std::string ProgramFolder() {
     std::string path(buf, static_cast<size_t>(n));
     return path.substr(0, path.rfind('/') + 1);
 }
-
-} // namespace
 
 VstIntPtr VstPlugin::HostCallback(AEffect*, VstInt32 opcode, VstInt32, VstIntPtr, void*, float) {
     switch (opcode) {

@@ -36,6 +36,8 @@ public:
     static std::string FindMorvane();
     // The plug-in to use: the one named, else Morvane's found. Throws PluginError.
     static std::string Locate(const std::string& named);
+    // The running program's folder, slash kept; empty when the system does not say.
+    static std::string ProgramFolder();
 
 private:
     static VstIntPtr HostCallback(AEffect* effect, VstInt32 opcode, VstInt32 index, VstIntPtr value,

@@ -43,15 +43,23 @@ AMorvane::~AMorvane() {
 }
 
 namespace {
+
 const int kAnchor = 0; // any address inside this module
+
+// This module's file as the loader mapped it; null when the loader cannot say.
+const char* ModuleFile() {
+    Dl_info info{};
+    return dladdr(&kAnchor, &info) ? info.dli_fname : nullptr;
 }
+
+} // namespace
 
 const std::string& AMorvane::PanelPath() {
     static const std::string path = [] {
-        Dl_info info{};
-        if (!dladdr(&kAnchor, &info) || !info.dli_fname)
+        const char* module = ModuleFile();
+        if (!module)
             return std::string();
-        std::string file = info.dli_fname;
+        std::string file = module;
         file.erase(file.rfind('/') + 1); // npos + 1: no folder at all
         file += "Morvane.panel";
         return access(file.c_str(), R_OK) == 0 ? file : std::string();
@@ -91,9 +99,8 @@ void AMorvane::LoadPanel() {
 void AMorvane::open() {
     // Hosts on Linux rarely answer the directory request; the loaded object knows its place.
     const char* dir = static_cast<const char*>(getDirectory());
-    Dl_info info{};
-    if (!dir && dladdr(&kAnchor, &info) && info.dli_fname)
-        dir = info.dli_fname;
+    if (!dir)
+        dir = ModuleFile();
     if (dir) {
         // A path that names the plug-in file becomes its folder, slash kept.
         CString path(dir, static_cast<int>(strnlen(dir, sizeof(m_szPluginDir) - 1)));
