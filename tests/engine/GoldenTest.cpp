@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CMorvane.h"
@@ -75,22 +77,29 @@ TEST(Golden, Detector) {
     EXPECT_EQ(GOLDEN_DETECT, got);
 }
 
-TEST(Golden, BlockStretcher) {
-    auto x = Material(1024 + 44100 * 6);
+// The block stretcher at each stretch over consecutive blocks of the given lengths, digested.
+uint64_t BlockDigest(std::vector<float> x, std::initializer_list<double> stretches,
+                     std::initializer_list<int> lengths) {
     std::vector<float> out(44100 * 4 * 2);
     uint64_t h = 1469598103934665603ull;
-    for (double f : {0.5, 0.7 * 1.5, 1.5, 2.0}) {
+    for (double f : stretches) {
         CMorvaneBlock block;
         block.SetBufferPointer(x.data());
         mvArg arg;
         arg.dStretch = f;
         int pos = 0;
-        for (int L : {39691, 20000, 44100, 777, 39691}) {
+        for (int L : lengths) {
             const int n = block.Block(out.data(), x.data() + 2 * (1024 + pos), L, &arg);
             h = Digest(out.data(), static_cast<size_t>(2 * n), h);
             pos += L;
         }
     }
+    return h;
+}
+
+TEST(Golden, BlockStretcher) {
+    const uint64_t h = BlockDigest(Material(1024 + 44100 * 6), {0.5, 0.7 * 1.5, 1.5, 2.0},
+                                   {39691, 20000, 44100, 777, 39691});
     RecordProperty("digest", std::to_string(h));
     EXPECT_EQ(GOLDEN_BLOCK, h);
 }
@@ -102,20 +111,7 @@ TEST(Golden, BlockStretcherHostileSamples) {
     const float odd[] = {NAN, INFINITY, -INFINITY, 1e30f, -3e9f, 1e-45f, -0.0f, 600.0f};
     for (size_t i = 2048, k = 0; i < x.size(); i += 997, ++k)
         x[i] = odd[k % 8];
-    std::vector<float> out(44100 * 4 * 2);
-    uint64_t h = 1469598103934665603ull;
-    for (double f : {0.6, 1.7}) {
-        CMorvaneBlock block;
-        block.SetBufferPointer(x.data());
-        mvArg arg;
-        arg.dStretch = f;
-        int pos = 0;
-        for (int L : {39691, 30000}) {
-            const int n = block.Block(out.data(), x.data() + 2 * (1024 + pos), L, &arg);
-            h = Digest(out.data(), static_cast<size_t>(2 * n), h);
-            pos += L;
-        }
-    }
+    const uint64_t h = BlockDigest(std::move(x), {0.6, 1.7}, {39691, 30000});
     RecordProperty("digest", std::to_string(h));
     EXPECT_EQ(GOLDEN_BLOCK_HOSTILE, h);
 }
