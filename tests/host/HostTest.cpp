@@ -362,11 +362,7 @@ TEST_F(Host, BatchKeepsGoingAndReportsFailures) {
     EXPECT_FALSE(fs::exists(dir / "out" / "bad.wav"));
     // a file of a batch, with the plug-in kept loaded between files, is the file rendered alone
     ASSERT_EQ(0, Run("render -t 50 " + P("b.wav") + " " + P("alone.wav")).code);
-    const auto bytes = [&](const std::string& name) {
-        std::ifstream in(P(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    };
-    EXPECT_TRUE(bytes("alone.wav") == bytes("out/b.wav"));
+    EXPECT_TRUE(Slurp(P("alone.wav")) == Slurp(P("out/b.wav")));
 }
 
 TEST_F(Host, InfoHelpAndDemo) {
