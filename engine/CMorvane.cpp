@@ -14,9 +14,8 @@ namespace {
 constexpr int kHistoryFrames = 1024; // audio kept before the current data for the splice search
 
 // The onset detector's frame, 20 ms at the sampling rate; the detector evens it.
-constexpr int kDetectFrameMs = 20;
 int DetectFrame(int rate) {
-    return rate * kDetectFrameMs / 1000;
+    return rate * CMorvaneBlock::kFrameMs / 1000;
 }
 
 // The resampler's filter: 60 dB at start-up and after a change during a job, 80 dB when the
@@ -121,9 +120,8 @@ void CMorvane::SetPitchRate(double rate, bool running) {
 void CMorvane::SetSamplingRate(int rate) {
     std::lock_guard lock(m_cs);
     rate = std::clamp(rate, kMinRate, kMaxRate);
-    const int f = bLowSound ? DetectFrame(rate) : 0;
-    nFrameLen = f & ~1;
-    nSubBlockLen = static_cast<int>(f * 1.8);
+    nFrameLen = bLowSound ? DetectFrame(rate) & ~1 : 0;
+    nSubBlockLen = bLowSound ? CMorvaneBlock::NominalLength(rate) : 0;
     nSampleRate = rate;
     m_Detect.IniDetect(nFrameLen);
     AllocMem();
@@ -168,9 +166,8 @@ void CMorvane::SetLowSound(float v) {
     std::lock_guard lock(m_cs);
     // Only -1.0 turns the option off; 0.0 and 1.0 both leave it on. Deliberate.
     bLowSound = static_cast<double>(v) + 1.0 != 0;
-    const int f = DetectFrame(nSampleRate);
-    nFrameLen = bLowSound ? f & ~1 : 0;
-    nSubBlockLen = bLowSound ? static_cast<int>(f * 1.8) : 0;
+    nFrameLen = bLowSound ? DetectFrame(nSampleRate) & ~1 : 0;
+    nSubBlockLen = bLowSound ? CMorvaneBlock::NominalLength(nSampleRate) : 0;
     m_Detect.IniDetect(nFrameLen);
 }
 
@@ -183,6 +180,12 @@ void CMorvane::get_OverLevel(bool* over) {
     std::lock_guard lock(m_cs);
     *over = bOver != 0;
     bOver = 0;
+}
+
+int64_t CMorvane::SilencedFrames() {
+    std::lock_guard lock(m_cs);
+    // The block stretcher counts frames before the resampler reads them at the pitch rate.
+    return std::llround(static_cast<double>(m_Block.SilencedFrames()) / dPitchRate);
 }
 
 int CMorvane::MaxOutput(int count) const {

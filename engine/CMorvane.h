@@ -47,6 +47,11 @@ public:
     // MaxOutput(count) for this call.
     int procMorvane(float** out, float** in, int count, bool last);
 
+    // Output frames of this job that are silence where a sounding input was, because a
+    // sub-block's splice source lay before the held history (strong stretches with the
+    // low-sound option on; the option off never does it).
+    int64_t SilencedFrames();
+
     // What one call may write, whatever the rates: everything held plus the new frames, at the
     // largest stretch, plus what the lag and resampler can add.
     int MaxOutput(int count) const;

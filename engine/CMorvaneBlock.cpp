@@ -87,20 +87,42 @@ unsigned int CMorvaneBlock::sqr(unsigned int v) {
     return r;
 }
 
+int CMorvaneBlock::NominalLength(int rate) {
+    return static_cast<int>(rate * kFrameMs / 1000 * 1.8);
+}
+
+long CMorvaneBlock::HistoryOf(const float* in, int ch) const {
+    return m_pBufTop ? (in - m_pBufTop) / ch : 0;
+}
+
+int CMorvaneBlock::LongestInside(int inLen, long history, const mvArg* arg) {
+    // stretch's end-aligned source starts at inLen - outLen + trunc(outLen x head share), which
+    // must not lie more than history frames before the sub-block.
+    const long reach = inLen + history;
+    const auto start = [&](long o) { return o - static_cast<long>(o * arg->dHeadRatio); };
+    long o = static_cast<long>(reach / std::max(1.0 - arg->dHeadRatio, 0.01)) + 1;
+    while (o > 0 && start(o) > reach)
+        --o;
+    return static_cast<int>(std::min<long>(o, INT32_MAX));
+}
+
 int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg) {
     const int L = frames;
     const double f = arg->dStretch;
     const int ch = arg->nChannels;
 
-    int S = arg->nSubBlockLen;
+    // Without a sub-block length (low-sound option off) the change is still spread over pieces
+    // of the nominal length: one piece for a whole segment would be stretched far beyond the
+    // history its splice may reach.
+    const bool plain = arg->nSubBlockLen <= 0;
+    int S = plain ? NominalLength(arg->nSampleRate) : arg->nSubBlockLen;
     if (f <= 1.0)
         S = static_cast<int>(S / f); // shortening works on longer input sub-blocks
 
     const int T = static_cast<int>(L * f) + m_nCarry;
     m_nCarry = T;
 
-    // Without a sub-block length (low-sound option off) the segment is one sub-block; the
-    // count never exceeds the weight table.
+    // The count never exceeds the weight table.
     int nr = S > 0 ? (S / 2 + L) / S : 1;
     nr = std::min(nr, kMaxSubBlocks);
     const int n = std::max(1, nr);
@@ -200,6 +222,10 @@ int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg) {
         }
         if (o < 0)
             continue; // its input passes to the following sub-blocks
+        // In the low-sound-off mode no piece may reach outside the buffer (and end in silence):
+        // what it cannot take is carried to the pieces after it.
+        if (plain)
+            o = std::min(o, LongestInside(l, HistoryOf(in + static_cast<long>(pi) * ch, ch), arg));
 
         const int r = stretch(out + static_cast<long>(po) * ch, in + static_cast<long>(pi) * ch, l,
                               o, arg, nullptr);
@@ -346,8 +372,7 @@ int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* 
     // very start of a job it would begin before the buffer: then there is nothing to match,
     // and the tail becomes silence.
     long e0 = static_cast<long>(inLen) - outLen + h;
-    const long history = m_pBufTop ? (in - m_pBufTop) / ch : 0;
-    const bool outside = e0 < -history;
+    const bool outside = e0 < -HistoryOf(in, ch);
     if (outside)
         e0 = std::max(0, inLen - t);
     const float* E = in + e0 * ch;
@@ -372,9 +397,13 @@ int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* 
     if (tailFrames > 0) {
         float* tail = out + static_cast<long>(outLen - t) * ch;
         const size_t samples = static_cast<size_t>(tailFrames) * ch;
-        if (outside)
+        if (outside) {
             std::memset(tail, 0, sizeof(float) * samples);
-        else
+            const float* begin = in;
+            const float* end = in + static_cast<long>(std::max(inLen, 0)) * ch;
+            if (std::any_of(begin, end, [](float x) { return x != 0.0f; }))
+                m_nSilenced += tailFrames;
+        } else
             std::memmove(tail, E + std::max(N, 0), sizeof(float) * samples);
     }
     return outLen + g;

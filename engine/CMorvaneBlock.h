@@ -25,7 +25,10 @@ public:
     CMorvaneBlock(const CMorvaneBlock&) = delete;
     CMorvaneBlock& operator=(const CMorvaneBlock&) = delete;
 
-    void IniBlock() { m_nCarry = 0; }
+    void IniBlock() {
+        m_nCarry = 0;
+        m_nSilenced = 0;
+    }
     void SetBufferPointer(float* top) { m_pBufTop = top; }
 
     // Stretches frames interleaved frames at in into out; returns the frames written. in must
@@ -37,14 +40,23 @@ public:
     // the chosen lag.
     int stretch(float* out, float* in, int inLen, int outLen, mvArg* arg, float* unused);
 
+    // The onset frame, and the nominal sub-block at a sampling rate: 1.8 of those frames.
+    static constexpr int kFrameMs = 20;
+    static int NominalLength(int rate);
+
     static unsigned int sqr(unsigned int v);
     static int sq(int v) { return v * v; }
 
     int32_t Carry() const { return m_nCarry; }
+    // Frames of a sounding input that became silence because their splice source lay before the
+    // buffer, since the last IniBlock.
+    int64_t SilencedFrames() const { return m_nSilenced; }
     int SubBlockCount() const { return m_nPlan; }
     const SubBlock& Plan(int k) const { return m_Plan[k]; }
 
 private:
+    long HistoryOf(const float* in, int ch) const;
+    static int LongestInside(int inLen, long history, const mvArg* arg);
     int64_t Correlate(const float* a, const float* b, int samples) const;
     int SearchLag(const float* start, const float* E, int back, int fwd, int span, int m, int ch);
     int PrunedSearch(int back, int fwd, int span, int samples, int ch);
@@ -52,6 +64,7 @@ private:
     uint8_t m_bLastSub = 0;
     int32_t m_nCarry = 0; // output frames owed, carried from segment to segment
     float* m_pBufTop = nullptr;
+    int64_t m_nSilenced = 0;
     int32_t m_nPlan = 0;
     SubBlock m_Plan[kMaxSubBlocks] = {};
     // The splice search rounds its samples once per sub-block; a search wider than the

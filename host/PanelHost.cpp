@@ -210,7 +210,9 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
             show(Mode::Idle, 1,
                  "wrote " + BaseName(out) + " with the " + made + ": " +
                      TimeText(static_cast<double>(r.inputFrames) / rate) + " \xE2\x86\x92 " +
-                     TimeText(static_cast<double>(r.outputFrames) / rate) + ", F7 plays it");
+                     TimeText(static_cast<double>(r.outputFrames) / rate) +
+                     (r.silencedFrames > 0 ? "; " + r.SilenceNote("the crisp engine (F9)")
+                                           : ", F7 plays it"));
             code = kExitOk;
         } catch (const Stopped&) {
             show(Mode::Idle, 0, "Stopped: nothing was written");

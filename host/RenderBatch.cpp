@@ -43,6 +43,11 @@ void WarnIfClipping(const std::string& output, const RenderResult& r, double lev
                      output.c_str(), dbfs, suggest);
 }
 
+void WarnIfSilenced(const std::string& output, const RenderResult& r) {
+    if (const std::string note = r.SilenceNote("--engine crisp"); !note.empty())
+        std::fprintf(stderr, "morvane: note: %s: %s\n", output.c_str(), note.c_str());
+}
+
 void WarnIfCutShort(const std::string& input, const RenderResult& r) {
     if (r.missingFrames > 0)
         std::fprintf(stderr,
@@ -182,6 +187,7 @@ void RenderBatch::RenderOne(size_t i) {
         m_framesDone += m_lengths[i] - mine;
         ++m_filesDone;
         WarnIfClipping(out, r, s.outputDb);
+        WarnIfSilenced(out, r);
         WarnIfCutShort(in, r);
         if (!m_single && !m_quiet && !m_allFrames)
             std::fprintf(stderr, "morvane: %s -> %s\n", in.c_str(), out.c_str());

@@ -49,18 +49,21 @@ RenderCommand::RenderCommand(CLI::App& parent)
                      "on (default): look for onsets. The splice engine cuts there and spreads "
                      "the change over 36 ms pieces, most in the quiet ones; the crisp engine "
                      "reads each attack 1:1 and rebuilds its phases, so it sounds once. off: no "
-                     "onset search; splice changes each stretch of up to a second in one piece, "
-                     "crisp stretches everything alike, which suits pads, strings and drones")
+                     "onset search; splice spreads the change over the same 36 ms pieces "
+                     "everywhere alike and never leaves a gap, crisp stretches everything alike; "
+                     "this suits pads, strings and drones")
         ->check(CLI::IsMember({"on", "off"}))
         ->capture_default_str();
     render
         ->add_option("-e,--engine", m_engine,
                      "splice (default): cuts and splices pieces of the waveform; cleanest on "
-                     "speech and solo voices, and 400-650x real time. crisp: a phase vocoder "
-                     "that keeps each attack once and in its place, for drums, full mixes and "
-                     "anything with sharp hits, above all at strong stretches (at 200 %, aubio "
-                     "finds 0.95 of its onsets true on recorded drums, splice's 0.23), at "
-                     "110-250x real time")
+                     "speech and solo voices, and the fastest. By its design it may leave short "
+                     "silent gaps (40-60 ms) in steady tones and glides at strong stretches "
+                     "(from about 180 %; the render says so, and LowSound off avoids them), and "
+                     "sustained low bass notes of about 40-67 Hz change pitch with the time. "
+                     "crisp: a phase vocoder that keeps each attack once and in its place, for "
+                     "drums, full mixes and anything with sharp hits, above all at strong "
+                     "stretches; it does neither of those")
         ->check(CLI::IsMember({"splice", "crisp"}))
         ->capture_default_str();
     render->add_option("-b,--block", m_settings.blockSize, "Frames per call to the plug-in")

@@ -53,6 +53,10 @@ struct RenderResult {
     float peak = 0.0f;            // largest |sample| written
     int format = 0;               // libsndfile format of the file written
     sf_count_t missingFrames = 0; // promised by the input's header but not in the file
+    // output frames the splice engine made silent where the input sounded (by its design)
+    sf_count_t silencedFrames = 0;
+    // "; the splice engine left 120 ms of silent gaps, which --engine crisp avoids", or empty
+    std::string SilenceNote(const char* crispHint) const;
 };
 
 // One input file through the plug-in into one output file, as a VST 2.4 offline host runs a

@@ -161,6 +161,8 @@ VstInt32 AMorvane::canDo(char* text) {
 }
 
 VstIntPtr AMorvane::vendorSpecific(VstInt32 index, VstIntPtr value, void*, float) {
+    if (index == MorvaneEngine::kSilencedTag)
+        return m_nEngine == MorvaneEngine::kCrisp ? 0 : m_Engine.SilencedFrames();
     if (index != MorvaneEngine::kTag)
         return 0;
     if (value == MorvaneEngine::kSplice || value == MorvaneEngine::kCrisp)

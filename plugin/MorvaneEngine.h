@@ -16,6 +16,12 @@ constexpr int kAsk = 0;
 constexpr int kSplice = 1; // cuts at onsets and splices sub-blocks: the default
 constexpr int kCrisp = 2;  // phase vocoder that keeps each attack once
 
+// dispatcher(effVendorSpecific, kSilencedTag, 0, nullptr, 0) answers how many output frames of
+// the present or last job the splice engine wrote as silence where the input sounded, because a
+// piece's splice source lay before the audio it holds (strong stretches of steady sounds with
+// LowSound on). The crisp engine never does; it answers 0.
+constexpr int32_t kSilencedTag = ('M' << 24) | ('v' << 16) | ('S' << 8) | 'i';
+
 // The command line's names, indexed by value.
 constexpr const char* kNames[] = {"", "splice", "crisp"};
 

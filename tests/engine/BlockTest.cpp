@@ -176,15 +176,40 @@ TEST_F(BlockFixture, SegmentShapesAtTheLimits) {
     ASSERT_EQ(2, block.SubBlockCount());
     EXPECT_EQ(1500 + 750, block.Plan(0).outFrames);
 
-    // no sub-block length (low-sound off): one sub-block; a tiny one: capped at the table
+    // no sub-block length (low-sound off): the nominal pieces all the same, not one piece for
+    // the whole segment; a tiny length: capped at the table
+    block.IniBlock();
+    block.Block(out.data(), in, 8000, &arg);
+    const int nominal = block.SubBlockCount();
     block.IniBlock();
     arg.nSubBlockLen = 0;
     EXPECT_EQ(12000, block.Block(out.data(), in, 8000, &arg) + block.Carry());
-    EXPECT_EQ(1, block.SubBlockCount());
+    EXPECT_EQ(nominal, block.SubBlockCount());
     block.IniBlock();
     arg.nSubBlockLen = 10;
     EXPECT_EQ(66150, block.Block(out.data(), in, 44100, &arg) + block.Carry());
     EXPECT_EQ(CMorvaneBlock::kMaxSubBlocks, block.SubBlockCount());
+}
+
+// Quiet pieces just after the segment's start take most of a doubling, so far that their
+// end-aligned source would start before the history. With LowSound on they end in silence, by
+// design, and that is counted; off, each piece is held within reach and the rest carried on.
+TEST_F(BlockFixture, LowSoundOffNeverReachesOutsideTheBuffer) {
+    auto x = Signals::Noise(kHistory + 44100, 2, 0.5);
+    for (size_t i = 2 * (kHistory + 1600); i < 2 * (kHistory + 6400); ++i)
+        x[i] *= 0.01f;
+    arg.dStretch = 2.0;
+    for (int length : {1587, 0}) {
+        block.IniBlock();
+        arg.nSubBlockLen = length;
+        float* in = Load(x);
+        EXPECT_EQ(88200, block.Block(out.data(), in, 44100, &arg) + block.Carry()) << length;
+        if (length)
+            EXPECT_GT(block.SilencedFrames(), 1000);
+        else
+            EXPECT_EQ(0, block.SilencedFrames());
+        EXPECT_GT(block.SubBlockCount(), 20) << length;
+    }
 }
 
 // The splice search by its definition: every lag in order, the first strictly better score

@@ -335,6 +335,65 @@ TEST_F(Host, ClippingIsReportedWithAdvice) {
     EXPECT_EQ(std::string::npos, kept.err.find("clips")) << kept.err;
 }
 
+// The longest run of frames whose every sample is exactly zero.
+int LongestSilence(const std::vector<float>& x, int channels) {
+    int run = 0, longest = 0;
+    for (size_t i = 0; i < x.size(); i += channels) {
+        const bool zero = std::all_of(&x[i], &x[i] + channels, [](float v) { return v == 0.0f; });
+        run = zero ? run + 1 : 0;
+        longest = std::max(longest, run);
+    }
+    return longest;
+}
+
+// Sustained sounds: a steady tone, a slow upward glide, a pad of detuned sawtooth voices.
+// With LowSound off the splice engine spreads the change over pieces that stay within what it
+// holds, so no stretch leaves a gap; with LowSound on, a strong stretch of the pad leaves some,
+// by the engine's design, and the render says so.
+TEST_F(Host, SustainedSoundsKeepWholeAndSilentGapsAreReported) {
+    constexpr int kRate = 44100, kFrames = 4 * kRate;
+    std::vector<float> glide(2 * kFrames), pad(2 * kFrames);
+    double phase = 0;
+    for (int i = 0; i < kFrames; ++i) {
+        phase += 2 * M_PI * 220.0 * std::pow(2.0, double(i) / kFrames) / kRate;
+        double saws = 0;
+        for (double f : {110.0, 110.7, 164.8, 165.9, 220.4, 261.6}) {
+            const double p = f * i / kRate;
+            saws += 2 * (p - std::floor(p + 0.5));
+        }
+        glide[2 * i] = glide[2 * i + 1] = static_cast<float>(0.5 * std::sin(phase));
+        pad[2 * i] = pad[2 * i + 1] = static_cast<float>(0.08 * saws);
+    }
+    Write("tone.wav", Signals::Sine(kFrames, 2, 440.0 / kRate, 0.5), 2, kRate);
+    Write("glide.wav", glide, 2, kRate);
+    Write("pad.wav", pad, 2, kRate);
+    const int kFiveMs = kRate / 200;
+    for (const char* name : {"tone.wav", "glide.wav", "pad.wav"}) {
+        for (const auto& [args, time] :
+             {std::pair{"-t 150", 1.5}, std::pair{"-t 200", 2.0}, std::pair{"--ratio 1.5", 1.0}}) {
+            const Result r = Run(std::string("render --low-sound off ") + args + " " + P(name) +
+                                 " " + P("out.wav"));
+            ASSERT_EQ(0, r.code) << r.err;
+            EXPECT_EQ("", r.err) << name << " " << args;
+            SF_INFO info;
+            const auto out = Read("out.wav", &info);
+            EXPECT_EQ(std::llround(kFrames * time), info.frames) << name << " " << args;
+            EXPECT_LE(LongestSilence(out, 2), kFiveMs) << name << " " << args;
+            if (name == std::string("tone.wav")) {
+                EXPECT_NEAR(time == 1.0 ? 702.0 : 0.0, Cents(out, 2, 440.0 / kRate), 5.0) << args;
+            }
+        }
+    }
+
+    const Result gaps = Run("render -t 200 " + P("pad.wav") + " " + P("out.wav"));
+    EXPECT_NE(std::string::npos, gaps.err.find("ms of silent gaps")) << gaps.err;
+    EXPECT_NE(std::string::npos, gaps.err.find("--engine crisp avoids them")) << gaps.err;
+    const Result none = Run("render -t 150 " + P("pad.wav") + " " + P("out.wav"));
+    EXPECT_EQ("", none.err);
+    const Result crisp = Run("render -e crisp -t 200 " + P("pad.wav") + " " + P("out.wav"));
+    EXPECT_EQ(std::string::npos, crisp.err.find("silent gaps")) << crisp.err;
+}
+
 TEST_F(Host, VanishedOutputFolderIsAClearError) {
     Write("long.wav", Signals::Music(44100 * 30, 44100), 2, 44100);
     fs::create_directory(dir / "gone");
