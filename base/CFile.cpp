@@ -22,6 +22,12 @@ bool CFile::Open(const char* path, unsigned flags) {
     return m_fd >= 0;
 }
 
+bool CFile::OpenDescriptor(int fd) {
+    Close();
+    m_fd = fd >= 0 ? ::fcntl(fd, F_DUPFD_CLOEXEC, 0) : -1;
+    return m_fd >= 0;
+}
+
 uint32_t CFile::Read(void* buffer, uint32_t count) {
     if (m_fd < 0)
         return 0;

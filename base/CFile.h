@@ -16,6 +16,8 @@ public:
     CFile& operator=(const CFile&) = delete;
 
     bool Open(const char* path, unsigned flags);
+    // Works on a copy of an open descriptor, which stays its owner's.
+    bool OpenDescriptor(int fd);
     bool IsOpen() const { return m_fd >= 0; }
     // Reads up to count bytes; returns the bytes read (0 at the end or on an error).
     uint32_t Read(void* buffer, uint32_t count);

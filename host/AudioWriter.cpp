@@ -4,15 +4,12 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
-#include <set>
 #include <stdexcept>
 
 #if defined(__SSE2__)
@@ -22,26 +19,6 @@
 #include "AudioReader.h"
 
 namespace {
-
-std::mutex gTempMutex;
-std::set<std::string>& TempFiles() {
-    static std::set<std::string> files;
-    return files;
-}
-
-std::string TemporaryName(const std::string& target) {
-    static std::atomic<int> counter{0};
-    if (target == "-") {
-        const char* tmp = std::getenv("TMPDIR");
-        return std::string(tmp && *tmp ? tmp : "/tmp") + "/.morvane-stdout-" +
-               std::to_string(getpid()) + "-" + std::to_string(counter++) + ".tmp";
-    }
-    const size_t slash = target.rfind('/');
-    const std::string dir = slash == std::string::npos ? "" : target.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
-    return dir + "." + name + ".morvane-" + std::to_string(getpid()) + "-" +
-           std::to_string(counter++) + ".tmp";
-}
 
 // What libsndfile's clipping float-to-16-bit conversion for WAV gives: the sample scaled to
 // 32 bits, rounded to nearest-even, and the top 16 bits kept; at or beyond 2^31 the largest
@@ -81,8 +58,9 @@ void FloatsToShorts(const float* x, long n, short* out) {
 
 } // namespace
 
-AudioWriter::AudioWriter(const std::string& target, int format, int channels, int sampleRate)
-    : m_target(target), m_temp(TemporaryName(target)) {
+AudioWriter::AudioWriter(const std::string& target, int format, int channels, int sampleRate,
+                         bool durable)
+    : m_target(target), m_durable(durable) {
     SF_INFO info{};
     info.format = format;
     info.channels = channels;
@@ -90,11 +68,11 @@ AudioWriter::AudioWriter(const std::string& target, int format, int channels, in
     if (!sf_format_check(&info))
         throw std::runtime_error("cannot write " + target +
                                  ": the format cannot hold this audio (try another --format)");
-    {
-        std::lock_guard lock(gTempMutex);
-        TempFiles().insert(m_temp);
-    }
-    m_file = sf_open(m_temp.c_str(), SFM_WRITE, &info);
+    if (!(target == "-" ? m_replace.OpenSpool() : m_replace.Open(target)))
+        throw std::runtime_error((target == "-" ? std::string("cannot write to standard output: ")
+                                                : "cannot write " + target + ": ") +
+                                 AudioReader::Clause(std::strerror(errno)));
+    m_file = sf_open_fd(m_replace.Descriptor(), SFM_WRITE, &info, SF_FALSE);
     if (!m_file) {
         Discard();
         throw std::runtime_error("cannot write " + target + ": " +
@@ -117,17 +95,13 @@ void AudioWriter::Discard() {
         sf_close(m_file);
         m_file = nullptr;
     }
-    if (!m_temp.empty()) {
-        std::remove(m_temp.c_str());
-        std::lock_guard lock(gTempMutex);
-        TempFiles().erase(m_temp);
-        m_temp.clear();
-    }
+    m_replace.Discard();
 }
 
 void AudioWriter::Write(const float* interleaved, sf_count_t frames) {
     if (frames <= 0)
         return;
+    CReplaceFile::StopAt("write", ++m_writes);
     sf_count_t written;
     if (m_wav16) { // the library's conversion is a plain loop; this is the same, vectorised
         const size_t samples = static_cast<size_t>(frames) * m_channels;
@@ -154,12 +128,10 @@ void AudioWriter::Commit() {
         Discard();
         return;
     }
-    if (std::rename(m_temp.c_str(), m_target.c_str()) != 0)
+    if (!m_replace.Commit(m_durable))
         throw std::runtime_error("cannot write " + m_target +
-                                 ": the file could not be put in place");
-    std::lock_guard lock(gTempMutex);
-    TempFiles().erase(m_temp);
-    m_temp.clear();
+                                 ": the file could not be put in place (" +
+                                 AudioReader::Clause(std::strerror(errno)) + ")");
 }
 
 void AudioWriter::SetTags(const std::map<int, std::string>& tags) {
@@ -168,8 +140,8 @@ void AudioWriter::SetTags(const std::map<int, std::string>& tags) {
 }
 
 void AudioWriter::CopyToStandardOutput() {
-    const int in = open(m_temp.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0)
+    const int in = m_replace.Descriptor();
+    if (lseek(in, 0, SEEK_SET) != 0)
         throw std::runtime_error("cannot write to standard output: " +
                                  std::string(std::strerror(errno)));
     std::vector<char> buf(1 << 16);
@@ -179,28 +151,16 @@ void AudioWriter::CopyToStandardOutput() {
             break;
         if (n < 0 && errno == EINTR)
             continue;
-        for (ssize_t done = 0; n > 0 && done < n;) {
+        if (n < 0)
+            throw std::runtime_error("cannot write to standard output");
+        for (ssize_t done = 0; done < n;) {
             const ssize_t w = write(1, buf.data() + done, static_cast<size_t>(n - done));
             if (w < 0 && errno == EINTR)
                 continue;
-            if (w <= 0) {
-                const int e = errno;
-                close(in);
+            if (w <= 0)
                 throw std::runtime_error("cannot write to standard output: " +
-                                         std::string(std::strerror(e)));
-            }
+                                         std::string(std::strerror(errno)));
             done += w;
         }
-        if (n < 0) {
-            close(in);
-            throw std::runtime_error("cannot write to standard output");
-        }
     }
-    close(in);
-}
-
-void AudioWriter::RemoveAllTemporary() {
-    // Called from a signal handler: unlink is async-signal-safe; the set is not modified.
-    for (const auto& f : TempFiles())
-        unlink(f.c_str());
 }

@@ -8,6 +8,7 @@
 
 #include "BankFile.h"
 #include "CFile.h"
+#include "CReplaceFile.h"
 #include "MorvaneParameters.h"
 #include "RenderJob.h"
 
@@ -58,17 +59,18 @@ void BankTool::Write(const std::string& path) {
     const VstIntPtr size = m_plugin.Dispatch(effGetChunk, 0, 0, &chunk);
     if (size <= 0 || !chunk)
         throw PluginError("the plug-in gave no bank");
-    const std::string temp = path + ".tmp";
+    // Replaced whole or not at all, and flushed with its name, as the plug-in saves it.
+    CReplaceFile file;
     CFile out;
-    const bool ok = out.Open(temp.c_str(), CFile::modeCreate | CFile::modeWrite) &&
-                    WriteChunkBank(out, static_cast<uint32_t>(m_plugin.Effect()->uniqueID),
-                                   static_cast<uint32_t>(m_plugin.Effect()->numPrograms), chunk,
-                                   static_cast<uint32_t>(size)) &&
-                    out.Flush() && out.Close() && std::rename(temp.c_str(), path.c_str()) == 0;
-    if (!ok) {
-        std::remove(temp.c_str());
+    bool ok = file.Open(path) && out.OpenDescriptor(file.Descriptor());
+    CReplaceFile::StopAt("write");
+    ok = ok &&
+         WriteChunkBank(out, static_cast<uint32_t>(m_plugin.Effect()->uniqueID),
+                        static_cast<uint32_t>(m_plugin.Effect()->numPrograms), chunk,
+                        static_cast<uint32_t>(size)) &&
+         out.Close() && file.Commit(true);
+    if (!ok)
         throw OutputError("cannot write " + path);
-    }
 }
 
 void BankTool::List(const std::string& path) {

@@ -70,6 +70,9 @@ RenderCommand::RenderCommand(CLI::App& parent)
         ->capture_default_str();
     render->add_flag("--keep-latency", m_settings.keepLatency,
                      "Keep the plug-in's announced delay (silence) at the start");
+    render->add_flag("--sync", m_settings.durable,
+                     "Flush each output to the disk before it is named, and its name after, so "
+                     "that a power cut leaves the old file or the new one whole");
     render->add_option("-f,--format", m_container,
                        std::string("Output container: ") + OutputFormat::Words() +
                            " (default: from OUT's extension, else the input's)");

@@ -264,7 +264,7 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
                                             channels, rate);
     std::unique_ptr<AudioWriter> writer;
     try {
-        writer = std::make_unique<AudioWriter>(output, format, channels, rate);
+        writer = std::make_unique<AudioWriter>(output, format, channels, rate, m_settings.durable);
         // The input's tags go on; the comment says how this file was made.
         std::map<int, std::string> tags = reader.Tags();
         const std::string made =

@@ -22,6 +22,7 @@ struct RenderSettings {
     bool pitchInSemitones = false; // the user gave semitones: answer in semitones
     int blockSize = 8192;
     bool keepLatency = false;
+    bool durable = false; // the output reaches the disk before it is named (--sync)
     // Plain PCM of a long file read and written on threads of their own too, for cores that
     // would otherwise idle; coded formats always are.
     bool spareCores = true;

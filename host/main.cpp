@@ -21,7 +21,8 @@
 
 namespace {
 
-// Interrupted (Ctrl-C, or a service manager's SIGTERM): 128 + the signal, as shells report it.
+// Interrupted (Ctrl-C, a service manager's SIGTERM, a closed terminal or dropped connection's
+// SIGHUP): 128 + the signal, as shells report it. Only async-signal-safe calls.
 void OnSignal(int sig) {
     AudioWriter::RemoveAllTemporary();
     const char msg[] = "\nmorvane: interrupted; no partial output was left\n";
@@ -90,8 +91,11 @@ int main(int argc, char** argv) {
         return kExitOk;
     }
 
-    signal(SIGINT, OnSignal);
-    signal(SIGTERM, OnSignal);
+    struct sigaction fatal {};
+    fatal.sa_handler = OnSignal;
+    sigfillset(&fatal.sa_mask); // one handler at a time
+    for (int sig : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(sig, &fatal, nullptr);
     signal(SIGPIPE, SIG_IGN); // a closed standard output is a write error, said as one
 
     for (Command* command :

@@ -11,6 +11,7 @@
 #include "BankFile.h"
 #include "BigEndian.h"
 #include "CFile.h"
+#include "CReplaceFile.h"
 #include "CStringResource.h"
 #include "PreferencesFolder.h"
 
@@ -207,22 +208,19 @@ bool AMorvane::SaveProgram(int destination, const char* name) {
     setProgram(destination);
     m_Programs[0].nCurrent = curProgram;
 
-    // The bank is written beside itself and renamed into place, so a failure at any point
-    // leaves the previous bank whole.
+    // The bank replaces the previous one whole, with its name flushed to the disk, so a failure,
+    // a kill or a power cut at any point leaves the previous bank or the new one, and nothing
+    // else.
     bool ok = !folder.empty() && MakeFolder(folder.c_str());
-    const std::string path = folder + kBankName;
-    const std::string temp = folder + "." + kBankName + ".tmp-" + std::to_string(getpid());
     if (ok) {
+        CReplaceFile replace;
         CFile file;
-        ok = file.Open(temp.c_str(), CFile::modeCreate | CFile::modeWrite);
+        ok = replace.Open(folder + kBankName) && file.OpenDescriptor(replace.Descriptor());
+        CReplaceFile::StopAt("write");
         ok = ok &&
              WriteChunkBank(file, static_cast<uint32_t>(cEffect.uniqueID), kNumPrograms, m_Programs,
                             sizeof(m_Programs)) &&
-             file.Flush();
-        ok = file.Close() && ok;
-        ok = ok && std::rename(temp.c_str(), path.c_str()) == 0;
-        if (!ok)
-            unlink(temp.c_str());
+             file.Close() && replace.Commit(true);
     }
     if (!ok)
         Tell(LoadStringResource(kStrBankNotWritten));

@@ -2,6 +2,7 @@
 
 #include <sndfile.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -39,29 +40,24 @@ struct Host : ::testing::Test {
 
     std::string P(const std::string& name) const { return (dir / name).string(); }
 
-    // Starts morvane with args writing output, and once it has started writing runs action in
-    // the shell ($pid is morvane's); returns its exit code and standard error.
-    Result RunAndMeanwhile(const std::string& args, const std::string& output,
-                           const std::string& action) const {
-        const std::string cmd = "sh -c '" MORVANE_CLI " " + args + " 2>" + P("stderr") +
-                                " & pid=$!; " + WaitForTemporary(output) + " " + action +
-                                "; wait $pid; echo $? >" + P("code") + "'";
+    // Starts morvane with args (env before it), which its test switch stops at point (see
+    // CReplaceFile::StopAt); once it has stopped, runs action in the shell ($pid is morvane's)
+    // and lets it go on. Returns its exit code and standard error. So the action comes at a
+    // known moment of the work, however fast it runs.
+    Result RunStoppedAt(const std::string& point, const std::string& args,
+                        const std::string& action, const std::string& env = "") const {
+        const std::string cmd =
+            "sh -c '" + env + " XDG_CONFIG_HOME=" + P("config") + " MORVANE_TEST_STOP=" + point +
+            " " MORVANE_CLI " " + args + " >" + P("stdout") + " 2>" + P("stderr") +
+            " </dev/null & pid=$!; until grep -Eq \"^State:[[:space:]]+[TZ]\" /proc/$pid/status; "
+            "do sleep 0.01; done; " +
+            action + "; kill -CONT $pid 2>/dev/null; wait $pid; echo $? >" + P("code") + "'";
         Result r{-1, "", ""};
         if (std::system(cmd.c_str()) != 0)
             return r;
         std::ifstream(P("code")) >> r.code;
         r.err = Slurp(P("stderr"));
         return r;
-    }
-
-    // Shell words that wait until morvane has started writing an output (its hidden temporary
-    // file exists), so that what follows happens in the middle of the render, however fast.
-    std::string WaitForTemporary(const std::string& output) const {
-        const fs::path out = dir / output;
-        const std::string pattern =
-            (out.parent_path() / ("." + out.filename().string() + ".morvane-*")).string();
-        return "for i in $(seq 1000); do ls " + pattern +
-               " >/dev/null 2>&1 && break; sleep 0.005; done;";
     }
 
     static std::string Slurp(const std::string& path) {
@@ -278,7 +274,7 @@ TEST_F(Host, BadInputGivesOneLineAnExitCodeAndNoFile) {
               left);
 }
 
-TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
+TEST_F(Host, FullDiskLeavesNoFile) {
     Write("long.wav", Signals::Music(44100 * 30, 44100), 2, 44100);
     // a file-size limit makes the disk "full" after 100 kB; the write must fail cleanly
     const Result full = Run("render -t 150 " + P("long.wav") + " " + P("out.wav"),
@@ -301,18 +297,126 @@ TEST_F(Host, FullDiskLeavesNoFileAndInterruptionsNone) {
     EXPECT_TRUE(fs::is_empty(P("out"))) << batch.err;
     for (unsigned i = 0; i < cores; ++i)
         fs::remove(P("copy" + std::to_string(i) + ".wav"));
-    fs::remove(P("out"));
+}
 
-    // interrupted halfway, by Ctrl-C or by a service manager: the signal goes to morvane itself
-    for (const auto& [sig, code] : {std::pair{"INT", 130}, std::pair{"TERM", 143}}) {
-        const Result r = RunAndMeanwhile("render -t 150 " + P("long.wav") + " " + P("out.wav"),
-                                         "out.wav", std::string("kill -") + sig + " $pid");
-        EXPECT_EQ(code, r.code) << sig << ": " << r.err;
-        EXPECT_NE(std::string::npos, r.err.find("interrupted")) << sig;
+// Every way a render can end early, at known moments: killed (SIGKILL: the out-of-memory killer,
+// a power cut) at its first write, half way, just before the file is named and between its two
+// namings; hung up (a closed terminal), interrupted and terminated half way. On the build
+// machine's filesystem and on a tmpfs, a file rendered before stays whole and nothing else is
+// left; a hidden name left by the one kill that can leave one goes with the next render there.
+TEST_F(Host, KilledOrInterruptedRendersLeaveNothing) {
+    Write("long.wav", Signals::Music(44100 * 30, 44100), 2, 44100);
+    std::vector<fs::path> folders{dir / "here"};
+    char shm[] = "/dev/shm/morvane-host-XXXXXX";
+    if (fs::is_directory("/dev/shm") && mkdtemp(shm))
+        folders.push_back(shm);
+    struct Case {
+        const char* point;
+        const char* signal;
+        int code;
+    };
+    for (const fs::path& folder : folders) {
+        fs::create_directories(folder);
+        const std::string out = (folder / "out.wav").string();
+        std::ofstream(out) << "rendered before";
+        for (Case c : {Case{"write:1", "KILL", 137}, Case{"write:20", "KILL", 137},
+                       Case{"name", "KILL", 137}, Case{"write:20", "HUP", 129},
+                       Case{"write:20", "INT", 130}, Case{"write:20", "TERM", 143}}) {
+            const Result r = RunStoppedAt(c.point, "render -t 150 " + P("long.wav") + " " + out,
+                                          std::string("kill -") + c.signal + " $pid");
+            EXPECT_EQ(c.code, r.code) << folder << " " << c.point << " " << c.signal << r.err;
+            if (c.code != 137) {
+                EXPECT_NE(std::string::npos, r.err.find("interrupted")) << c.signal;
+            }
+            EXPECT_EQ("rendered before", Slurp(out)) << c.point << " " << c.signal;
+            EXPECT_EQ(1, std::distance(fs::directory_iterator(folder), {})) << folder;
+        }
+        const Result named =
+            RunStoppedAt("rename", "render " + P("long.wav") + " " + out, "kill -KILL $pid");
+        EXPECT_EQ(137, named.code);
+        EXPECT_EQ("rendered before", Slurp(out));
+        ASSERT_EQ(0, Run("render " + P("long.wav") + " " + (folder / "other.wav").string()).code);
+        for (const auto& e : fs::directory_iterator(folder))
+            EXPECT_NE('.', e.path().filename().string()[0]) << e.path();
     }
-    for (const auto& name : Leftovers())
-        EXPECT_TRUE(name == "long.wav" || name == "stdout" || name == "stderr" || name == "code")
-            << name;
+    fs::remove_all(shm);
+
+    // a batch of two at once, and standard output, whose spool is an unnamed file
+    fs::create_directory(dir / "spool");
+    fs::copy_file(P("long.wav"), P("second.wav"));
+    const Result batch = RunStoppedAt(
+        "write:5", "render -j 2 -d " + P("batch") + " " + P("long.wav") + " " + P("second.wav"),
+        "kill -KILL $pid");
+    EXPECT_EQ(137, batch.code);
+    EXPECT_TRUE(fs::is_empty(P("batch")));
+    const Result piped = RunStoppedAt("write:5", "render -f wav " + P("long.wav") + " -",
+                                      "kill -HUP $pid", "TMPDIR=" + P("spool"));
+    EXPECT_EQ(129, piped.code);
+    EXPECT_TRUE(fs::is_empty(P("spool")));
+}
+
+// Where the filesystem refuses unnamed files, a render writes a hidden temporary that names this
+// host and process. Killed, it leaves that file; the next render into the folder removes it, but
+// never a temporary of a live process, one of another host, or a file of the user's own.
+TEST_F(Host, AKilledRendersTemporaryGoesWithTheNextRender) {
+    Write("in.wav", Signals::Music(44100 * 10, 44100), 2, 44100);
+    fs::create_directory(dir / "out");
+    const Result killed =
+        RunStoppedAt("write:5", "render -t 150 " + P("in.wav") + " " + P("out/take.wav"),
+                     "kill -KILL $pid", "MORVANE_TEST_NO_TMPFILE=1");
+    EXPECT_EQ(137, killed.code);
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir / "out"))
+        left.push_back(e.path().filename().string());
+    ASSERT_EQ(1u, left.size());
+    char host[256] = {};
+    gethostname(host, sizeof(host) - 1);
+    EXPECT_EQ(0u, left[0].find(".take.wav.morvane-" + std::string(host) + "-")) << left[0];
+
+    const std::vector<std::string> kept{".take.wav.morvane-" + std::string(host) + "-" +
+                                            std::to_string(getpid()) + "-0.tmp",
+                                        ".take.wav.morvane-elsewhere.example-999999-0.tmp",
+                                        ".take.wav.morvane-notes.tmp", ".mine.tmp"};
+    for (const auto& name : kept)
+        std::ofstream(dir / "out" / name) << "keep";
+    const Result next =
+        Run("render " + P("in.wav") + " " + P("out/next.wav"), "MORVANE_TEST_NO_TMPFILE=1");
+    ASSERT_EQ(0, next.code) << next.err;
+    EXPECT_FALSE(fs::exists(dir / "out" / left[0]));
+    for (const auto& name : kept)
+        EXPECT_TRUE(fs::exists(dir / "out" / name)) << name;
+    EXPECT_TRUE(fs::exists(P("out/next.wav")));
+}
+
+// The user's bank through morvane bank --import: killed while it writes or just before it
+// names the new bank, the old one stays whole and nothing else is left; two imports at once
+// leave one of the two banks whole.
+TEST_F(Host, BankImportsKilledOrAtOnceLeaveOneWholeBank) {
+    const std::string factory =
+        fs::path(MORVANE_CLI).parent_path().parent_path() / "plugin/Morvane.fxb";
+    std::string other = Slurp(factory);
+    const size_t name = other.find("Octave down");
+    ASSERT_NE(std::string::npos, name);
+    other[name] = 'o';
+    std::ofstream(P("other.fxb"), std::ios::binary) << other;
+    fs::create_directory(dir / "config");
+    const fs::path bank = dir / "config" / "Morvane.fxb";
+    fs::copy_file(factory, bank);
+    for (const char* point : {"write", "name"}) {
+        const Result r = RunStoppedAt(point, "bank --import " + P("other.fxb"), "kill -KILL $pid");
+        EXPECT_EQ(137, r.code) << point;
+        EXPECT_EQ(Slurp(factory), Slurp(bank.string())) << point;
+        EXPECT_EQ(1, std::distance(fs::directory_iterator(dir / "config"), {})) << point;
+    }
+    const std::string both = "XDG_CONFIG_HOME=" + P("config") + " " MORVANE_CLI " bank --import ";
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(0, std::system(("(" + both + factory + " & " + both + P("other.fxb") +
+                                  " & wait) 2>/dev/null")
+                                     .c_str()));
+        const std::string now = Slurp(bank.string());
+        EXPECT_TRUE(now == other || now == Slurp(factory)) << i;
+        EXPECT_EQ(1, std::distance(fs::directory_iterator(dir / "config"), {})) << i;
+    }
 }
 
 TEST_F(Host, ClippingIsReportedWithAdvice) {
@@ -397,8 +501,9 @@ TEST_F(Host, SustainedSoundsKeepWholeAndSilentGapsAreReported) {
 TEST_F(Host, VanishedOutputFolderIsAClearError) {
     Write("long.wav", Signals::Music(44100 * 30, 44100), 2, 44100);
     fs::create_directory(dir / "gone");
-    const Result r = RunAndMeanwhile("render -q -t 150 " + P("long.wav") + " " + P("gone/out.wav"),
-                                     "gone/out.wav", "rm -rf " + P("gone"));
+    const Result r =
+        RunStoppedAt("write:5", "render -q -t 150 " + P("long.wav") + " " + P("gone/out.wav"),
+                     "rm -rf " + P("gone"));
     EXPECT_EQ(4, r.code) << r.err;
     EXPECT_NE(std::string::npos, r.err.find("cannot write")) << r.err;
     EXPECT_FALSE(fs::exists(dir / "gone"));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -305,6 +306,25 @@ TEST_F(Programs, AFailedSaveKeepsTheOldBank) {
     EXPECT_FALSE(saved);
     EXPECT_NE(std::string::npos, told.find(LoadStringResource(20135)));
     EXPECT_EQ(before, Slurp(UserBank()));
+
+    // the host killed while the bank is written, or just before it is named: a process of its
+    // own, stopped there by the test switch
+    for (const char* point : {"write", "name"}) {
+        const pid_t child = fork();
+        ASSERT_LE(0, child);
+        if (child == 0) {
+            setenv("MORVANE_TEST_STOP", point, 1);
+            e.SaveProgram(2, "Killed");
+            _exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(child, waitpid(child, &status, WUNTRACED));
+        EXPECT_TRUE(WIFSTOPPED(status)) << point;
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+        EXPECT_EQ(before, Slurp(UserBank())) << point;
+        EXPECT_EQ(1, std::distance(fs::directory_iterator(prefs), {})) << point;
+    }
 }
 
 } // namespace
