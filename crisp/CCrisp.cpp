@@ -5,17 +5,16 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
+#include <utility>
 
-#include "CMorvane.h"
 #include "SampleClean.h"
+#include "SampleRateRange.h"
 
 namespace {
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 // The resampler's history sits in front of each hop it reads; it never needs more than this.
-constexpr int kHistory = CMorvaneResample::kMaxTaps;
-// 80 dB: the resampler's cleaner design, which the splice engine uses for rates set between jobs.
-constexpr int kAttenuation = 80;
+constexpr int kHistory = CCrispResample::kMaxHistory;
 
 double SafeRate(double rate) {
     return rate == rate ? std::clamp(rate, 0.5, 2.0) : 1.0;
@@ -70,22 +69,19 @@ void CCrisp::SetLowSound(float v) {
     m_bOnsetsNext = static_cast<double>(v) + 1.0 != 0;
 }
 
-void CCrisp::get_OverLevel(bool* over) {
+bool CCrisp::TakeOver() {
     std::lock_guard lock(m_cs);
-    *over = m_bOver;
-    m_bOver = false;
+    return std::exchange(m_bOver, false);
 }
 
 int CCrisp::MaxOutput(int count) const {
-    // Everything the ring can hold plus the new frames, at a time rate of at most 2, plus the
-    // resampler's flush; the same bound form as the splice engine's.
     return static_cast<int>(
-        std::min<long>(4L * (static_cast<long>(count) + m_nRingSize) + 2L * m_nRate, 0x7fffffff));
+        std::min<long>(2L * (std::max(count, 0) + m_nRingSize) + m_nRate / 2, 0x7fffffff));
 }
 
 void CCrisp::SetSamplingRate(int rate) {
     std::lock_guard lock(m_cs);
-    rate = std::clamp(rate, CMorvane::kMinRate, CMorvane::kMaxRate);
+    rate = std::clamp(rate, SampleRateRange::kMin, SampleRateRange::kMax);
     // The buffers are made at the first job: a plug-in whose other engine does the work never
     // pays for them, and hosts set the rate several times before a job.
     if (rate != m_nRate)
@@ -148,11 +144,7 @@ void CCrisp::Rebuild() {
     m_Map.SetHorizon(m_bOnsets ? -kInf : kInf);
     m_Onsets.Restart();
     m_Vocoder.Restart();
-    m_Arg.nChannels = 2;
-    m_Arg.fOutputLevel = 1.0f;
-    m_Arg.bLastSegment = 0;
-    m_Arg.dPitchRate = m_dPitch;
-    m_Resample.IniResample(m_dPitch, kAttenuation, 0.1, 100.0, true);
+    m_Resample.Design(m_dPitch);
     std::fill(m_pStretch, m_pStretch + 2L * m_nStretchRoom, 0.0f);
     m_nStretched = static_cast<int64_t>(OutputCentre(0) - m_Vocoder.Window() / 2.0);
     m_bRestartDue = false;
@@ -184,8 +176,7 @@ void CCrisp::ApplyRates() {
     m_dTime = m_dTimeNext;
     if (m_dPitchNext != m_dPitch) {
         m_dPitch = m_dPitchNext;
-        m_Arg.dPitchRate = m_dPitch;
-        m_Resample.IniResample(m_dPitch, kAttenuation, 0.1, 100.0, true);
+        m_Resample.Design(m_dPitch);
     }
     m_Map.Rebase(m_dTime * m_dPitch, c, o);
 }
@@ -282,9 +273,7 @@ void CCrisp::Emit(float** out, int* produced, const float* left, const float* ri
         data[2 * i + 1] = right[i];
     }
     float* dest[2] = {out[0] + *produced, out[1] + *produced};
-    m_Arg.bOver = 0;
-    int k = m_Resample.Resample(dest, data, n, &m_Arg, true);
-    m_bOver = m_bOver || m_Arg.bOver;
+    int k = m_Resample.Read(dest, data, n, &m_bOver);
     // Frames past the job's length are dropped.
     if (m_nStretchEnd >= 0)
         k = static_cast<int>(std::clamp<int64_t>(Target() - m_nOut, 0, k));
@@ -298,7 +287,7 @@ void CCrisp::Finish(float** out, int* produced) {
     const int hop = m_Vocoder.Hop();
     std::fill(m_pHop[0], m_pHop[0] + hop, 0.0f);
     std::fill(m_pHop[1], m_pHop[1] + hop, 0.0f);
-    for (int pushed = 0; pushed < m_Resample.HalfLength() + 2; pushed += hop)
+    for (int pushed = 0; pushed < m_Resample.Delay(); pushed += hop)
         Emit(out, produced, m_pHop[0], m_pHop[1], hop);
     const int64_t pad = std::max<int64_t>(Target() - m_nOut, 0);
     std::fill(out[0] + *produced, out[0] + *produced + pad, 0.0f);
@@ -308,7 +297,7 @@ void CCrisp::Finish(float** out, int* produced) {
     m_bDone = true;
 }
 
-int CCrisp::procMorvane(float** out, float** in, int count, bool last) {
+int CCrisp::Process(float** out, float** in, int count, bool last) {
     std::lock_guard lock(m_cs);
     count = std::max(count, 0);
     if (m_bRestartDue)
@@ -344,8 +333,8 @@ int CCrisp::procMorvane(float** out, float** in, int count, bool last) {
             taken += accepted;
             if (taken == count && last) {
                 m_bFinal = true;
-                m_nStretchEnd = static_cast<int64_t>(std::ceil(Target() * m_dPitch)) +
-                                m_Resample.HalfLength() + 2;
+                m_nStretchEnd =
+                    static_cast<int64_t>(std::ceil(Target() * m_dPitch)) + m_Resample.Delay();
             }
         }
         FeedDetector();

@@ -3,11 +3,10 @@
 #include <cstdint>
 
 #include "CCrispOnsets.h"
+#include "CCrispResample.h"
 #include "CCrispTimeMap.h"
 #include "CCrispVocoder.h"
 #include "CCriticalSection.h"
-#include "CMorvaneResample.h"
-#include "mvArg.h"
 
 // The second engine: attacks kept once and in place. A phase vocoder stretches by
 // time x pitch rate, reading each attack 1:1 (CCrispTimeMap) with its phases rebuilt
@@ -33,12 +32,14 @@ public:
     void StartToProcess();
     void SetActive(bool on);
     void SetLowSound(float v); // only -1 turns it off, as in the splice engine; at the next job
-    void get_OverLevel(bool* over);
+    // Whether some output went above full scale since the last call.
+    bool TakeOver();
 
-    // As the splice engine's procMorvane: count frames of in[0] and in[1], last on the block that
-    // ends the recording; returns the frames written from index 0 of out[0] and out[1], at most
-    // MaxOutput(count).
-    int procMorvane(float** out, float** in, int count, bool last);
+    // count frames of in[0] and in[1], last on the block that ends the recording; returns the
+    // frames written from index 0 of out[0] and out[1], at most MaxOutput(count).
+    int Process(float** out, float** in, int count, bool last);
+    // All the input the ring may hold unturned plus this call's, at a time rate of at most 2,
+    // plus half a second for the resampler's flush and the rounding of the job's length.
     int MaxOutput(int count) const;
     int SampleRate() const { return m_nRate; }
 
@@ -57,11 +58,10 @@ private:
     void Finish(float** out, int* produced);
 
     CCriticalSection m_cs;
-    mvArg m_Arg; // the resampler's view of the settings
     CCrispOnsets m_Onsets;
     CCrispTimeMap m_Map;
     CCrispVocoder m_Vocoder;
-    CMorvaneResample m_Resample;
+    CCrispResample m_Resample;
 
     int m_nRate = 0;
     double m_dTime = 1, m_dPitch = 1;         // in force

@@ -189,11 +189,12 @@ int64_t CMorvane::SilencedFrames() {
 }
 
 int CMorvane::MaxOutput(int count) const {
-    // Held input (one second) plus this call's, stretched by at most 2 (time x pitch bound),
-    // read at a pitch step of at least 0.5, so the output is at most 2 x time-rate frames per
-    // input frame; add room for lags and the resampler's flush.
+    // A call turns at most the second held plus its own frames into output, at most twice as
+    // many (the time rate; the pitch rate stretches and the resampler reads it back by the same
+    // factor). Half a second more covers the carry, the last splice's lag and the resampler's
+    // flush.
     return static_cast<int>(std::min<long>(
-        4L * (static_cast<long>(count) + nSampleRate) + 2L * nSampleRate, 0x7fffffff));
+        2L * (std::max(count, 0) + static_cast<long>(nSampleRate)) + nSampleRate / 2, 0x7fffffff));
 }
 
 int CMorvane::Segment(float** out, int produced, bool lastFlag) {

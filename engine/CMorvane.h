@@ -7,6 +7,7 @@
 #include "CMorvaneDetect.h"
 #include "CMorvaneResample.h"
 #include "CRemez.h"
+#include "SampleRateRange.h"
 #include "mvArg.h"
 
 // The engine front: takes the host's blocks, holds up to one second, cuts it at onsets, stretches
@@ -16,8 +17,8 @@
 class CMorvane : public mvArg {
 public:
     // Rates outside this range are taken as the nearest bound, for buffer sizes and frames.
-    static constexpr int kMinRate = 1000;
-    static constexpr int kMaxRate = 768000;
+    static constexpr int kMinRate = SampleRateRange::kMin;
+    static constexpr int kMaxRate = SampleRateRange::kMax;
 
     CMorvane();
     ~CMorvane();
@@ -66,6 +67,14 @@ private:
     CMorvaneBlock m_Block;
     CMorvaneResample m_Resample;
     CRemez m_Remez; // kept with the engine for filter design; never used while processing
+    // The two working buffers, two floats a frame whatever nChannels says, made for a sampling
+    // rate and cleared at every job:
+    // - m_pInBuf, 2.5 s (5 x rate floats): 1024 frames of history that the splice search may
+    //   reach back into, then the held input, at most one second (a segment never spans more),
+    //   then room that the search and the end-aligned copies may read past the held frames.
+    // - m_pOutBuf, 5 s (10 x rate floats): the resampler's history (m_nLatency frames), then one
+    //   segment as the block stretcher writes it: one second stretched by time x pitch, at most
+    //   2, with the carry and the last lag on top, and the resampler's flush after it.
     float* m_pInBuf = nullptr;
     float* m_pOutBuf = nullptr;
     int32_t m_nLatency = 0;

@@ -115,14 +115,16 @@ void AMorvane::open() {
 }
 
 void AMorvane::suspend() {
-    Engines([](auto& e) { e.SetActive(false); });
+    for (auto& e : m_Engines)
+        e->SetActive(false);
     m_fHost[MorvaneParameters::kOnOff] = 0.0f;
     EditorUpdate(MorvaneParameters::kOnOff, 0.0f);
     m_nConsumed = 0;
 }
 
 void AMorvane::resume() {
-    Engines([](auto& e) { e.SetActive(true); });
+    for (auto& e : m_Engines)
+        e->SetActive(true);
     m_fHost[MorvaneParameters::kOnOff] = 1.0f;
     EditorUpdate(MorvaneParameters::kOnOff, 1.0f);
     AudioEffectX::resume();
@@ -162,7 +164,7 @@ VstInt32 AMorvane::canDo(char* text) {
 
 VstIntPtr AMorvane::vendorSpecific(VstInt32 index, VstIntPtr value, void*, float) {
     if (index == MorvaneEngine::kSilencedTag)
-        return m_nEngine == MorvaneEngine::kCrisp ? 0 : m_Engine.SilencedFrames();
+        return m_pJob.load()->SilencedFrames();
     if (index != MorvaneEngine::kTag)
         return 0;
     if (value == MorvaneEngine::kSplice || value == MorvaneEngine::kCrisp)

@@ -2,16 +2,16 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "AMorvaneProgram.h"
 #include "AMorvaneView.h"
 #include "AudioEffectX.h"
-#include "CCrisp.h"
 #include "CCriticalSection.h"
-#include "CMorvane.h"
 #include "MorvaneEngine.h"
 #include "MorvaneParameters.h"
+#include "StretchEngine.h"
 
 // The effect the host drives: an offline time-stretch and pitch-shift that works only in the
 // variable-I/O call. Five parameters, 64 programs, a fixed announced delay of 44100 frames.
@@ -92,12 +92,9 @@ private:
     void SetSwitchOrOutput(int index, float v);
     void SetRateFromHost(int index, float v);
     void FreeBuffers();
-    // Both engines hear every setting, so either can run the next job as the user left it.
-    template <class Call> void Engines(Call call) {
-        call(m_Engine);
-        call(m_Crisp);
-    }
-    int Produce(float** out, float** in, int count, bool last);
+    // to every engine, so that either can run the next job as the user left it
+    void SetTimeRates(double rate);
+    void SetPitchRates(double rate);
     // The panel, when it is open: parameter changes and program changes show on it.
     void EditorUpdate(int index, float value);
     void EditorModify();
@@ -114,12 +111,14 @@ private:
     AMorvaneProgram m_Programs[kNumPrograms];
     CCriticalSection m_cs;
     AMorvaneView* m_pView = nullptr;
-    CMorvane m_Engine;
-    CCrisp m_Crisp;
+    // One engine of each kind, by MorvaneEngine value less one. Both hear every setting, so
+    // either can run the next job as the user left it.
+    std::unique_ptr<StretchEngine> m_Engines[2] = {StretchEngine::Make(MorvaneEngine::kSplice),
+                                                   StretchEngine::Make(MorvaneEngine::kCrisp)};
     // asked for by the host at any time; taken when a job starts
     std::atomic<int> m_nEngineWanted{MorvaneEngine::kSplice};
-    std::atomic<int> m_nEngine{
-        MorvaneEngine::kSplice}; // the job's; the panel reads it for the over flag
+    // the job's; the panel reads its over flag
+    std::atomic<StretchEngine*> m_pJob{m_Engines[0].get()};
     char m_szPluginDir[2048] = {};
     void* m_pPanelLibrary = nullptr; // dlopen's handle, once the panel is loaded
     bool m_bPanelTried = false;

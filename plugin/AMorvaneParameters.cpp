@@ -36,14 +36,15 @@ void AMorvane::SetSwitchOrOutput(int index, float v) {
     m_Programs[curProgram].fValue[index] = v;
     if (index == kOnOff) {
         // active when the value truncated to an integer is not 0 (0.99 is off)
-        Engines([&](auto& e) {
-            e.SetActive(static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0);
-        });
+        const bool on = static_cast<int>(v == v ? std::clamp(v, -2.0f, 2.0f) : 0.0f) != 0;
+        for (auto& e : m_Engines)
+            e->SetActive(on);
     } else if (index == kOutput) {
         m_fLevel = NormalizeValToInternalVal(kOutput, v);
         SetOutputGain(static_cast<float>(std::pow(2.0, m_fLevel / 6.0)));
     } else {
-        Engines([&](auto& e) { e.SetLowSound(v); });
+        for (auto& e : m_Engines)
+            e->SetLowSound(v);
     }
 }
 
@@ -66,9 +67,19 @@ void AMorvane::SetRateFromHost(int index, float v) {
     if (!WithinBound(m_fHost[index], m_fHost[other]))
         m_fHost[index] = static_cast<float>(2.0 / m_fHost[other]);
     else if (index == kPitch)
-        Engines([&](auto& e) { e.SetPitchRate(rate, Running()); });
+        SetPitchRates(rate);
     else
-        Engines([&](auto& e) { e.SetTimeRate(rate, Running()); });
+        SetTimeRates(rate);
+}
+
+void AMorvane::SetTimeRates(double rate) {
+    for (auto& e : m_Engines)
+        e->SetTimeRate(rate, Running());
+}
+
+void AMorvane::SetPitchRates(double rate) {
+    for (auto& e : m_Engines)
+        e->SetPitchRate(rate, Running());
 }
 
 void AMorvane::setParameter(VstInt32 index, float v) {
@@ -108,7 +119,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
             setParameter(kTime, static_cast<float>(2.0 / m_fHost[kPitch]));
             return;
         }
-        Engines([&](auto& e) { e.SetTimeRate(t, Running()); });
+        SetTimeRates(t);
         program.fValue[kTime] = static_cast<float>(t);
         break;
     }
@@ -123,7 +134,7 @@ void AMorvane::setParameterFromDiaplay(int index, float d) {
             setParameter(kPitch, 2.0f); // the bound itself, which the host path lowers again
             return;
         }
-        Engines([&](auto& e) { e.SetPitchRate(p, Running()); });
+        SetPitchRates(p);
         program.fValue[kPitch] = static_cast<float>(p);
         break;
     }
@@ -164,7 +175,7 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
                 setParameter(kPitch, 2.0f);
                 return;
             }
-            Engines([&](auto& e) { e.SetPitchRate(p, Running()); });
+            SetPitchRates(p);
         }
         program.fValue[kPitch] = m_fHost[kPitch];
         break;
@@ -179,7 +190,7 @@ void AMorvane::setParameterFormUI(int index, float v, int noCheck) {
                 setParameter(kTime, static_cast<float>(2.0 / m_fHost[kPitch]));
                 return;
             }
-            Engines([&](auto& e) { e.SetTimeRate(m_fHost[kTime], Running()); });
+            SetTimeRates(m_fHost[kTime]);
         }
         program.fValue[kTime] = m_fHost[kTime];
         break;

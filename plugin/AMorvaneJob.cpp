@@ -1,5 +1,5 @@
-// The offline job: the host's variable-I/O calls, the engine's variable output, and the FIFO that
-// reconciles the two.
+// The offline job: the host's variable-I/O calls, the job's engine and its variable output, and
+// the queue (a FIFO) that reconciles the two.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -10,6 +10,7 @@
 #endif
 
 #include "AMorvane.h"
+#include "SampleRateRange.h"
 
 namespace {
 
@@ -52,24 +53,30 @@ void AMorvane::FreeBuffers() {
 void AMorvane::setSampleRate(float rate) {
     std::lock_guard lock(m_cs);
     // A rate the engine cannot run at is held to its range; the framework's own member is left.
-    const int r = rate == rate ? static_cast<int>(std::clamp(rate, float(CMorvane::kMinRate),
-                                                             float(CMorvane::kMaxRate)))
+    const int r = rate == rate ? static_cast<int>(std::clamp(rate, float(SampleRateRange::kMin),
+                                                             float(SampleRateRange::kMax)))
                                : 44100;
     m_Format.nSamplesPerSec = static_cast<uint32_t>(r);
     m_Format.nAvgBytesPerSec = static_cast<uint32_t>(r) * 8;
-    Engines([&](auto& e) { e.SetSamplingRate(r); });
+    for (auto& e : m_Engines)
+        e->SetSamplingRate(r);
 
-    // Four seconds, and never less than the announced delay plus three seconds: at low rates
-    // 44100 frames of lead-in are more than four seconds.
+    // A host block is fed to the engine in slices of a quarter second. The queue holds the
+    // announced delay, which a job's output starts with, and what one slice can produce with
+    // either engine, so the first slice always goes in; the engine writes into the queue, or
+    // beside it (m_pEngineOut, as large) when the slice's output could reach the queue's end.
+    // Left uninitialised: only what an engine writes is ever read, so a short job touches
+    // only the pages it reaches.
+    m_nSlice = r / 4;
+    int64_t most = 0;
+    for (auto& e : m_Engines)
+        most = std::max<int64_t>(most, e->MaxOutput(static_cast<int>(m_nSlice)));
     FreeBuffers();
-    m_nCapacity = std::max<int64_t>(static_cast<int64_t>(r * 4.0), kInitialDelay + 3L * r);
+    m_nCapacity = kInitialDelay + most;
     for (int c = 0; c < 2; ++c) {
         m_pEngineOut[c] = new float[m_nCapacity];
         m_pFifo[c] = new float[m_nCapacity];
     }
-    // A host block is fed to the engine in slices whose output (held second plus slice, at a
-    // time rate of at most 2, plus splice lags) always fits the engine buffers.
-    m_nSlice = r / 4;
     m_nRead = m_nWrite = m_nFill = m_nSilence = 0;
     m_bFinished = 0;
     m_nTotal = 0;
@@ -82,11 +89,8 @@ VstInt32 AMorvane::startProcess() {
     m_nTotal = 0;
     m_nConsumed = 0;
     // The engine the host chose takes this job; a choice made during it waits for the next.
-    m_nEngine = m_nEngineWanted.load();
-    if (m_nEngine == MorvaneEngine::kCrisp)
-        m_Crisp.StartToProcess();
-    else
-        m_Engine.StartToProcess();
+    m_pJob = m_Engines[m_nEngineWanted.load() - 1].get();
+    m_pJob.load()->StartJob();
     // The job's output starts with the announced delay as silence, counted in the fill but not
     // stored, so that the FIFO's memory is touched only by what the engine makes.
     m_nSilence = m_nFill = cEffect.initialDelay;
@@ -179,7 +183,8 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
     };
     // The block that brings the input to the job's total is handed over whole, the announced
     // frames and any beyond them, and the engine hears of the end with its final slice.
-    const int64_t worst = 2 * (m_Engine.nSampleRate + m_nSlice) + m_Engine.nSampleRate / 2;
+    StretchEngine& engine = *m_pJob.load();
+    const int64_t worst = engine.MaxOutput(static_cast<int>(m_nSlice));
     const bool lastBlock = m_nConsumed + offered >= m_nTotal && m_nTotal > 0;
     int64_t taken = 0;
     do {
@@ -195,11 +200,11 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
         // Straight into the FIFO when what a slice can produce fits before its end.
         if (m_nWrite + worst <= m_nCapacity) {
             float* to[2] = {m_pFifo[0] + m_nWrite, m_pFifo[1] + m_nWrite};
-            const int produced = Produce(to, in, static_cast<int>(slice), last);
+            const int produced = engine.Process(to, in, static_cast<int>(slice), last);
             m_nWrite = (m_nWrite + produced) % m_nCapacity;
             m_nFill += produced;
         } else {
-            const int produced = Produce(m_pEngineOut, in, static_cast<int>(slice), last);
+            const int produced = engine.Process(m_pEngineOut, in, static_cast<int>(slice), last);
             AppendToFifo(m_pEngineOut, produced);
         }
         m_nConsumed += slice;
@@ -226,15 +231,5 @@ void AMorvane::GetVU(float* m0, float* m1, float* m2, float* m3) {
 }
 
 bool AMorvane::GetClip() {
-    bool over = false;
-    if (m_nEngine == MorvaneEngine::kCrisp)
-        m_Crisp.get_OverLevel(&over);
-    else
-        m_Engine.get_OverLevel(&over);
-    return over;
-}
-
-int AMorvane::Produce(float** out, float** in, int count, bool last) {
-    return m_nEngine == MorvaneEngine::kCrisp ? m_Crisp.procMorvane(out, in, count, last)
-                                              : m_Engine.procMorvane(out, in, count, last);
+    return m_pJob.load()->TakeOver();
 }
