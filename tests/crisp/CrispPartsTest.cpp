@@ -1,0 +1,296 @@
+// The crisp engine's parts, each through its own operations: the transform, the onset finder,
+// the time map and the vocoder.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <limits>
+#include <vector>
+
+#include "CCrispOnsets.h"
+#include "CCrispTimeMap.h"
+#include "CCrispVocoder.h"
+#include "CRealFft.h"
+#include "support/Signals.h"
+
+namespace {
+
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
+    CRealFft fft;
+    EXPECT_FALSE(fft.Prepare(96));
+    EXPECT_FALSE(fft.Prepare(2 * CRealFft::kMaxPoints));
+    for (int n : {64, 256}) {
+        ASSERT_TRUE(fft.Prepare(n));
+        const auto noise = Signals::Noise(n, 1, 1.0, n);
+        const std::vector<double> x(noise.begin(), noise.end());
+        std::vector<double> re(n / 2 + 1), im(n / 2 + 1), back(n);
+        fft.Forward(x.data(), re.data(), im.data());
+        for (int k = 0; k <= n / 2; ++k) {
+            std::complex<double> sum = 0;
+            for (int j = 0; j < n; ++j)
+                sum += x[j] * std::polar(1.0, -2 * M_PI * double(j) * k / n);
+            EXPECT_NEAR(sum.real(), re[k], 1e-10 * n) << n << " " << k;
+            EXPECT_NEAR(sum.imag(), im[k], 1e-10 * n) << n << " " << k;
+        }
+        const auto spectrum = re;
+        fft.Inverse(re.data(), im.data(), back.data());
+        EXPECT_EQ(spectrum, re); // the spectrum is kept
+        for (int j = 0; j < n; ++j)
+            ASSERT_NEAR(x[j], back[j], 1e-12) << n << " " << j;
+    }
+}
+
+// A cosine of amplitude A on bin k0 of n gives A n / 2 at its phase there and nothing elsewhere.
+TEST(CrispFft, LongSineLandsInItsBin) {
+    const int n = 4096, k0 = 300;
+    const double amp = 0.7, phase = 0.4;
+    CRealFft fft;
+    ASSERT_TRUE(fft.Prepare(n));
+    std::vector<double> x(n), re(n / 2 + 1), im(n / 2 + 1);
+    for (int j = 0; j < n; ++j)
+        x[j] = amp * std::cos(2 * M_PI * k0 * j / n + phase);
+    fft.Forward(x.data(), re.data(), im.data());
+    for (int k = 0; k <= n / 2; ++k) {
+        const auto expected = k == k0 ? std::polar(amp * n / 2, phase) : 0.0;
+        EXPECT_NEAR(expected.real(), re[k], 1e-6) << k;
+        EXPECT_NEAR(expected.imag(), im[k], 1e-6) << k;
+    }
+}
+
+// Every onset the finder reports, refined, for a mono signal fed as the engine feeds it: frames
+// centred on NextCentre(), zeros outside the signal, until the decisions pass its end.
+std::vector<double> FindOnsets(const std::vector<float>& x) {
+    CCrispOnsets onsets;
+    onsets.Configure(1024, 44100);
+    const int frame = onsets.FrameLength(), half = frame / 2;
+    const int64_t n = static_cast<int64_t>(x.size());
+    std::vector<float> padded(x.size() + 2 * frame, 0.0f);
+    std::copy(x.begin(), x.end(), padded.begin() + frame);
+    auto at = [&](int64_t t) { return padded.data() + frame + t; };
+    std::vector<double> found;
+    while (onsets.NextCentre() - half <= n + CCrispOnsets::kLead * onsets.Hop()) {
+        const int64_t onset = onsets.Analyse(at(onsets.NextCentre() - half));
+        if (onset >= 0)
+            found.push_back(double(onset - half) +
+                            CCrispOnsets::Refine(at(onset - half), frame, frame / 16));
+    }
+    return found;
+}
+
+// 3 ms of decaying noise from each place.
+void AddClicks(std::vector<float>& x, const std::vector<int>& at) {
+    const auto noise = Signals::Noise(132, 1, 0.5, 9);
+    for (int t : at)
+        for (int i = 0; i < 132; ++i)
+            x[t + i] += noise[i] * static_cast<float>(std::exp(-i / 40.0));
+}
+
+// Eight harmonics of 220 Hz, faded in and out over `fade` frames.
+std::vector<float> Tone(int frames, double amp, int fade) {
+    std::vector<float> x(frames);
+    for (int i = 0; i < frames; ++i) {
+        const double phase = 2 * M_PI * 220 * i / 44100;
+        const double gain = amp * std::min({1.0, double(i) / fade, double(frames - i) / fade});
+        for (int h = 1; h <= 8; ++h)
+            x[i] += static_cast<float>(gain / h * std::sin(h * phase));
+    }
+    return x;
+}
+
+TEST(CrispOnsets, ClicksAreFoundWithinAMillisecondAndAHalf) {
+    const std::vector<int> clicks = {5000, 20011, 31337, 52950, 70000};
+    std::vector<float> silence(88200, 0.0f);
+    std::vector<float> quiet = Tone(88200, 0.03, 2205);
+    for (auto* x : {&silence, &quiet}) {
+        AddClicks(*x, clicks);
+        const auto found = FindOnsets(*x);
+        ASSERT_EQ(clicks.size(), found.size());
+        for (size_t i = 0; i < clicks.size(); ++i)
+            EXPECT_NEAR(clicks[i], found[i], 0.0015 * 44100) << i;
+    }
+}
+
+TEST(CrispOnsets, ASteadyToneHasNone) {
+    // (faded over 100 ms: a swell is no attack, and a cut would be one)
+    EXPECT_TRUE(FindOnsets(Tone(88200, 0.5, 4410)).empty());
+}
+
+constexpr int kWindow = 2048;
+// Far apart, and two pairs close enough that their ramps overlap; the first pair's stretches are
+// narrowed at every ratio, the second's at the strongest compression only.
+const std::vector<double> kOnsets = {20000, 60000, 62000, 90000, 93900, 130000};
+constexpr double kEnd = 150000; // input centres walked
+
+CCrispTimeMap Map(double ratio) {
+    CCrispTimeMap map;
+    map.Configure(kWindow);
+    map.Restart(ratio);
+    return map;
+}
+
+struct Step {
+    double o, c;
+};
+
+// Output centres every `step` from 0 through the input's end, each with the centre it reads;
+// onsets become known only as the horizon passes them, when `incremental`.
+std::vector<Step> Walk(double ratio, double step, bool incremental = false) {
+    CCrispTimeMap map = Map(ratio);
+    size_t added = 0;
+    double horizon = 0;
+    auto reveal = [&](double h) {
+        for (; added < kOnsets.size() && kOnsets[added] < h; ++added)
+            map.AddOnset(kOnsets[added]);
+        map.SetHorizon(horizon = h);
+    };
+    if (!incremental)
+        reveal(kInf);
+    std::vector<Step> walk;
+    for (double o = 0; o <= kEnd * ratio; o += step) {
+        double c = 0;
+        while (!map.Centre(o, &c)) {
+            if (!incremental || horizon > 2 * kEnd)
+                return walk;
+            reveal(horizon + 256);
+        }
+        EXPECT_TRUE(!incremental || c + map.Lookahead() <= horizon) << o;
+        walk.push_back({o, c});
+    }
+    return walk;
+}
+
+// dc / do between neighbouring steps whose input centres lie within (from, to).
+std::vector<double> Paces(const std::vector<Step>& walk, double from = -kInf, double to = kInf) {
+    std::vector<double> paces;
+    for (size_t i = 1; i < walk.size(); ++i)
+        if (walk[i - 1].c > from && walk[i].c < to)
+            paces.push_back((walk[i].c - walk[i - 1].c) / (walk[i].o - walk[i - 1].o));
+    return paces;
+}
+
+TEST(CrispTimeMap, PaceStaysWithinAFactorOfTwoOfTheRatio) {
+    for (double r : {0.5, 1.5, 2.0}) {
+        const auto walk = Walk(r, 8);
+        ASSERT_GT(walk.back().c, kEnd - 10) << r;
+        const auto paces = Paces(walk);
+        const auto [slowest, fastest] = std::minmax_element(paces.begin(), paces.end());
+        // dc / do: output pace r / 2 .. 2 r reads input at 1 / (2 r) .. 2 / r
+        EXPECT_GE(*slowest, 1 / (2 * r) - 1e-9) << r;
+        EXPECT_LE(*fastest, 2 / r + 1e-9) << r;
+    }
+}
+
+// Far from onsets the input is read at 1 / ratio; between two close onsets one steady pace
+// joins their 1:1 stretches, with no plain stretch or change of pace in between.
+TEST(CrispTimeMap, CloseOnsetsShareTheirRamps) {
+    for (double r : {0.5, 1.5, 2.0}) {
+        const auto walk = Walk(r, 2);
+        const auto far = Paces(walk, 38000, 42000);
+        ASSERT_GT(far.size(), 100u);
+        for (double p : far)
+            ASSERT_NEAR(1 / r, p, 1e-9) << r;
+        for (int i : {1, 3}) {
+            const double edge = 0.36 * kWindow; // past the widest 1:1 stretch
+            const auto between = Paces(walk, kOnsets[i] + edge, kOnsets[i + 1] - edge);
+            ASSERT_GT(between.size(), 10u) << r << " " << i;
+            EXPECT_GT(std::fabs(between[0] - 1 / r), 0.1) << r << " " << i;
+            for (double p : between)
+                ASSERT_NEAR(between[0], p, 1e-9) << r << " " << i;
+        }
+    }
+}
+
+// The onset goes out at its own time x ratio, and the frames around it are read 1:1.
+TEST(CrispTimeMap, EachOnsetGoesOutAtItsTimeTimesTheRatio) {
+    const double span = kWindow / 8.0;
+    for (double r : {0.5, 1.5, 2.0}) {
+        CCrispTimeMap map = Map(r);
+        for (double t : kOnsets)
+            map.AddOnset(t);
+        map.SetHorizon(kInf);
+        for (double t : kOnsets) {
+            for (double d : {-span, 0.0, span}) {
+                double c = 0;
+                ASSERT_TRUE(map.Centre(t * r + d, &c));
+                EXPECT_NEAR(t + d, c, 1e-6) << r << " " << t << " " << d;
+                EXPECT_EQ(t, map.OnsetAt(c));
+            }
+        }
+        EXPECT_LT(map.OnsetAt(40000), 0);
+    }
+}
+
+// A centre waits for the onsets within Lookahead() past it, and then reads as if every onset
+// had been known from the start.
+TEST(CrispTimeMap, CentresWaitForTheOnsetsTheyDependOn) {
+    double c = 0;
+    EXPECT_FALSE(Map(2.0).Centre(0, &c));
+    for (double r : {0.5, 1.5, 2.0}) {
+        const auto known = Walk(r, 64), revealed = Walk(r, 64, true);
+        ASSERT_EQ(known.size(), revealed.size()) << r;
+        for (size_t i = 0; i < known.size(); ++i)
+            ASSERT_NEAR(known[i].c, revealed[i].c, 1e-9) << r << " " << known[i].o;
+    }
+}
+
+// The vocoder driven as the engine drives it, without attacks: each frame read `analysis`
+// samples after the last, zeros outside the input. The first frame starts one synthesis hop into
+// its window, so the output from its start counts that lead and is dropped.
+Signals::Planar Vocode(Signals::Planar in, int window, int analysis) {
+    CCrispVocoder vocoder;
+    vocoder.Configure(window);
+    const int hop = vocoder.Hop(), n = static_cast<int>(in.size()), lead = window - hop;
+    for (auto* x : {&in.left, &in.right}) {
+        x->insert(x->begin(), lead, 0.0f);
+        x->resize(n + lead + window + analysis, 0.0f);
+    }
+    Signals::Planar out;
+    std::vector<float> left(hop), right(hop);
+    for (int at = 0; at < n + lead; at += analysis) {
+        vocoder.Frame(&in.left[at], &in.right[at], analysis, false);
+        vocoder.Take(left.data(), right.data());
+        out.left.insert(out.left.end(), left.begin(), left.end());
+        out.right.insert(out.right.end(), right.begin(), right.end());
+    }
+    out.left.erase(out.left.begin(), out.left.begin() + lead);
+    out.right.erase(out.right.begin(), out.right.begin() + lead);
+    return out;
+}
+
+Signals::Planar MultiTone(int frames) {
+    Signals::Planar p;
+    const auto a = Signals::Sine(frames, 1, 220.0 / 44100, 0.3);
+    const auto b = Signals::Sine(frames, 1, 1234.5 / 44100, 0.2, 1.0);
+    const auto c = Signals::Sine(frames, 1, 3520.0 / 44100, 0.1, 2.0);
+    for (int i = 0; i < frames; ++i) {
+        p.left.push_back(a[i] + b[i]);
+        p.right.push_back(a[i] + c[i] - 0.5f * b[i]);
+    }
+    return p;
+}
+
+TEST(CrispVocoder, AtRateOneTheInputComesBack) {
+    const auto in = MultiTone(44100);
+    const auto out = Vocode(in, 2048, 512);
+    ASSERT_GE(out.size(), in.size());
+    double worst = 0;
+    for (size_t i = 0; i < in.size(); ++i)
+        worst = std::max({worst, std::fabs(double(out.left[i]) - in.left[i]),
+                          std::fabs(double(out.right[i]) - in.right[i])});
+    EXPECT_LT(worst, 1e-6); // float rounding
+}
+
+TEST(CrispVocoder, IdenticalChannelsStayIdentical) {
+    auto in = MultiTone(44100);
+    in.right = in.left;
+    for (int analysis : {512, 300, 900}) {
+        const auto out = Vocode(in, 2048, analysis);
+        EXPECT_GT(*std::max_element(out.left.begin(), out.left.end()), 0.3f) << analysis;
+        EXPECT_EQ(out.left, out.right) << analysis;
+    }
+}
+
+} // namespace
