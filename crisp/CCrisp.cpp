@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -35,12 +36,6 @@ int WindowFor(int rate) {
 
 CCrisp::CCrisp() {
     SetSamplingRate(44100);
-}
-
-CCrisp::~CCrisp() {
-    for (float* p : {m_pRing[0], m_pRing[1], m_pFrame[0], m_pFrame[1], m_pHop[0], m_pHop[1],
-                     m_pMono, m_pStretch})
-        delete[] p;
 }
 
 void CCrisp::SetTimeRate(double rate, bool running) {
@@ -94,21 +89,24 @@ void CCrisp::SetSamplingRate(int rate) {
 }
 
 void CCrisp::Size() {
-    for (float* p : {m_pRing[0], m_pRing[1], m_pFrame[0], m_pFrame[1], m_pHop[0], m_pHop[1],
-                     m_pMono, m_pStretch})
-        delete[] p;
     const int window = WindowFor(m_nRate);
     m_Vocoder.Configure(window);
     m_Onsets.Configure(window / 2, m_nRate);
     m_Map.Configure(window);
+    const int hop = m_Vocoder.Hop();
+    m_nStretchRoom = 2 * kHistory + hop;
+    // One zeroed allocation, in the order of the members that view it.
+    m_pStore = std::make_unique<float[]>(2 * (m_nRingSize + window + hop) + window / 2 +
+                                         2L * m_nStretchRoom);
+    float* next = m_pStore.get();
+    const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
     for (int c = 0; c < 2; ++c) {
-        m_pRing[c] = new float[m_nRingSize]();
-        m_pFrame[c] = new float[window]();
-        m_pHop[c] = new float[m_Vocoder.Hop()]();
+        m_pRing[c] = take(m_nRingSize);
+        m_pFrame[c] = take(window);
+        m_pHop[c] = take(hop);
     }
-    m_pMono = new float[window / 2]();
-    m_nStretchRoom = 2 * kHistory + m_Vocoder.Hop();
-    m_pStretch = new float[2L * m_nStretchRoom]();
+    m_pMono = take(window / 2);
+    m_pStretch = take(2L * m_nStretchRoom);
     m_bSized = true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "CCrispOnsets.h"
 #include "CCrispResample.h"
@@ -20,7 +21,6 @@
 class CCrisp {
 public:
     CCrisp();
-    ~CCrisp();
     CCrisp(const CCrisp&) = delete;
     CCrisp& operator=(const CCrisp&) = delete;
 
@@ -72,6 +72,8 @@ private:
     bool m_bOver = false;
     bool m_bSized = false;      // the buffers and stages fit m_nRate
     bool m_bRestartDue = false; // a restart waits for the buffers
+
+    std::unique_ptr<float[]> m_pStore; // the buffers below are views into it
 
     // input: a ring of recent frames per channel
     float* m_pRing[2] = {};

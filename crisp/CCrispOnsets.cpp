@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <memory>
 #include <numbers>
+#include <utility>
 
 namespace {
 // Compression of magnitudes: a full-scale partial counts log(101), one 40 dB down log(2).
@@ -14,23 +16,21 @@ constexpr double kOverAverage = 1.3;
 constexpr int kAverageBefore = 10;
 } // namespace
 
-CCrispOnsets::~CCrispOnsets() {
-    for (double* p : {m_pWin, m_pTime, m_pRe, m_pIm, m_pLog, m_pPrev})
-        delete[] p;
-}
-
 void CCrispOnsets::Configure(int frame, int rate) {
-    if (frame != m_nFrame || !m_pWin) {
-        for (double* p : {m_pWin, m_pTime, m_pRe, m_pIm, m_pLog, m_pPrev})
-            delete[] p;
+    if (frame != m_nFrame || !m_pStore) {
         m_nFrame = frame;
         m_Fft.Prepare(frame);
-        m_pWin = new double[frame];
-        m_pTime = new double[frame];
-        m_pRe = new double[frame / 2 + 1];
-        m_pIm = new double[frame / 2 + 1];
-        m_pLog = new double[frame / 2 + 2]();
-        m_pPrev = new double[frame / 2 + 2]();
+        const int bins = frame / 2 + 1;
+        // One zeroed allocation: the window, a frame, a spectrum and two rows of magnitudes.
+        m_pStore = std::make_unique<double[]>(2 * frame + 2 * bins + 2 * (bins + 1));
+        double* next = m_pStore.get();
+        const auto take = [&](int n) { return std::exchange(next, next + n); };
+        m_pWin = take(frame);
+        m_pTime = take(frame);
+        m_pRe = take(bins);
+        m_pIm = take(bins);
+        m_pLog = take(bins + 1);
+        m_pPrev = take(bins + 1);
         for (int n = 0; n < frame; ++n)
             m_pWin[n] = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / frame);
     }

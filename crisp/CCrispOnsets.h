@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "CRealFft.h"
 
@@ -14,9 +15,6 @@ public:
     static constexpr int kLead = 3; // frames a decision waits for
 
     CCrispOnsets() = default;
-    ~CCrispOnsets();
-    CCrispOnsets(const CCrispOnsets&) = delete;
-    CCrispOnsets& operator=(const CCrispOnsets&) = delete;
 
     // Allocates for frames of frame samples (a power of two) at rate and restarts.
     void Configure(int frame, int rate);
@@ -42,8 +40,9 @@ private:
 
     CRealFft m_Fft;
     int m_nFrame = 0;
-    int m_nLow = 1, m_nHigh = 1; // band of bins summed
-    double m_dNorm = 1;          // full-scale sine to magnitude 1
+    int m_nLow = 1, m_nHigh = 1;        // band of bins summed
+    double m_dNorm = 1;                 // full-scale sine to magnitude 1
+    std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
     double* m_pWin = nullptr;
     double* m_pTime = nullptr;
     double* m_pRe = nullptr;

@@ -134,7 +134,10 @@ bool CCrispTimeMap::Centre(double o, double* result) {
     if (c + m_dLookahead > m_dHorizon)
         return false;
     DropPassed(c);
-    for (int guard = 0; guard < 4 * kMaxOnsets + 16; ++guard) {
+    // Each step moves c past one piece of A, and each onset makes at most four (its 1:1
+    // stretch, two ramps, the plain pace after): the guard is never reached but by NaN.
+    constexpr int kMostPieces = 4 * kMaxOnsets + 16;
+    for (int guard = 0; guard < kMostPieces; ++guard) {
         const Piece p = PieceAt(c);
         const double sF = 1 - (1 - m_dRatio) * p.slope;
         const double fc = F(c, p, c);

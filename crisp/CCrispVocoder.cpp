@@ -16,39 +16,30 @@ double PrincipalArgument(double x) {
 
 } // namespace
 
-CCrispVocoder::~CCrispVocoder() {
-    Free();
-}
-
-void CCrispVocoder::Free() {
-    for (double* p :
-         {m_pWin, m_pTime, m_pLre, m_pLim, m_pRre, m_pRim, m_pMre, m_pMim, m_pPower, m_pAttack,
-          m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm, m_pZre, m_pZim, m_pAcc[0], m_pAcc[1]})
-        delete[] p;
-    delete[] m_pPeaks;
-    m_pWin = m_pTime = m_pLre = m_pLim = m_pRre = m_pRim = m_pMre = m_pMim = m_pPower = m_pAttack =
-        m_pPrevRe = m_pPrevIm = m_pOutRe = m_pOutIm = m_pZre = m_pZim = m_pAcc[0] = m_pAcc[1] =
-            nullptr;
-    m_pPeaks = nullptr;
-}
-
 void CCrispVocoder::Configure(int window) {
-    if (window == m_nWindow && m_pWin) {
+    if (window == m_nWindow && m_pStore) {
         Restart();
         return;
     }
-    Free();
     m_nWindow = window;
     m_nBins = window / 2 + 1;
     m_Fft.Prepare(window);
-    m_pWin = new double[window];
-    m_pTime = new double[window];
-    for (double** p : {&m_pLre, &m_pLim, &m_pRre, &m_pRim, &m_pMre, &m_pMim, &m_pPower, &m_pAttack,
-                       &m_pPrevRe, &m_pPrevIm, &m_pOutRe, &m_pOutIm, &m_pZre, &m_pZim})
-        *p = new double[m_nBins]();
-    m_pPeaks = new int[m_nBins];
-    m_pAcc[0] = new double[2 * window];
-    m_pAcc[1] = new double[2 * window];
+    // One zeroed allocation: the window and a frame, 14 spectra and two overlap-add windows.
+    double** spectra[] = {&m_pLre,   &m_pLim,   &m_pRre,    &m_pRim,    &m_pMre,
+                          &m_pMim,   &m_pPower, &m_pAttack, &m_pPrevRe, &m_pPrevIm,
+                          &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim};
+    const size_t total = 2 * static_cast<size_t>(window) + std::size(spectra) * m_nBins +
+                         4 * static_cast<size_t>(window);
+    m_pStore = std::make_unique<double[]>(total);
+    double* next = m_pStore.get();
+    const auto take = [&](size_t n) { return std::exchange(next, next + n); };
+    m_pWin = take(window);
+    m_pTime = take(window);
+    for (double** p : spectra)
+        *p = take(m_nBins);
+    m_pAcc[0] = take(2 * static_cast<size_t>(window));
+    m_pAcc[1] = take(2 * static_cast<size_t>(window));
+    m_pPeaks = std::make_unique<int[]>(m_nBins);
     // Periodic Hann on both sides; at a quarter-window hop the squares add up to 1.5, which the
     // synthesis side divides out.
     for (int n = 0; n < window; ++n)

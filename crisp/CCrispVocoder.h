@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "CRealFft.h"
 
@@ -15,7 +16,6 @@
 class CCrispVocoder {
 public:
     CCrispVocoder() = default;
-    ~CCrispVocoder();
     CCrispVocoder(const CCrispVocoder&) = delete;
     CCrispVocoder& operator=(const CCrispVocoder&) = delete;
 
@@ -39,7 +39,6 @@ public:
     void Take(float* left, float* right);
 
 private:
-    void Free();
     void Analyse(const float* x, double* re, double* im);
     void Lock(int hop);
 
@@ -47,9 +46,10 @@ private:
     int m_nWindow = 0;
     int m_nBins = 0;
     bool m_bFirst = true;
-    double* m_pWin = nullptr;  // Hann window
-    double* m_pTime = nullptr; // one frame of samples
-    double* m_pLre = nullptr;  // left spectrum ...
+    std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
+    double* m_pWin = nullptr;           // Hann window
+    double* m_pTime = nullptr;          // one frame of samples
+    double* m_pLre = nullptr;           // left spectrum ...
     double* m_pLim = nullptr;
     double* m_pRre = nullptr; // ... right spectrum ...
     double* m_pRim = nullptr;
@@ -63,7 +63,7 @@ private:
     double* m_pOutIm = nullptr;
     double* m_pZre = nullptr; // the turn of each bin
     double* m_pZim = nullptr;
-    int* m_pPeaks = nullptr;
+    std::unique_ptr<int[]> m_pPeaks;
     double* m_pAcc[2] = {}; // overlap-add, a ring of two windows
     int m_nAccAt = 0;
 };

@@ -1,17 +1,13 @@
 #include "CRealFft.h"
 
 #include <cmath>
+#include <memory>
 #include <numbers>
 
 CRealFft::CRealFft()
-    : m_pWork(new double[kMaxPoints]), m_pTwRe(new double[kMaxPoints / 2 + 1]),
-      m_pTwIm(new double[kMaxPoints / 2 + 1]) {}
-
-CRealFft::~CRealFft() {
-    delete[] m_pWork;
-    delete[] m_pTwRe;
-    delete[] m_pTwIm;
-}
+    : m_pWork(std::make_unique_for_overwrite<double[]>(kMaxPoints)),
+      m_pTwRe(std::make_unique_for_overwrite<double[]>(kMaxPoints / 2 + 1)),
+      m_pTwIm(std::make_unique_for_overwrite<double[]>(kMaxPoints / 2 + 1)) {}
 
 bool CRealFft::Prepare(int n) {
     m_nPoints = 0;
@@ -37,8 +33,8 @@ void CRealFft::Forward(const double* x, double* re, double* im) {
         m_pWork[2 * i] = x[2 * rev[i]];
         m_pWork[2 * i + 1] = x[2 * rev[i] + 1];
     }
-    m_Fft.Butterflies(m_pWork, true);
-    const double* z = m_pWork;
+    m_Fft.Butterflies(m_pWork.get(), true);
+    const double* z = m_pWork.get();
     for (int k = 0; k <= h / 2; ++k) {
         const int j = (h - k) & (h - 1);
         const double ar = z[2 * k], ai = z[2 * k + 1];
@@ -62,7 +58,7 @@ void CRealFft::Forward(const double* x, double* re, double* im) {
 void CRealFft::Inverse(const double* re, const double* im, double* x) {
     const int h = m_nPoints / 2;
     const int* rev = m_Fft.Reversal(); // an involution: natural index k goes to rev[k]
-    double* z = m_pWork;
+    double* z = m_pWork.get();
     for (int k = 0; k <= h / 2; ++k) {
         const int j = h - k;
         const double ar = re[k], ai = im[k];

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "CMorvaneFft.h"
 
 // A transform of n real samples through the engine's complex transform of n / 2 points: even and
@@ -12,7 +14,6 @@ public:
     static constexpr int kMaxPoints = 2 * CMorvaneFft::kMaxPoints;
 
     CRealFft();
-    ~CRealFft();
     CRealFft(const CRealFft&) = delete;
     CRealFft& operator=(const CRealFft&) = delete;
 
@@ -27,7 +28,7 @@ public:
 private:
     CMorvaneFft m_Fft;
     int m_nPoints = 0;
-    double* m_pWork; // n / 2 complex values, interleaved
-    double* m_pTwRe; // cos and sin of -2 pi k / n, k < n / 4 + 1
-    double* m_pTwIm;
+    std::unique_ptr<double[]> m_pWork; // n / 2 complex values, interleaved
+    std::unique_ptr<double[]> m_pTwRe; // cos and sin of -2 pi k / n, k < n / 4 + 1
+    std::unique_ptr<double[]> m_pTwIm;
 };

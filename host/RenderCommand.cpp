@@ -64,7 +64,8 @@ RenderCommand::RenderCommand(CLI::App& parent)
                      "crisp: a phase vocoder that keeps each attack once and in its place, for "
                      "drums, full mixes and anything with sharp hits, above all at strong "
                      "stretches; it does neither of those")
-        ->check(CLI::IsMember({"splice", "crisp"}))
+        ->check(CLI::IsMember({MorvaneEngine::kNames[MorvaneEngine::kSplice],
+                               MorvaneEngine::kNames[MorvaneEngine::kCrisp]}))
         ->capture_default_str();
     render->add_option("-b,--block", m_settings.blockSize, "Frames per call to the plug-in")
         ->capture_default_str();
@@ -118,7 +119,7 @@ int RenderCommand::Run() {
             settings.hasLowSound = m_cmd->count("--low-sound") > 0;
         }
         settings.lowSound = m_lowSound == "on";
-        settings.engine = m_engine == "crisp" ? MorvaneEngine::kCrisp : MorvaneEngine::kSplice;
+        settings.engine = MorvaneEngine::FromName(m_engine);
         if (!m_container.empty()) {
             container = OutputFormat::FromWord(m_container);
             if (!container)

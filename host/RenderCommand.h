@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "MorvaneEngine.h"
 #include "RenderJob.h"
 
 // morvane render: IN OUT, or several inputs into a folder, with the settings in the command
@@ -15,7 +16,8 @@ public:
 private:
     RenderSettings m_settings;
     std::vector<std::string> m_files;
-    std::string m_outDir, m_container, m_depth, m_lowSound = "on", m_engine = "splice";
+    std::string m_outDir, m_container, m_depth,
+        m_lowSound = "on", m_engine = MorvaneEngine::kNames[MorvaneEngine::kSplice];
     std::string m_time, m_pitch, m_semitones, m_ratio, m_level;
     int m_jobs = 1;
     bool m_quiet = false, m_force = false;

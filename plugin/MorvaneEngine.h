@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 // Which time-pitch engine runs a job. A host chooses it with the interface's vendor-specific
 // call, never through a parameter, so programs, chunks and banks are the same for both:
@@ -24,5 +25,13 @@ constexpr int32_t kSilencedTag = ('M' << 24) | ('v' << 16) | ('S' << 8) | 'i';
 
 // The command line's names, indexed by value.
 constexpr const char* kNames[] = {"", "splice", "crisp"};
+
+// The value a name stands for; 0 for none.
+inline int FromName(std::string_view name) {
+    for (int value = kSplice; value <= kCrisp; ++value)
+        if (name == kNames[value])
+            return value;
+    return 0;
+}
 
 } // namespace MorvaneEngine
