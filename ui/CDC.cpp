@@ -11,6 +11,7 @@
 #include "CBitmap.h"
 #include "CFont.h"
 #include "CWnd.h"
+#include "CXConnection.h"
 
 namespace {
 
@@ -338,5 +339,8 @@ CClientDC::CClientDC(CWnd* wnd) : m_pWnd(wnd) {
 }
 
 CClientDC::~CClientDC() {
+    // drawn outside a paint: on the screen when the drawing ends, as any other client sees it
     m_pWnd->FlushToScreen(m_rcDirty);
+    if (CXConnection* conn = m_pWnd->Connection())
+        conn->Sync();
 }

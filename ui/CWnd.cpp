@@ -474,8 +474,11 @@ BOOL CWnd::GetUpdateRect(CRect* rect) const {
 }
 
 void CWnd::UpdateWindow() {
-    if (m_hWnd && !m_rcInvalid.IsRectEmpty())
-        SendMessage(WM_PAINT, 0, 0);
+    if (!m_hWnd || m_rcInvalid.IsRectEmpty())
+        return;
+    auto conn = m_pConn; // the paint may close the window
+    SendMessage(WM_PAINT, 0, 0);
+    conn->Sync(); // on the screen when this returns, as any other client sees it
 }
 
 void CWnd::OnExpose(const CRect& rect) {

@@ -299,24 +299,31 @@ void CXConnection::Wait(int milliseconds) {
     poll(&p, 1, milliseconds);
 }
 
-void CXConnection::PumpEvents() {
+bool CXConnection::PumpEvents() {
     // Events are handled with this connection as the thread's current one, so dialogs and
     // message boxes opened from a handler land on the same display.
     auto self = shared_from_this();
     auto previous = tCurrent;
     tCurrent = self;
+    bool handled = false;
     while (XPending(m_pDisplay)) {
         XEvent event;
         XNextEvent(m_pDisplay, &event);
         Dispatch(event);
+        handled = true;
     }
-    DispatchPosted();
-    DispatchPaints();
-    XFlush(m_pDisplay);
+    handled |= DispatchPosted();
+    handled |= DispatchPaints();
+    Sync();
     tCurrent = previous.expired() ? self : previous;
+    return handled;
 }
 
-void CXConnection::DispatchPosted() {
+void CXConnection::Sync() {
+    XSync(m_pDisplay, False);
+}
+
+bool CXConnection::DispatchPosted() {
     std::deque<MSG> batch;
     {
         std::lock_guard lock(m_postLock);
@@ -325,14 +332,19 @@ void CXConnection::DispatchPosted() {
     for (const MSG& m : batch)
         if (CWnd* w = Find(m.hwnd)) // a window destroyed since drops its messages
             w->SendMessage(m.message, m.wParam, m.lParam);
+    return !batch.empty();
 }
 
-void CXConnection::DispatchPaints() {
+bool CXConnection::DispatchPaints() {
     std::vector<HWND> paints;
     paints.swap(m_paints);
-    for (HWND h : paints)
-        if (CWnd* w = Find(h))
-            w->UpdateWindow();
+    for (HWND h : paints) {
+        // painted here rather than through UpdateWindow: the pump waits for the server once
+        CWnd* w = Find(h);
+        if (w && w->GetUpdateRect(nullptr))
+            w->SendMessage(WM_PAINT, 0, 0);
+    }
+    return !paints.empty();
 }
 
 void CXConnection::Dispatch(XEvent& event) {

@@ -37,8 +37,12 @@ public:
     CWnd* Find(HWND hwnd) const;
     std::vector<CWnd*> ChildrenOf(const CWnd* parent) const;
 
-    // Handles everything pending: X events, then posted messages, then paints. Returns at once.
-    void PumpEvents();
+    // Handles everything pending: X events, then posted messages, then paints, and returns once
+    // the server has carried out all it sent, so that what was drawn is on the screen for any
+    // other client to see. Does not wait for events. Returns whether there was anything.
+    bool PumpEvents();
+    // Waits until the server has carried out everything sent on this connection.
+    void Sync();
     // Runs PumpEvents until keepRunning() is false, waiting for events in between.
     template <class F> void RunLoop(F keepRunning) {
         while (keepRunning()) {
@@ -80,8 +84,8 @@ private:
     void Dispatch(_XEvent& event);
     void DispatchEvent(_XEvent& event, CWnd* w);
     void DispatchKey(_XEvent& event);
-    void DispatchPosted();
-    void DispatchPaints();
+    bool DispatchPosted();
+    bool DispatchPaints();
 
     _XDisplay* m_pDisplay = nullptr;
     int m_nScreen = 0;
