@@ -6,6 +6,7 @@
 #include <X11/keysym.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <stdexcept>
@@ -22,6 +23,9 @@ public:
         if (!m_display || !XTestQueryExtension(m_display, &a, &b, &c, &d))
             throw std::runtime_error(
                 "no X display with XTest (tests run under tests/support/with-xvfb.sh)");
+        sDisplay = m_display;
+        static const XErrorHandler previous = XSetErrorHandler(OnError); // once a process
+        sPrevious = previous;
     }
     ~XSession() { XCloseDisplay(m_display); }
     XSession(const XSession&) = delete;
@@ -240,6 +244,17 @@ public:
     }
 
 private:
+    // The person looks at other clients' windows, which may go at any moment: a BadWindow on the
+    // person's connection is one gone between two requests, and the request that met it just
+    // fails. Other errors go to the handler that was there before.
+    static inline std::atomic<Display*> sDisplay{nullptr};
+    static inline XErrorHandler sPrevious = nullptr;
+    static int OnError(Display* d, XErrorEvent* e) {
+        if (d == sDisplay && e->error_code == BadWindow)
+            return 0;
+        return sPrevious ? sPrevious(d, e) : 0;
+    }
+
     Display* m_display;
 };
 
