@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "AMorvane.h"
@@ -104,13 +103,7 @@ struct Controls : ::testing::Test {
         w.CWnd::GetWindowText(s.data(), static_cast<int>(s.size()) + 1);
         return s;
     }
-    void Settle() {
-        for (int i = 0; i < 20; ++i) {
-            XSync(person.display(), False);
-            CXConnection::Current()->PumpEvents();
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    }
+    void Settle() { person.Settle(*CXConnection::Current()); }
     // A vertical slider as the panel builds its pitch slider: the knob's centre travels from
     // (1, track height - knob height / 2) at the minimum to (1, knob height / 2) at the maximum.
     void MakeSlider(float min, float max, bool log = false, bool reversed = false,

@@ -168,6 +168,15 @@ public:
         }
         return 0;
     }
+    // Waits until the application on connection c (the window layer's) has handled all the person
+    // did and the server has carried out all it did in answer: the layer's pump returns with what
+    // it sent carried out, and says whether it handled anything.
+    template <class Connection> void Settle(Connection& c) {
+        XSync(m_display, False);
+        XSync(c.Display(), False); // what the person caused is queued on c's connection now
+        for (int i = 0; i < 1000 && c.PumpEvents(); ++i) {
+        }
+    }
     // Drags a text/uri-list from a window of the person's own onto target at (x, y) and drops
     // it, as a file manager does (XDND 5). True when the target took the drop.
     bool Drop(Window target, int x, int y, const std::string& uriList) {

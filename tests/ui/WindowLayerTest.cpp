@@ -116,18 +116,9 @@ struct WindowLayer : ::testing::Test {
                                  nullptr, 0));
         Settle();
     }
-    static void Pump() {
-        if (CXConnection* c = CXConnection::Current())
-            c->PumpEvents();
-    }
-    // the server and the layer have handled everything sent so far
-    void Settle() {
-        for (int i = 0; i < 20; ++i) {
-            XSync(person.display(), False);
-            Pump();
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    }
+    static void Pump() { CXConnection::Current()->PumpEvents(); }
+    // the server and the layer have handled everything sent so far, on connection c
+    void Settle(CXConnection* c = CXConnection::Current()) { person.Settle(*c); }
     bool Has(const std::string& entry) const {
         return std::find(wnd.log.begin(), wnd.log.end(), entry) != wnd.log.end();
     }
@@ -498,9 +489,7 @@ TEST_F(WindowLayer, InsideAHostWindowAndThroughXErrors) {
     EXPECT_EQ(top, panel.GetTopLevelHwnd());
     CXConnection* editor = panel.Connection();
     EXPECT_NE(wnd.Connection(), editor) << "an editor has its own connection";
-    for (int i = 0; i < 20; ++i)
-        XSync(d, False), editor->PumpEvents(),
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    Settle(editor);
     EXPECT_EQ(Rgb(kRed), person.Grab(panel.m_hWnd, 10, 10)[0]);
 
     // errors on the plug-in's connection are reported, never the end of the process
@@ -513,9 +502,7 @@ TEST_F(WindowLayer, InsideAHostWindowAndThroughXErrors) {
 
     // the host destroys its window under the panel: the panel learns it and nothing breaks
     XDestroyWindow(d, top);
-    XSync(d, False);
-    for (int i = 0; i < 20 && panel.m_hWnd; ++i)
-        editor->PumpEvents(), std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    Settle(editor);
     EXPECT_EQ(0u, panel.m_hWnd);
     panel.InvalidateRect(nullptr);
     panel.DestroyWindow();
