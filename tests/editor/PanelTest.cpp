@@ -5,10 +5,12 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -53,22 +55,26 @@ struct Panel : ::testing::Test {
     }
     std::vector<uint32_t> Screen() { return person.Grab(window, kW, kH); }
     std::string Shown(int index) { return host.Text(effGetParamDisplay, index); }
-    // A person's steps played while the panel is in a modal menu or dialog (inside an idle call);
-    // the menu or dialog's window is in modal meanwhile, and None when none opened.
+    // A person's steps played while the panel is in the modal menu or dialog that open() brings
+    // up (in an idle call, which returns when it closes); the menu or dialog's window is in
+    // modal meanwhile, and None when none opened. The person's connection is the other thread's
+    // alone until it is done.
     Window modal = None;
-    void WhileModal(std::function<void()> open, std::function<void()> steps) {
+    void WhileModal(const std::function<void()>& open, const std::function<void()>& steps) {
         const std::vector<Window> before = person.Shown();
+        open();
         modal = None;
+        std::atomic<bool> done{false};
         std::thread t([&] {
             modal = person.WaitForNewWindow(before);
-            EXPECT_NE(None, modal);
             if (modal != None)
                 steps();
+            done = true;
         });
-        open();
-        for (int i = 0; i < 200 && t.joinable(); ++i) // the modal loop runs inside these
-            Idle(1);
+        while (!done) // idle calls at a host's pace until the person is done
+            host.Dispatch(effEditIdle), std::this_thread::sleep_for(std::chrono::milliseconds(5));
         t.join();
+        EXPECT_NE(None, modal);
         Idle(5);
     }
     void Type(int x, int y, const char* text) {

@@ -90,13 +90,14 @@ struct Studio : ::testing::Test {
         for (KeySym k : keys)
             person.Tap(k);
     }
-    // opens a menu, list or dialog, in which the person then plays steps
+    // opens a menu, list or dialog, in which the person then plays steps once it has the keyboard
     void InModal(const std::function<void()>& open, const std::function<void()>& steps) {
-        person.WithPerson([&](Window) { steps(); },
-                          [&] {
-                              open();
-                              return 0;
-                          });
+        const std::vector<Window> before = person.Shown();
+        open();
+        const Window opened = person.WaitForNewWindow(before);
+        EXPECT_NE(None, opened);
+        if (opened != None)
+            steps();
     }
     std::string Title(const std::string& text) {
         std::string title;
@@ -147,8 +148,7 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     // 150 % typed into the panel's time read-out applies to the next render (R); the person
     // waits for the field to take the keyboard, and to let it go
     auto focusLeaves = [&](Window from) {
-        for (int i = 0; i < 400 && person.Focus() == from; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        WaitFor([&] { return person.Focus() != from; });
         return person.Focus();
     };
     const Window before = person.Focus();
@@ -160,8 +160,7 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     focusLeaves(field);
     fs::remove(out); // the render writes beside it and renames it when done
     Keys(w, {XK_r});
-    for (int i = 0; i < 400 && !fs::exists(out); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    WaitFor([&] { return fs::exists(out); });
     EXPECT_NEAR(inFrames * 1.5, ReadFloats(out).size(), inFrames * 0.01);
 
     // files chosen in the file dialogs: a folder typed and entered, then a file in it; the

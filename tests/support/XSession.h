@@ -1,5 +1,6 @@
 #pragma once
 
+#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
@@ -7,12 +8,25 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
+
+// Polls until done() holds or seconds have passed; whether it holds. For what another process or
+// thread makes true: the deadline is only there to end a test whose condition never comes.
+inline bool WaitFor(const std::function<bool()>& done, int seconds = 20) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > until)
+            return done();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
 
 // A person at the test's private X server: moves the pointer, clicks and types through XTest on a
 // connection of its own, and reads back what is on the screen.
@@ -57,12 +71,11 @@ public:
         XTestFakeKeyEvent(m_display, XKeysymToKeycode(m_display, sym), down, CurrentTime);
         XSync(m_display, False);
     }
-    // A key pressed and let go, at a brisk typist's pace: what a key changes (the focus, a list)
-    // has happened before the next one comes.
+    // A key pressed and let go. Keys typed ahead of a focus change are the application's to route,
+    // as a real typist's are; a new window is waited for (WaitForNewWindow) before typing to it.
     void Tap(KeySym sym) {
         Key(sym, true);
         Key(sym, false);
-        std::this_thread::sleep_for(std::chrono::milliseconds(40));
     }
     // Control+A: everything in the focused field, to be typed over.
     void SelectAll() {
@@ -94,20 +107,22 @@ public:
         XFree(kids);
         return shown;
     }
-    // Waits, up to a few seconds, until a window that was not among 'before' is on screen and
-    // has had time to take the keyboard (a dialog takes the focus, a menu a grab); watching never
+    // Waits until a window that was not among 'before' is on screen and has the keyboard: the
+    // focus is in it (a dialog), or a client holds the keyboard (a menu's grab). Watching never
     // grabs anything itself, which would take the keyboard from the window.
     // Returns it, or None.
     Window WaitForNewWindow(const std::vector<Window>& before) {
-        for (int i = 0; i < 600; ++i) {
+        Window opened = None;
+        WaitFor([&] {
+            opened = None;
             for (Window w : Shown())
                 if (std::find(before.begin(), before.end(), w) == before.end()) {
-                    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-                    return w;
+                    opened = w;
+                    break;
                 }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return None;
+            return opened != None && (Holds(opened, Focus()) || KeyboardTaken());
+        });
+        return opened;
     }
     // Runs modal, which opens a window and returns when it closes, while the person waits on
     // another thread for that window and plays steps on it (they receive it).
@@ -145,11 +160,11 @@ public:
     // The top-level window whose title holds text, waiting up to twenty seconds for one; 0 when
     // none came. title receives the whole title.
     Window WaitForTitle(const std::string& text, std::string* title = nullptr) {
-        for (int i = 0; i < 400; ++i) {
+        Window found = 0;
+        WaitFor([&] {
             Window root, parent, *kids = nullptr;
             unsigned count = 0;
             XQueryTree(m_display, DefaultRootWindow(m_display), &root, &parent, &kids, &count);
-            Window found = 0;
             for (unsigned k = 0; k < count && !found; ++k) {
                 char* name = nullptr;
                 if (XFetchName(m_display, kids[k], &name) && name) {
@@ -162,11 +177,9 @@ public:
                 }
             }
             XFree(kids);
-            if (found)
-                return found;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return 0;
+            return found != 0;
+        });
+        return found;
     }
     // Waits until the application on connection c (the window layer's) has handled all the person
     // did and the server has carried out all it did in answer: the layer's pump returns with what
@@ -200,7 +213,7 @@ public:
         };
         // the target's answers come to the source window
         const auto answer = [&](const char* type, XEvent& e) {
-            for (int i = 0; i < 1000; ++i) {
+            return WaitFor([&] {
                 while (XCheckTypedWindowEvent(d, source, SelectionRequest, &e)) {
                     const XSelectionRequestEvent& r = e.xselectionrequest;
                     XChangeProperty(d, r.requestor, r.property, r.target, 8, PropModeReplace,
@@ -216,12 +229,9 @@ public:
                     XSendEvent(d, r.requestor, False, NoEventMask, &n);
                     XSync(d, False);
                 }
-                if (XCheckTypedWindowEvent(d, source, ClientMessage, &e) &&
-                    e.xclient.message_type == atom(type))
-                    return true;
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            }
-            return false;
+                return XCheckTypedWindowEvent(d, source, ClientMessage, &e) &&
+                       e.xclient.message_type == atom(type);
+            });
         };
         ToScreen(target, x, y);
         const long copy = static_cast<long>(atom("XdndActionCopy"));
@@ -264,18 +274,41 @@ private:
         return sPrevious ? sPrevious(d, e) : 0;
     }
 
-    Display* m_display;
-};
-
-// Runs the application's side (a pump) until done() or about two seconds have passed.
-inline bool PumpUntil(const std::function<void()>& pump, const std::function<bool()>& done,
-                      int milliseconds = 2000) {
-    for (int i = 0; i < milliseconds / 5; ++i) {
-        pump();
-        if (done())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    // Whether window is ancestor or inside it.
+    bool Holds(Window ancestor, Window window) {
+        while (window != None && window != PointerRoot) {
+            if (window == ancestor)
+                return true;
+            Window root, parent, *kids = nullptr;
+            unsigned count = 0;
+            if (!XQueryTree(m_display, window, &root, &parent, &kids, &count))
+                return false;
+            XFree(kids);
+            window = parent == root ? None : parent;
+        }
+        return false;
     }
-    pump();
-    return done();
-}
+    // Whether another client holds the keyboard. A grab stamped later than the server's time can
+    // only fail: AlreadyGrabbed when the keyboard is held, GrabInvalidTime, grabbing nothing,
+    // when it is not.
+    bool KeyboardTaken() {
+        return XGrabKeyboard(m_display, DefaultRootWindow(m_display), False, GrabModeAsync,
+                             GrabModeAsync, ServerTime() + 60000) == AlreadyGrabbed;
+    }
+    // The server's time now, from the event a zero-length append to a property brings.
+    Time ServerTime() {
+        if (m_clock == None) {
+            m_clock =
+                XCreateSimpleWindow(m_display, DefaultRootWindow(m_display), 0, 0, 1, 1, 0, 0, 0);
+            XSelectInput(m_display, m_clock, PropertyChangeMask);
+        }
+        const Atom name = XInternAtom(m_display, "MORVANE_TEST_CLOCK", False);
+        XChangeProperty(m_display, m_clock, name, XA_STRING, 8, PropModeAppend, nullptr, 0);
+        XEvent e;
+        XWindowEvent(m_display, m_clock, PropertyChangeMask, &e);
+        return e.xproperty.time;
+    }
+
+    Display* m_display;
+    Window m_clock = None; // a window of the person's own, for the server's time
+};

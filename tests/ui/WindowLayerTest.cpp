@@ -9,7 +9,6 @@
 #include <functional>
 #include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CBitmap.h"
@@ -123,7 +122,7 @@ struct WindowLayer : ::testing::Test {
         return std::find(wnd.log.begin(), wnd.log.end(), entry) != wnd.log.end();
     }
     // Runs a modal call on this thread while 'steps' plays the person on another, who starts
-    // once the dialog or menu has taken the keyboard, and settles a moment more.
+    // once the dialog or menu has taken the keyboard.
     template <class Modal> auto WithPerson(std::function<void()> steps, Modal modal) {
         return person.WithPerson([&](Window) { steps(); }, modal);
     }
@@ -377,7 +376,6 @@ TEST_F(WindowLayer, PopupMenusChooseCancelAndRefuseGreyedEntries) {
     EXPECT_EQ(FALSE, WithPerson(
                          [&] {
                              person.Click(wnd.m_hWnd, 89 + 30, 13 + 30);
-                             std::this_thread::sleep_for(std::chrono::milliseconds(100));
                              person.Click(wnd.m_hWnd, 300, 230);
                          },
                          [&] { return menu.TrackPopupMenu(TPM_RETURNCMD, 89, 13, &wnd); }));
