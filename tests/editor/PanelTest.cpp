@@ -45,13 +45,13 @@ struct Panel : ::testing::Test {
         XSync(d, False);
         return w;
     }
-    // what a host does 20 times a second; the person's input is handled here
+    // A host's idle calls, where the person's input is handled: each returns with what the panel
+    // drew and asked for carried out by the server, and sees what the person did before it (the
+    // first may miss input still on its way, which the second has).
     void Idle(int calls = 10) {
-        for (int i = 0; i < calls; ++i) {
-            XSync(person.display(), False);
+        XSync(person.display(), False);
+        for (int i = 0; i < calls; ++i)
             host.Dispatch(effEditIdle);
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
     }
     std::vector<uint32_t> Screen() { return person.Grab(window, kW, kH); }
     std::string Shown(int index) { return host.Text(effGetParamDisplay, index); }
