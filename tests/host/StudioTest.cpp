@@ -237,38 +237,48 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
     const std::vector<float> rendered = ReadFloats(out);
 
     // the result, played to the end, is what the sink's monitor hears, to the bit (the sink
-    // takes floats at the file's rate); the monitor sends nothing until something plays
+    // takes floats at the file's rate); the recorder is on the monitor before anything plays
     const std::string rec = dir + "/heard.raw";
     std::system(("parec --latency-msec=10 -d morvane_test.monitor --format=float32le "
                  "--rate=44100 --channels=2 --raw >'" +
                  rec + "' 2>/dev/null & echo $! >'" + dir + "/parec'")
                     .c_str());
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_TRUE(WaitFor([] {
+        return std::system("pactl list short source-outputs 2>/dev/null | grep -q .") == 0;
+    })) << "the recorder did not start";
     Keys(w, {XK_F7});
     Title("Playing the result");
     Title("Stopped playing");
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    std::system(("kill -INT $(cat '" + dir + "/parec'); sleep 0.3").c_str());
-    std::vector<float> heard(fs::file_size(rec) / sizeof(float));
-    std::ifstream(rec, std::ios::binary)
-        .read(reinterpret_cast<char*>(heard.data()),
-              static_cast<std::streamsize>(heard.size() * sizeof(float)));
-    size_t start = 0; // the first frame heard, found in the file within 0.1 s of its start
-    while (start < heard.size() && heard[start] == 0.0f)
-        start += 2;
+    // What the recorder heard from its first frame that is not silence (start), found in the
+    // result within 0.1 s of its start (at); waited for until it reaches the result's end.
+    std::vector<float> heard;
+    size_t start = 0, at = 0;
     constexpr size_t kWindow = 2 * 512;
+    WaitFor([&] {
+        heard.resize(fs::file_size(rec) / sizeof(float));
+        if (heard.size() + 2 * 4410 < rendered.size())
+            return false; // not yet worth reading
+        std::ifstream(rec, std::ios::binary)
+            .read(reinterpret_cast<char*>(heard.data()),
+                  static_cast<std::streamsize>(heard.size() * sizeof(float)));
+        for (start = 0; start < heard.size() && heard[start] == 0.0f; start += 2) {
+        }
+        if (start + kWindow >= heard.size())
+            return false;
+        for (at = 0;
+             at < 2 * 4410 && !std::equal(heard.begin() + start, heard.begin() + start + kWindow,
+                                          rendered.begin() + at);
+             at += 2) {
+        }
+        return at < 2 * 4410 && heard.size() - start >= rendered.size() - at;
+    });
+    std::system(("kill -INT $(cat '" + dir + "/parec')").c_str());
     ASSERT_LT(start + kWindow, heard.size()) << "nothing was heard";
-    const auto heardAt = [&](size_t at) {
-        const size_t n = std::min(rendered.size() - at, heard.size() - start);
-        return std::equal(heard.begin() + start, heard.begin() + start + n, rendered.begin() + at);
-    };
-    size_t at = 0;
-    while (at < 2 * 4410 && !std::equal(heard.begin() + start, heard.begin() + start + kWindow,
-                                        rendered.begin() + at))
-        at += 2;
     ASSERT_LT(at, size_t{2 * 4410}) << "not heard from the start";
     EXPECT_GE(heard.size() - start, rendered.size() - at) << "not heard to the end";
-    EXPECT_TRUE(heardAt(at)) << "not heard as rendered, to the bit";
+    const size_t n = std::min(rendered.size() - at, heard.size() - start);
+    EXPECT_TRUE(std::equal(heard.begin() + start, heard.begin() + start + n, rendered.begin() + at))
+        << "not heard as rendered, to the bit";
 
     // A/B: the other one, from the same point
     Keys(w, {XK_F7});
