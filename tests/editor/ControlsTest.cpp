@@ -315,9 +315,9 @@ TEST_F(Controls, NumericFieldsFilterTypingAndFixItUp) {
     CPointEdit points;
     CMiliSecondEdit ms;
     CFloatEdit2 plain;
+    int n = 0;
     for (CFormatEdit* e : std::initializer_list<CFormatEdit*>{&mm, &points, &ms, &plain}) {
-        static int id = 1;
-        const int n = id++;
+        ++n;
         ASSERT_TRUE(
             e->Create(WS_CHILD | WS_VISIBLE, CRect(10, 10 + 30 * n, 150, 34 + 30 * n), &host, n));
         e->SetFont(&font);
