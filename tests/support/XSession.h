@@ -23,7 +23,7 @@ inline bool WaitFor(const std::function<bool()>& done, int seconds = 20) {
     while (!done()) {
         if (std::chrono::steady_clock::now() > until)
             return done();
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return true;
 }
