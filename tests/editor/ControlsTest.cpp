@@ -499,7 +499,7 @@ TEST_F(Controls, SaveDialogListsNumberedProgramsAndTakesTheChosenName) {
     const intptr_t ok = person.WithPerson(
         [&](Window) {
             person.Tap(XK_Down); // the list has the focus first
-            person.Tap(XK_Tab);
+            person.TabTo();
             person.Type(" Mine");
             person.Tap(XK_Return);
         },

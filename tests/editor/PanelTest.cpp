@@ -214,7 +214,7 @@ TEST_F(Panel, CopyMenuLampRevertAndSave) {
     WhileModal([&] { person.Click(window, 181, 18); },
                [&] {
                    person.Tap(XK_Down);
-                   person.Tap(XK_Tab);
+                   person.TabTo();
                    person.SelectAll();
                    person.Type("Slower");
                    person.Tap(XK_Return);
@@ -297,10 +297,10 @@ TEST_F(Panel, SaveActsOnReleaseCancelsAndTakesTheListedName) {
     host.Dispatch(effGetProgramNameIndexed, 1, 0, second);
     WhileModal([&] { person.Click(window, kSaveX, kSaveY); },
                [&] {
-                   person.Tap(XK_Tab);
+                   person.TabTo();
                    person.SelectAll();
                    person.Type("Typed");
-                   person.Key(XK_Shift_L, true), person.Tap(XK_Tab), person.Key(XK_Shift_L, false);
+                   person.TabTo(true);
                    person.Tap(XK_Down);
                    person.Tap(XK_Return);
                });

@@ -71,11 +71,22 @@ public:
         XTestFakeKeyEvent(m_display, XKeysymToKeycode(m_display, sym), down, CurrentTime);
         XSync(m_display, False);
     }
-    // A key pressed and let go. Keys typed ahead of a focus change are the application's to route,
-    // as a real typist's are; a new window is waited for (WaitForNewWindow) before typing to it.
+    // A key pressed and let go, with no pause: what a key changes is waited for where it matters
+    // (a new window: WaitForNewWindow; the focus: TabTo).
     void Tap(KeySym sym) {
         Key(sym, true);
         Key(sym, false);
+    }
+    // Tab, or Shift+Tab when back: the focus moves to the next control, and the person waits
+    // until it has, as keys typed before then may go to the control it left.
+    void TabTo(bool back = false) {
+        const Window from = Focus();
+        if (back)
+            Key(XK_Shift_L, true);
+        Tap(XK_Tab);
+        if (back)
+            Key(XK_Shift_L, false);
+        WaitFor([&] { return Focus() != from; });
     }
     // Control+A: everything in the focused field, to be typed over.
     void SelectAll() {
