@@ -67,7 +67,8 @@ std::vector<double> FindOnsets(const std::vector<float>& x) {
     onsets.Configure(1024, 44100);
     const int frame = onsets.FrameLength(), half = frame / 2;
     const int64_t n = static_cast<int64_t>(x.size());
-    std::vector<float> padded(x.size() + 2 * frame, 0.0f);
+    // the last frames read reach a lead of hops past the end
+    std::vector<float> padded(x.size() + 3 * frame, 0.0f);
     std::copy(x.begin(), x.end(), padded.begin() + frame);
     auto at = [&](int64_t t) { return padded.data() + frame + t; };
     std::vector<double> found;
