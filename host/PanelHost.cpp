@@ -8,6 +8,7 @@
 
 #include "AudioPlayer.h"
 #include "AudioReader.h"
+#include "BaseName.h"
 #include "CSjis.h"
 #include "CXConnection.h"
 #include "MorvaneEngine.h"
@@ -29,11 +30,6 @@ struct Closed : std::runtime_error {
 struct Stopped : std::runtime_error {
     Stopped() : std::runtime_error("stopped") {}
 };
-
-std::string BaseName(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 // m:ss.d
 std::string TimeText(double seconds) {
