@@ -1,5 +1,6 @@
 #include "PanelHost.h"
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -23,13 +24,6 @@ using Clock = std::chrono::steady_clock;
 using Mode = StatusView::Mode;
 
 constexpr int kPrograms = 64;
-
-struct Closed : std::runtime_error {
-    Closed() : std::runtime_error("closed") {}
-};
-struct Stopped : std::runtime_error {
-    Stopped() : std::runtime_error("stopped") {}
-};
 
 // m:ss.d
 std::string TimeText(double seconds) {
@@ -178,30 +172,30 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
         shownInput = in;
         const std::string made = engineName(engine());
         window.SetRendering(true);
+        std::atomic<bool> stop{false};
         try {
             int shown = -1;
             show(Mode::Rendering, 0, "Rendering " + name + " 0 %");
             showTitle();
-            const RenderResult r = RenderJob(settings).RunOn(m_plugin, in, out, [&](double f) {
-                const int percent = static_cast<int>(f * 100);
-                if (percent != shown) {
-                    shown = percent;
-                    show(Mode::Rendering, f,
-                         "Rendering " + name + " " + std::to_string(percent) + " % with the " +
-                             made);
-                    showTitle();
-                }
-                turn(false);
-                StudioWindow::Request q;
-                while (window.Take(q)) {
-                    if (q.ask == StudioWindow::Ask::Close)
-                        throw Closed();
-                    if (q.ask == StudioWindow::Ask::Stop)
-                        throw Stopped();
-                }
-                if (!window.m_hWnd)
-                    throw Closed();
-            });
+            const RenderResult r =
+                RenderJob(settings, &stop).RunOn(m_plugin, in, out, [&](double f) {
+                    const int percent = static_cast<int>(f * 100);
+                    if (percent != shown) {
+                        shown = percent;
+                        show(Mode::Rendering, f,
+                             "Rendering " + name + " " + std::to_string(percent) + " % with the " +
+                                 made);
+                        showTitle();
+                    }
+                    turn(false);
+                    StudioWindow::Request q;
+                    while (window.Take(q)) {
+                        closed = closed || q.ask == StudioWindow::Ask::Close;
+                        stop = stop || closed || q.ask == StudioWindow::Ask::Stop;
+                    }
+                    if (!window.m_hWnd)
+                        stop = closed = true;
+                });
             const double rate = r.sampleRate > 0 ? r.sampleRate : 1;
             show(Mode::Idle, 1,
                  "wrote " + BaseName(out) + " with the " + made + ": " +
@@ -210,11 +204,11 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
                      (r.silencedFrames > 0 ? "; " + r.SilenceNote("the crisp engine (F9)")
                                            : ", F7 plays it"));
             code = kExitOk;
-        } catch (const Stopped&) {
-            show(Mode::Idle, 0, "Stopped: nothing was written");
-        } catch (const Closed&) {
-            window.SetRendering(false);
-            throw;
+        } catch (const StoppedError&) {
+            if (closed)
+                code = kExitStopped;
+            else
+                show(Mode::Idle, 0, "Stopped: nothing was written");
         } catch (const std::exception& e) {
             Fail(e);
             show(Mode::Failed, 0, std::string("The render failed: ") + e.what());
@@ -229,62 +223,61 @@ int PanelHost::Run(const std::string& input, const std::string& output, bool ren
          input.empty() ? "Drop an audio file here, or type its path above"
                        : "Ready: F5 renders " + BaseName(input));
     sync();
-    try {
-        if (render)
-            doRender();
-        while (!closed && window.m_hWnd) {
-            turn(true);
-            StudioWindow::Request q;
-            while (!closed && window.Take(q)) {
-                switch (q.ask) {
-                case StudioWindow::Ask::Close:
-                    closed = true;
-                    break;
-                case StudioWindow::Ask::Render:
-                    doRender();
-                    break;
-                case StudioWindow::Ask::Stop:
+    if (render)
+        doRender();
+    while (!closed && window.m_hWnd) {
+        turn(true);
+        StudioWindow::Request q;
+        while (!closed && window.Take(q)) {
+            switch (q.ask) {
+            case StudioWindow::Ask::Close:
+                closed = true;
+                break;
+            case StudioWindow::Ask::Render:
+                doRender();
+                break;
+            case StudioWindow::Ask::Stop:
+                player.Stop();
+                break;
+            case StudioWindow::Ask::PlaySource:
+            case StudioWindow::Ask::PlayResult: {
+                const bool ofResult = q.ask == StudioWindow::Ask::PlayResult;
+                const std::string path = ofResult ? window.Output() : window.Input();
+                // the button of what is playing stops it
+                if (player.Playing() && player.Path() == path)
                     player.Stop();
-                    break;
-                case StudioWindow::Ask::PlaySource:
-                case StudioWindow::Ask::PlayResult: {
-                    const bool ofResult = q.ask == StudioWindow::Ask::PlayResult;
-                    const std::string path = ofResult ? window.Output() : window.Input();
-                    // the button of what is playing stops it
-                    if (player.Playing() && player.Path() == path)
-                        player.Stop();
-                    else
-                        play(ofResult, 0);
-                    break;
-                }
-                case StudioWindow::Ask::Compare:
-                    // the other one at the same point of the music: lengths differ by the
-                    // time rate, so the point is a share of each
-                    if (player.Playing())
-                        play(!playingResult, player.Position());
-                    else
-                        play(true, 0);
-                    break;
-                case StudioWindow::Ask::Engine:
-                    m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, q.value);
-                    show(Mode::Idle, 0, "The " + engineName(engine()) + " renders next");
-                    break;
-                case StudioWindow::Ask::Program:
-                    m_plugin.Dispatch(effSetProgram, 0, q.value);
-                    break;
-                }
+                else
+                    play(ofResult, 0);
+                break;
             }
-            showPlayback();
-            if (Clock::now() >= nextSync) {
-                sync();
-                nextSync = Clock::now() + std::chrono::milliseconds(250);
+            case StudioWindow::Ask::Compare:
+                // the other one at the same point of the music: lengths differ by the
+                // time rate, so the point is a share of each
+                if (player.Playing())
+                    play(!playingResult, player.Position());
+                else
+                    play(true, 0);
+                break;
+            case StudioWindow::Ask::Engine:
+                m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, q.value);
+                show(Mode::Idle, 0, "The " + engineName(engine()) + " renders next");
+                break;
+            case StudioWindow::Ask::Program:
+                m_plugin.Dispatch(effSetProgram, 0, q.value);
+                break;
             }
         }
-    } catch (const Closed&) {
+        if (closed)
+            break;
+        showPlayback();
+        if (Clock::now() >= nextSync) {
+            sync();
+            nextSync = Clock::now() + std::chrono::milliseconds(250);
+        }
+    }
+    if (code == kExitStopped)
         std::fprintf(stderr, "morvane: the window was closed during the render; no partial "
                              "output was left\n");
-        code = kExitStopped;
-    }
     player.Stop();
     m_plugin.Dispatch(effEditClose);
     window.DestroyWindow();

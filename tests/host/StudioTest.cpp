@@ -3,15 +3,19 @@
 // (tests/support/with-pulse.sh), whose null sink's monitor is recorded.
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sndfile.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,17 +77,37 @@ struct Studio : ::testing::Test {
     // morvane gui with args, in the background; env goes before it
     void Start(const std::string& args, const std::string& env = "") {
         const std::string cmd = env + " " + MORVANE_CLI + " gui " + args + " 2>" + dir +
-                                "/err; echo $? >" + dir + "/code";
+                                "/err & echo $! >" + dir + "/pid; wait $!; echo $? >" + dir +
+                                "/code";
         run = std::thread([cmd] { std::system(cmd.c_str()); });
     }
-    // closes the window as a window manager does; the exit code
-    int Close(Window w) {
-        person.Close(w);
+    // the exit code, once morvane has ended
+    int Code() {
         run.join();
         std::ifstream in(dir + "/code");
         int code = -1;
         in >> code;
         return code;
+    }
+    // closes the window as a window manager does; the exit code
+    int Close(Window w) {
+        person.Close(w);
+        return Code();
+    }
+    // morvane's process, once its test switch (MORVANE_TEST_STOP) has stopped it; 0 if it never
+    // does
+    pid_t Stopped() {
+        for (int i = 0; i < 1000; ++i) {
+            pid_t pid = 0;
+            std::ifstream(dir + "/pid") >> pid;
+            std::string line;
+            for (std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+                 pid > 0 && std::getline(status, line);)
+                if (line.rfind("State:", 0) == 0 && line.find('T') != std::string::npos)
+                    return pid;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return 0;
     }
     void Keys(Window w, std::initializer_list<KeySym> keys) {
         XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
@@ -205,7 +229,7 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     for (const auto& e : fs::directory_iterator(dir))
         left.push_back(e.path().filename());
     std::sort(left.begin(), left.end());
-    EXPECT_EQ((std::vector<std::string>{"err", "in.wav", "out.wav", "takes"}), left);
+    EXPECT_EQ((std::vector<std::string>{"err", "in.wav", "out.wav", "pid", "takes"}), left);
 
     // no sound server: said, and the rest works
     Keys(w, {XK_F6});
@@ -213,6 +237,30 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     Keys(w, {XK_F3, XK_Return}); // Return in a file's field renders
     Title("wrote renamed.wav with the crisp engine");
     EXPECT_EQ(0, Close(w));
+}
+
+// Closing the window in the middle of a render ends morvane as Ctrl-C would, leaving nothing.
+TEST_F(Studio, ClosedDuringARenderLeavesNoOutput) {
+    const std::string in = dir + "/in.wav", out = dir + "/out.wav";
+    WriteInput(in, 30);
+    // stopped on its fifth block written, so the window is closed while the render runs
+    Start("'" + in + "' '" + out + "'",
+          "MORVANE_TEST_STOP=write:5 PULSE_SERVER=unix:" + dir + "/no-server");
+    const pid_t pid = Stopped();
+    ASSERT_NE(0, pid);
+    const Window w = person.WaitForTitle("Rendering in.wav");
+    ASSERT_NE(0u, w);
+    person.Close(w);
+    kill(pid, SIGCONT);
+    EXPECT_EQ(130, Code());
+    std::ifstream err(dir + "/err");
+    const std::string said(std::istreambuf_iterator<char>(err), {});
+    EXPECT_NE(std::string::npos, said.find("closed during the render")) << said;
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir))
+        left.push_back(e.path().filename());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ((std::vector<std::string>{"code", "err", "in.wav", "pid"}), left);
 }
 
 TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
