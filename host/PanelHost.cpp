@@ -1,7 +1,6 @@
 #include "PanelHost.h"
 
 #include <atomic>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -20,10 +19,11 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Mode = StatusView::Mode;
-
 constexpr int kPrograms = 64;
+
+std::string EngineName(int engine) {
+    return std::string(engine == MorvaneEngine::kCrisp ? "crisp" : "splice") + " engine";
+}
 
 // m:ss.d
 std::string TimeText(double seconds) {
@@ -46,240 +46,277 @@ double Seconds(const std::string& path) {
 } // namespace
 
 int PanelHost::Run(const std::string& input, const std::string& output, bool render) {
-    ERect* rect = nullptr;
-    if (!m_plugin.Dispatch(effEditGetRect, 0, 0, &rect) || !rect) {
-        return Fail(kExitBadPlugin, "the plug-in has no panel");
-    }
-    CWnd::SetClassHint("morvane", "Morvane"); // as the menu entry's StartupWMClass says
-    StudioWindow window;
-    if (!window.Create(rect->right - rect->left, rect->bottom - rect->top)) {
-        return Fail(kExitUsage, "no X display to show the panel on (is DISPLAY set?)");
-    }
-    window.ShowWindow(SW_SHOW);
-    if (!m_plugin.Dispatch(effEditOpen, 0, 0,
-                           reinterpret_cast<void*>(window.PanelFrame().m_hWnd))) {
-        return Fail(kExitBadPlugin, "the plug-in could not open its panel");
-    }
-    window.SetFiles(input, output);
-    AudioPlayer player;
-
-    auto nextIdle = Clock::now();
-    auto nextSync = Clock::now();
-    bool closed = false;
-    std::string status, programName, title, shownInput = input;
-    Mode mode = Mode::Idle;
-
-    const auto engine = [&] {
-        return static_cast<int>(
-            m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk));
-    };
-    const auto engineName = [&](int e) {
-        return std::string(e == MorvaneEngine::kCrisp ? "crisp" : "splice") + " engine";
-    };
-    const auto show = [&](Mode m, double fraction, const std::string& text) {
-        mode = m;
-        status = text;
-        window.ShowState(m, fraction, text);
-    };
-    // The title names the state first (a taskbar shows its start), then the program.
-    const auto showTitle = [&] {
-        const std::string t = "Morvane: " + status + " \xE2\x80\x94 " + programName;
-        if (t != title)
-            window.SetWindowText((title = t).c_str());
-    };
-    // The strip follows what the panel does to the programs: copy, revert and save.
-    const auto sync = [&] {
-        std::vector<std::string> names;
-        for (int i = 0; i < kPrograms; ++i) {
-            const CString utf8 =
-                CheckSJISAndToUFT8(m_plugin.Text(effGetProgramNameIndexed, i, -1).c_str());
-            names.emplace_back(static_cast<const char*>(utf8));
-        }
-        const int current = static_cast<int>(m_plugin.Dispatch(effGetProgram));
-        window.SetPrograms(names, current);
-        programName = current >= 0 && current < kPrograms
-                          ? std::to_string(current + 1) + ": " + names[static_cast<size_t>(current)]
-                          : "";
-        window.SetEngine(engine());
-        if (window.Input() != shownInput && mode != Mode::Playing && mode != Mode::Rendering) {
-            shownInput = window.Input();
-            show(Mode::Idle, 0, "Ready: F5 renders " + BaseName(shownInput));
-        }
-        window.SetCanPlayResult(!window.Output().empty() &&
-                                std::filesystem::is_regular_file(window.Output()));
-        showTitle();
-    };
-    // One turn of the host's loop: its own window's events, then the editor's idle call.
-    const auto turn = [&](bool wait) {
-        window.PumpMessages();
-        if (Clock::now() >= nextIdle) {
-            m_plugin.Dispatch(effEditIdle);
-            nextIdle = Clock::now() + std::chrono::milliseconds(33);
-        }
-        if (wait && window.Connection())
-            window.Connection()->Wait(10);
-    };
-
-    bool playingResult = false; // what plays, and how long it is
-    double playingSeconds = 0;
-    const auto play = [&](bool ofResult, double fraction) {
-        const std::string path = ofResult ? window.Output() : window.Input();
-        if (path.empty() || !std::filesystem::is_regular_file(path)) {
-            show(Mode::Failed, 0,
-                 ofResult ? "Nothing rendered to play yet: F5 renders"
-                          : "No input to play: type its path or drop a file");
-            return;
-        }
-        playingResult = ofResult;
-        playingSeconds = Seconds(path);
-        player.Play(path, fraction);
-    };
-    bool noServerSaid = false;
-    const auto showPlayback = [&] {
-        if (player.Playing()) {
-            show(Mode::Playing, player.Position(),
-                 std::string(playingResult ? "Playing the result " : "Playing the source ") +
-                     TimeText(player.Position() * playingSeconds) + " of " +
-                     TimeText(playingSeconds) + "  (F8 or A/B compares at the same point)");
-        } else if (const std::string e = player.TakeError(); !e.empty()) {
-            // said once; after that the line just says playback is off
-            show(Mode::Failed, 0,
-                 noServerSaid ? "Playback is off: " + e
-                              : "Cannot play: " + e + "; rendering works as before");
-            noServerSaid = true;
-        } else if (mode == Mode::Playing) {
-            show(Mode::Idle, 0, "Stopped playing");
-        }
-    };
-
-    int code = kExitOk;
-    const auto doRender = [&] {
-        const std::string in = window.Input(), out = window.Output();
-        if (in.empty() || out.empty()) {
-            show(Mode::Failed, 0, "Choose an input and an output first (F3, F4, or drop a file)");
-            return;
-        }
-        player.Stop();
-        RenderSettings settings = m_settings;
-        try {
-            RenderBatch::CheckCollisions({{in, out}}, false);
-            settings.container = OutputFormat::FromName(out);
-        } catch (const std::exception& e) {
-            show(Mode::Failed, 0, e.what());
-            return;
-        }
-        const std::string name = BaseName(in);
-        shownInput = in;
-        const std::string made = engineName(engine());
-        window.SetRendering(true);
-        std::atomic<bool> stop{false};
-        try {
-            int shown = -1;
-            show(Mode::Rendering, 0, "Rendering " + name + " 0 %");
-            showTitle();
-            const RenderResult r =
-                RenderJob(settings, &stop).RunOn(m_plugin, in, out, [&](double f) {
-                    const int percent = static_cast<int>(f * 100);
-                    if (percent != shown) {
-                        shown = percent;
-                        show(Mode::Rendering, f,
-                             "Rendering " + name + " " + std::to_string(percent) + " % with the " +
-                                 made);
-                        showTitle();
-                    }
-                    turn(false);
-                    StudioWindow::Request q;
-                    while (window.Take(q)) {
-                        closed = closed || q.ask == StudioWindow::Ask::Close;
-                        stop = stop || closed || q.ask == StudioWindow::Ask::Stop;
-                    }
-                    if (!window.m_hWnd)
-                        stop = closed = true;
-                });
-            const double rate = r.sampleRate > 0 ? r.sampleRate : 1;
-            show(Mode::Idle, 1,
-                 "wrote " + BaseName(out) + " with the " + made + ": " +
-                     TimeText(static_cast<double>(r.inputFrames) / rate) + " \xE2\x86\x92 " +
-                     TimeText(static_cast<double>(r.outputFrames) / rate) +
-                     (r.silencedFrames > 0 ? "; " + r.SilenceNote("the crisp engine (F9)")
-                                           : ", F7 plays it"));
-            code = kExitOk;
-        } catch (const StoppedError&) {
-            if (closed)
-                code = kExitStopped;
-            else
-                show(Mode::Idle, 0, "Stopped: nothing was written");
-        } catch (const std::exception& e) {
-            Fail(e);
-            show(Mode::Failed, 0, std::string("The render failed: ") + e.what());
-            // the files' errors are the files'; any other is the plug-in's
-            const ExitCode c = ExitCodeOf(e);
-            code = c == kExitBadInput || c == kExitBadOutput ? c : kExitBadPlugin;
-        }
-        window.SetRendering(false);
-    };
-
-    show(Mode::Idle, 0,
+    if (const int failed = Open(input, output))
+        return failed;
+    m_shownInput = input;
+    Show(Mode::Idle, 0,
          input.empty() ? "Drop an audio file here, or type its path above"
                        : "Ready: F5 renders " + BaseName(input));
-    sync();
+    Sync();
     if (render)
-        doRender();
-    while (!closed && window.m_hWnd) {
-        turn(true);
-        StudioWindow::Request q;
-        while (!closed && window.Take(q)) {
-            switch (q.ask) {
-            case StudioWindow::Ask::Close:
-                closed = true;
-                break;
-            case StudioWindow::Ask::Render:
-                doRender();
-                break;
-            case StudioWindow::Ask::Stop:
-                player.Stop();
-                break;
-            case StudioWindow::Ask::PlaySource:
-            case StudioWindow::Ask::PlayResult: {
-                const bool ofResult = q.ask == StudioWindow::Ask::PlayResult;
-                const std::string path = ofResult ? window.Output() : window.Input();
-                // the button of what is playing stops it
-                if (player.Playing() && player.Path() == path)
-                    player.Stop();
-                else
-                    play(ofResult, 0);
-                break;
-            }
-            case StudioWindow::Ask::Compare:
-                // the other one at the same point of the music: lengths differ by the
-                // time rate, so the point is a share of each
-                if (player.Playing())
-                    play(!playingResult, player.Position());
-                else
-                    play(true, 0);
-                break;
-            case StudioWindow::Ask::Engine:
-                m_plugin.Dispatch(effVendorSpecific, MorvaneEngine::kTag, q.value);
-                show(Mode::Idle, 0, "The " + engineName(engine()) + " renders next");
-                break;
-            case StudioWindow::Ask::Program:
-                m_plugin.Dispatch(effSetProgram, 0, q.value);
-                break;
-            }
-        }
-        if (closed)
-            break;
-        showPlayback();
-        if (Clock::now() >= nextSync) {
-            sync();
-            nextSync = Clock::now() + std::chrono::milliseconds(250);
-        }
+        Render();
+    while (!m_closed && m_window.m_hWnd)
+        Step();
+    Close();
+    return m_code;
+}
+
+int PanelHost::Open(const std::string& input, const std::string& output) {
+    ERect* rect = nullptr;
+    if (!Dispatch(effEditGetRect, 0, 0, &rect) || !rect)
+        return Fail(kExitBadPlugin, "the plug-in has no panel");
+    CWnd::SetClassHint("morvane", "Morvane"); // as the menu entry's StartupWMClass says
+    if (!m_window.Create(rect->right - rect->left, rect->bottom - rect->top))
+        return Fail(kExitUsage, "no X display to show the panel on (is DISPLAY set?)");
+    m_window.ShowWindow(SW_SHOW);
+    if (!Dispatch(effEditOpen, 0, 0, reinterpret_cast<void*>(m_window.PanelFrame().m_hWnd)))
+        return Fail(kExitBadPlugin, "the plug-in could not open its panel");
+    m_window.SetFiles(input, output);
+    return kExitOk;
+}
+
+void PanelHost::Close() {
+    m_player.Stop();
+    Dispatch(effEditClose);
+    m_window.DestroyWindow();
+}
+
+void PanelHost::Pump(bool wait) {
+    m_window.PumpMessages();
+    if (Clock::now() >= m_nextIdle) {
+        Dispatch(effEditIdle);
+        m_nextIdle = Clock::now() + std::chrono::milliseconds(33);
     }
-    if (code == kExitStopped)
-        std::fprintf(stderr, "morvane: the window was closed during the render; no partial "
-                             "output was left\n");
-    player.Stop();
-    m_plugin.Dispatch(effEditClose);
-    window.DestroyWindow();
-    return code;
+    if (wait && m_window.Connection())
+        m_window.Connection()->Wait(10);
+}
+
+void PanelHost::Step() {
+    Pump(true);
+    StudioWindow::Request q;
+    while (!m_closed && m_window.Take(q))
+        Handle(q);
+    if (m_closed)
+        return;
+    ShowPlayback();
+    if (Clock::now() >= m_nextSync) {
+        Sync();
+        m_nextSync = Clock::now() + std::chrono::milliseconds(250);
+    }
+}
+
+void PanelHost::Handle(const StudioWindow::Request& q) {
+    switch (q.ask) {
+    case StudioWindow::Ask::Close:
+        m_closed = true;
+        break;
+    case StudioWindow::Ask::Render:
+        Render();
+        break;
+    case StudioWindow::Ask::Stop:
+        m_player.Stop();
+        break;
+    case StudioWindow::Ask::PlaySource:
+    case StudioWindow::Ask::PlayResult:
+        PlayOrStop(q.ask == StudioWindow::Ask::PlayResult);
+        break;
+    case StudioWindow::Ask::Compare:
+        Compare();
+        break;
+    case StudioWindow::Ask::Engine:
+        ChooseEngine(q.value);
+        break;
+    case StudioWindow::Ask::Program:
+        Dispatch(effSetProgram, 0, q.value);
+        break;
+    }
+}
+
+void PanelHost::Sync() {
+    SyncPrograms();
+    m_window.SetEngine(Engine());
+    SyncInput();
+    m_window.SetCanPlayResult(!m_window.Output().empty() &&
+                              std::filesystem::is_regular_file(m_window.Output()));
+    ShowTitle();
+}
+
+void PanelHost::SyncPrograms() {
+    std::vector<std::string> names;
+    for (int i = 0; i < kPrograms; ++i)
+        names.push_back(ProgramName(i));
+    const int current = static_cast<int>(Dispatch(effGetProgram));
+    m_window.SetPrograms(names, current);
+    m_programName = current >= 0 && current < kPrograms
+                        ? std::to_string(current + 1) + ": " + names[static_cast<size_t>(current)]
+                        : "";
+}
+
+// A new input typed or dropped is what F5 renders next, unless something plays or renders.
+void PanelHost::SyncInput() {
+    if (m_window.Input() == m_shownInput || m_mode == Mode::Playing || m_mode == Mode::Rendering)
+        return;
+    m_shownInput = m_window.Input();
+    Show(Mode::Idle, 0, "Ready: F5 renders " + BaseName(m_shownInput));
+}
+
+void PanelHost::Show(Mode mode, double fraction, const std::string& text) {
+    m_mode = mode;
+    m_status = text;
+    m_window.ShowState(mode, fraction, text);
+}
+
+// The title names the state first (a taskbar shows its start), then the program.
+void PanelHost::ShowTitle() {
+    const std::string title = "Morvane: " + m_status + " \xE2\x80\x94 " + m_programName;
+    if (title != m_title)
+        m_window.SetWindowText((m_title = title).c_str());
+}
+
+void PanelHost::Render() {
+    const std::string in = m_window.Input(), out = m_window.Output();
+    if (in.empty() || out.empty()) {
+        Show(Mode::Failed, 0, "Choose an input and an output first (F3, F4, or drop a file)");
+        return;
+    }
+    m_player.Stop();
+    RenderSettings settings = m_settings;
+    try {
+        RenderBatch::CheckCollisions({{in, out}}, false);
+        settings.container = OutputFormat::FromName(out);
+    } catch (const std::exception& e) {
+        Show(Mode::Failed, 0, e.what());
+        return;
+    }
+    m_shownInput = in;
+    m_renderName = BaseName(in);
+    m_renderEngine = EngineName(Engine());
+    m_shownPercent = -1;
+    m_window.SetRendering(true);
+    Show(Mode::Rendering, 0, "Rendering " + m_renderName + " 0 %");
+    ShowTitle();
+    std::atomic<bool> stop{false};
+    try {
+        ShowRendered(RenderJob(settings, &stop)
+                         .RunOn(m_plugin, in, out,
+                                [&](double f) {
+                                    if (!Progress(f))
+                                        stop = true;
+                                }),
+                     out);
+        m_code = kExitOk;
+    } catch (const StoppedError&) {
+        if (m_closed) {
+            std::fprintf(stderr, "morvane: the window was closed during the render; no partial "
+                                 "output was left\n");
+            m_code = kExitStopped;
+        } else {
+            Show(Mode::Idle, 0, "Stopped: nothing was written");
+        }
+    } catch (const std::exception& e) {
+        Fail(e);
+        Show(Mode::Failed, 0, std::string("The render failed: ") + e.what());
+        // the files' errors are the files'; any other is the plug-in's
+        const ExitCode c = ExitCodeOf(e);
+        m_code = c == kExitBadInput || c == kExitBadOutput ? c : kExitBadPlugin;
+    }
+    m_window.SetRendering(false);
+}
+
+bool PanelHost::Progress(double fraction) {
+    if (const int percent = static_cast<int>(fraction * 100); percent != m_shownPercent) {
+        m_shownPercent = percent;
+        Show(Mode::Rendering, fraction,
+             "Rendering " + m_renderName + " " + std::to_string(percent) + " % with the " +
+                 m_renderEngine);
+        ShowTitle();
+    }
+    Pump(false);
+    // the first Stop or Close ends the render; what came after it waits for the window's loop
+    StudioWindow::Request q;
+    while (m_window.Take(q)) {
+        if (q.ask == StudioWindow::Ask::Close)
+            m_closed = true;
+        if (q.ask == StudioWindow::Ask::Close || q.ask == StudioWindow::Ask::Stop)
+            return false;
+    }
+    if (!m_window.m_hWnd)
+        m_closed = true;
+    return !m_closed;
+}
+
+void PanelHost::ShowRendered(const RenderResult& r, const std::string& output) {
+    const double rate = r.sampleRate > 0 ? r.sampleRate : 1;
+    Show(Mode::Idle, 1,
+         "wrote " + BaseName(output) + " with the " + m_renderEngine + ": " +
+             TimeText(static_cast<double>(r.inputFrames) / rate) + " \xE2\x86\x92 " +
+             TimeText(static_cast<double>(r.outputFrames) / rate) +
+             (r.silencedFrames > 0 ? "; " + r.SilenceNote("the crisp engine (F9)")
+                                   : ", F7 plays it"));
+}
+
+void PanelHost::PlayOrStop(bool ofResult) {
+    const std::string path = ofResult ? m_window.Output() : m_window.Input();
+    if (m_player.Playing() && m_player.Path() == path)
+        m_player.Stop();
+    else
+        Play(ofResult, 0);
+}
+
+// The other one at the same point of the music: lengths differ by the time rate, so the point
+// is a share of each.
+void PanelHost::Compare() {
+    if (m_player.Playing())
+        Play(!m_playingResult, m_player.Position());
+    else
+        Play(true, 0);
+}
+
+void PanelHost::Play(bool ofResult, double fraction) {
+    const std::string path = ofResult ? m_window.Output() : m_window.Input();
+    if (path.empty() || !std::filesystem::is_regular_file(path)) {
+        Show(Mode::Failed, 0,
+             ofResult ? "Nothing rendered to play yet: F5 renders"
+                      : "No input to play: type its path or drop a file");
+        return;
+    }
+    m_playingResult = ofResult;
+    m_playingSeconds = Seconds(path);
+    m_player.Play(path, fraction);
+}
+
+void PanelHost::ShowPlayback() {
+    if (m_player.Playing()) {
+        Show(Mode::Playing, m_player.Position(),
+             std::string(m_playingResult ? "Playing the result " : "Playing the source ") +
+                 TimeText(m_player.Position() * m_playingSeconds) + " of " +
+                 TimeText(m_playingSeconds) + "  (F8 or A/B compares at the same point)");
+    } else if (const std::string e = m_player.TakeError(); !e.empty()) {
+        // said once; after that the line just says playback is off
+        Show(Mode::Failed, 0,
+             m_noServerSaid ? "Playback is off: " + e
+                            : "Cannot play: " + e + "; rendering works as before");
+        m_noServerSaid = true;
+    } else if (m_mode == Mode::Playing) {
+        Show(Mode::Idle, 0, "Stopped playing");
+    }
+}
+
+int PanelHost::Engine() const {
+    return static_cast<int>(Dispatch(effVendorSpecific, MorvaneEngine::kTag, MorvaneEngine::kAsk));
+}
+
+void PanelHost::ChooseEngine(int engine) {
+    Dispatch(effVendorSpecific, MorvaneEngine::kTag, engine);
+    Show(Mode::Idle, 0, "The " + EngineName(Engine()) + " renders next");
+}
+
+// The plug-in's names are Shift-JIS where they are not ASCII; the window shows UTF-8.
+std::string PanelHost::ProgramName(int index) const {
+    return static_cast<const char*>(
+        CheckSJISAndToUFT8(m_plugin.Text(effGetProgramNameIndexed, index, -1).c_str()));
+}
+
+VstIntPtr PanelHost::Dispatch(VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr) const {
+    return m_plugin.Dispatch(opcode, index, value, ptr);
 }

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
+#include "AEffect.h"
+#include "AudioPlayer.h"
 #include "RenderJob.h"
+#include "StudioWindow.h"
 
 class VstPlugin;
 
@@ -22,6 +26,58 @@ public:
     int Run(const std::string& input, const std::string& output, bool render);
 
 private:
+    using Clock = std::chrono::steady_clock;
+    using Mode = StatusView::Mode;
+
+    // The window with the panel in it, or the exit code saying why there is none.
+    int Open(const std::string& input, const std::string& output);
+    void Close();
+    // One turn of the host's loop: its own window's events, then the editor's idle call.
+    void Pump(bool wait);
+    // One pass of the window's loop: events, what the person asked, the state line.
+    void Step();
+    void Handle(const StudioWindow::Request& request);
+
+    // The strip follows what the panel does to the programs: copy, revert and save.
+    void Sync();
+    void SyncPrograms();
+    void SyncInput();
+    void Show(Mode mode, double fraction, const std::string& text);
+    void ShowTitle();
+
+    void Render();
+    // Between the render's blocks: its share on the line, the window handled; false to stop.
+    bool Progress(double fraction);
+    void ShowRendered(const RenderResult& result, const std::string& output);
+
+    // The button of what is playing stops it; the other one starts it.
+    void PlayOrStop(bool ofResult);
+    void Compare();
+    void Play(bool ofResult, double fraction);
+    void ShowPlayback();
+
+    int Engine() const;
+    void ChooseEngine(int engine);
+    std::string ProgramName(int index) const;
+    VstIntPtr Dispatch(VstInt32 opcode, VstInt32 index = 0, VstIntPtr value = 0,
+                       void* ptr = nullptr) const;
+
     VstPlugin& m_plugin;
-    RenderSettings m_settings;
+    const RenderSettings m_settings;
+    StudioWindow m_window;
+    AudioPlayer m_player; // after the window: stopped before the window goes
+
+    Clock::time_point m_nextIdle{}, m_nextSync{};
+    Mode m_mode = Mode::Idle;
+    std::string m_status, m_programName, m_title, m_shownInput;
+    bool m_closed = false;
+    int m_code = kExitOk;
+
+    // the render that runs: its input's name, its engine's, the percentage shown
+    std::string m_renderName, m_renderEngine;
+    int m_shownPercent = -1;
+
+    bool m_playingResult = false; // what plays, and how long it is
+    double m_playingSeconds = 0;
+    bool m_noServerSaid = false;
 };
