@@ -6,10 +6,11 @@
 
 #include "HostError.h"
 #include "MorvaneEngine.h"
+#include "MorvaneStudio.h"
 #include "OutputFormat.h"
 #include "RenderBatch.h"
 #include "RenderJob.h"
-#include "StudioEntry.h"
+#include "StudioRenderer.h"
 #include "VstPlugin.h"
 
 namespace {
@@ -76,7 +77,11 @@ int GuiCommand::Run() {
         const std::string in = m_files.empty() ? "" : m_files[0];
         const std::string out = m_files.size() == 2 ? m_files[1] : "";
         const MorvaneStudioEntry studio = LoadStudio();
-        return studio(p, settings, in, out, m_files.size() == 2, sizeof(RenderSettings));
+        const StudioRenderer renderer(p, settings);
+        const MorvaneStudioCall call{
+            MORVANE_STUDIO_CALL_VERSION, p.Effect(),     in.c_str(), out.c_str(),
+            m_files.size() == 2,         renderer.Host()};
+        return studio(&call);
     } catch (const HostError&) {
         throw;
     } catch (const std::exception& e) {

@@ -1,21 +1,16 @@
 #include "PanelHost.h"
 
-#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <vector>
 
-#include "AudioPlayer.h"
 #include "AudioReader.h"
 #include "BaseName.h"
 #include "CSjis.h"
 #include "CXConnection.h"
+#include "HostError.h"
 #include "MorvaneEngine.h"
-#include "OutputFormat.h"
-#include "RenderBatch.h"
-#include "StudioWindow.h"
-#include "VstPlugin.h"
 
 namespace {
 
@@ -180,12 +175,9 @@ void PanelHost::Render() {
         return;
     }
     m_player.Stop();
-    RenderSettings settings = m_settings;
-    try {
-        RenderBatch::CheckCollisions({{in, out}}, false);
-        settings.container = OutputFormat::FromName(out);
-    } catch (const std::exception& e) {
-        Show(Mode::Failed, 0, e.what());
+    char why[4096];
+    if (m_host.check(m_host.context, in.c_str(), out.c_str(), why, sizeof why) != kExitOk) {
+        Show(Mode::Failed, 0, why);
         return;
     }
     m_shownInput = in;
@@ -195,17 +187,16 @@ void PanelHost::Render() {
     m_window.SetRendering(true);
     Show(Mode::Rendering, 0, "Rendering " + m_renderName + " 0 %");
     ShowTitle();
-    std::atomic<bool> stop{false};
-    try {
-        ShowRendered(RenderJob(settings, &stop)
-                         .RunOn(m_plugin, in, out,
-                                [&](double f) {
-                                    if (!Progress(f))
-                                        stop = true;
-                                }),
-                     out);
+    const MorvaneStudioRender request{in.c_str(), out.c_str(), &PanelHost::Progress, this,
+                                      "the crisp engine (F9)"};
+    MorvaneStudioRendered result{};
+    m_host.render(m_host.context, &request, &result);
+    switch (result.outcome) {
+    case MORVANE_STUDIO_WRITTEN:
+        ShowRendered(result, out);
         m_code = kExitOk;
-    } catch (const StoppedError&) {
+        break;
+    case MORVANE_STUDIO_STOPPED:
         if (m_closed) {
             std::fprintf(stderr, "morvane: the window was closed during the render; no partial "
                                  "output was left\n");
@@ -213,14 +204,21 @@ void PanelHost::Render() {
         } else {
             Show(Mode::Idle, 0, "Stopped: nothing was written");
         }
-    } catch (const std::exception& e) {
-        Fail(e);
-        Show(Mode::Failed, 0, std::string("The render failed: ") + e.what());
+        break;
+    default: {
+        Fail(kExitBadPlugin, result.text);
+        Show(Mode::Failed, 0, std::string("The render failed: ") + result.text);
         // the files' errors are the files'; any other is the plug-in's
-        const ExitCode c = ExitCodeOf(e);
+        const int c = result.exitCode;
         m_code = c == kExitBadInput || c == kExitBadOutput ? c : kExitBadPlugin;
+        break;
+    }
     }
     m_window.SetRendering(false);
+}
+
+int PanelHost::Progress(void* self, double fraction) {
+    return static_cast<PanelHost*>(self)->Progress(fraction);
 }
 
 bool PanelHost::Progress(double fraction) {
@@ -245,14 +243,13 @@ bool PanelHost::Progress(double fraction) {
     return !m_closed;
 }
 
-void PanelHost::ShowRendered(const RenderResult& r, const std::string& output) {
+void PanelHost::ShowRendered(const MorvaneStudioRendered& r, const std::string& output) {
     const double rate = r.sampleRate > 0 ? r.sampleRate : 1;
     Show(Mode::Idle, 1,
          "wrote " + BaseName(output) + " with the " + m_renderEngine + ": " +
              TimeText(static_cast<double>(r.inputFrames) / rate) + " \xE2\x86\x92 " +
              TimeText(static_cast<double>(r.outputFrames) / rate) +
-             (r.silencedFrames > 0 ? "; " + r.SilenceNote("the crisp engine (F9)")
-                                   : ", F7 plays it"));
+             (r.text[0] ? std::string("; ") + r.text : std::string(", F7 plays it")));
 }
 
 void PanelHost::PlayOrStop(bool ofResult) {
@@ -311,12 +308,15 @@ void PanelHost::ChooseEngine(int engine) {
     Show(Mode::Idle, 0, "The " + EngineName(Engine()) + " renders next");
 }
 
-// The plug-in's names are Shift-JIS where they are not ASCII; the window shows UTF-8.
+// The plug-in's names are Shift-JIS where they are not ASCII; the window shows UTF-8. Room is
+// generous because plug-ins overrun the old limits.
 std::string PanelHost::ProgramName(int index) const {
-    return static_cast<const char*>(
-        CheckSJISAndToUFT8(m_plugin.Text(effGetProgramNameIndexed, index, -1).c_str()));
+    std::vector<char> name(1024, 0);
+    Dispatch(effGetProgramNameIndexed, index, -1, name.data());
+    name.back() = 0;
+    return static_cast<const char*>(CheckSJISAndToUFT8(name.data()));
 }
 
 VstIntPtr PanelHost::Dispatch(VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr) const {
-    return m_plugin.Dispatch(opcode, index, value, ptr);
+    return m_effect.dispatcher(&m_effect, opcode, index, value, ptr, 0);
 }

@@ -5,20 +5,18 @@
 
 #include "AEffect.h"
 #include "AudioPlayer.h"
-#include "RenderJob.h"
+#include "MorvaneStudio.h"
 #include "StudioWindow.h"
-
-class VstPlugin;
 
 // `morvane gui`: the plug-in's panel hosted in a window of its own (StudioWindow) through the
 // dispatcher, as an audio editor hosts it (opened in the window, idled 30 times a second), with
 // the strip around it: programs, engine, files, render, stop, and listening (AudioPlayer).
 // Renders run on the window's thread, which keeps handling the window between blocks; between
 // renders the plug-in is suspended and resumed, so what the panel says applies to the next one.
+// The renders themselves are the host's (MorvaneStudioHost).
 class PanelHost {
 public:
-    PanelHost(VstPlugin& plugin, RenderSettings settings)
-        : m_plugin(plugin), m_settings(std::move(settings)) {}
+    PanelHost(AEffect& effect, const MorvaneStudioHost& host) : m_effect(effect), m_host(host) {}
     // Opens with input and output in the strip (either may be empty) and renders at once when
     // render is set. Returns the exit code: 0 when the window was closed, 2 without a display,
     // 130 when it was closed in the middle of a render (nothing partial is left), or the last
@@ -46,9 +44,10 @@ private:
     void ShowTitle();
 
     void Render();
-    // Between the render's blocks: its share on the line, the window handled; false to stop.
+    // Between the render's blocks: its share on the line, the window handled; 0 to stop.
+    static int Progress(void* self, double fraction);
     bool Progress(double fraction);
-    void ShowRendered(const RenderResult& result, const std::string& output);
+    void ShowRendered(const MorvaneStudioRendered& result, const std::string& output);
 
     // The button of what is playing stops it; the other one starts it.
     void PlayOrStop(bool ofResult);
@@ -62,8 +61,8 @@ private:
     VstIntPtr Dispatch(VstInt32 opcode, VstInt32 index = 0, VstIntPtr value = 0,
                        void* ptr = nullptr) const;
 
-    VstPlugin& m_plugin;
-    const RenderSettings m_settings;
+    AEffect& m_effect;
+    const MorvaneStudioHost& m_host;
     StudioWindow m_window;
     AudioPlayer m_player; // after the window: stopped before the window goes
 
@@ -71,7 +70,7 @@ private:
     Mode m_mode = Mode::Idle;
     std::string m_status, m_programName, m_title, m_shownInput;
     bool m_closed = false;
-    int m_code = kExitOk;
+    int m_code = 0; // the status morvane ends with
 
     // the render that runs: its input's name, its engine's, the percentage shown
     std::string m_renderName, m_renderEngine;
