@@ -15,12 +15,12 @@
 
 namespace {
 
-// The window library: beside morvane in a build tree, in <libdir>/morvane once installed.
+// The window library: in <libdir>/morvane once installed, in studio/ of a build tree.
 MorvaneStudioEntry LoadStudio() {
     const std::string dir = VstPlugin::ProgramFolder();
     std::string why;
-    for (const std::string& path :
-         {dir + "morvane-studio.so", dir + MORVANE_STUDIO_FROM_BIN "/morvane-studio.so"}) {
+    for (const std::string& path : {dir + MORVANE_STUDIO_FROM_BIN "/morvane-studio.so",
+                                    dir + "../studio/morvane-studio.so"}) {
         if (access(path.c_str(), R_OK) != 0)
             continue;
         // Kept for the process: the window layer holds its display connection to the end.
@@ -30,7 +30,7 @@ MorvaneStudioEntry LoadStudio() {
         why = dlerror();
     }
     throw UsageError("the window cannot be shown: " +
-                     (why.empty() ? "morvane-studio.so is not installed beside morvane" : why));
+                     (why.empty() ? "morvane-studio.so is not installed with morvane" : why));
 }
 
 } // namespace
