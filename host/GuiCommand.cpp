@@ -78,9 +78,12 @@ int GuiCommand::Run() {
         const std::string out = m_files.size() == 2 ? m_files[1] : "";
         const MorvaneStudioEntry studio = LoadStudio();
         const StudioRenderer renderer(p, settings);
-        const MorvaneStudioCall call{
-            MORVANE_STUDIO_CALL_VERSION, p.Effect(),     in.c_str(), out.c_str(),
-            m_files.size() == 2,         renderer.Host()};
+        const MorvaneStudioCall call{.version = MORVANE_STUDIO_CALL_VERSION,
+                                     .effect = p.Effect(),
+                                     .input = in.c_str(),
+                                     .output = out.c_str(),
+                                     .renderNow = m_files.size() == 2,
+                                     .host = renderer.Host()};
         return studio(&call);
     } catch (const HostError&) {
         throw;

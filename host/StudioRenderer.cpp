@@ -24,7 +24,7 @@ void Tell(MorvaneStudioRendered& result, int outcome, int exitCode, const std::s
 } // namespace
 
 StudioRenderer::StudioRenderer(const VstPlugin& plugin, RenderSettings settings)
-    : m_plugin(plugin), m_settings(std::move(settings)), m_host{this, &OnCheck, &OnRender} {}
+    : m_plugin(plugin), m_settings(std::move(settings)) {}
 
 int StudioRenderer::OnCheck(void* self, const char* input, const char* output, char* why,
                             size_t size) {

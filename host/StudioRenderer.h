@@ -31,5 +31,5 @@ private:
 
     const VstPlugin& m_plugin;
     const RenderSettings m_settings;
-    MorvaneStudioHost m_host;
+    const MorvaneStudioHost m_host{.context = this, .check = &OnCheck, .render = &OnRender};
 };

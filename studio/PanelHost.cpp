@@ -187,8 +187,11 @@ void PanelHost::Render() {
     m_window.SetRendering(true);
     Show(Mode::Rendering, 0, "Rendering " + m_renderName + " 0 %");
     ShowTitle();
-    const MorvaneStudioRender request{in.c_str(), out.c_str(), &PanelHost::Progress, this,
-                                      "the crisp engine (F9)"};
+    const MorvaneStudioRender request{.input = in.c_str(),
+                                      .output = out.c_str(),
+                                      .progress = &PanelHost::OnProgress,
+                                      .user = this,
+                                      .crispHint = "the crisp engine (F9)"};
     MorvaneStudioRendered result{};
     m_host.render(m_host.context, &request, &result);
     switch (result.outcome) {
@@ -217,7 +220,7 @@ void PanelHost::Render() {
     m_window.SetRendering(false);
 }
 
-int PanelHost::Progress(void* self, double fraction) {
+int PanelHost::OnProgress(void* self, double fraction) {
     return static_cast<PanelHost*>(self)->Progress(fraction);
 }
 

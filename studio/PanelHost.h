@@ -44,8 +44,8 @@ private:
     void ShowTitle();
 
     void Render();
-    // Between the render's blocks: its share on the line, the window handled; 0 to stop.
-    static int Progress(void* self, double fraction);
+    // Between the render's blocks: its share on the line, the window handled; false to stop.
+    static int OnProgress(void* self, double fraction);
     bool Progress(double fraction);
     void ShowRendered(const MorvaneStudioRendered& result, const std::string& output);
 
