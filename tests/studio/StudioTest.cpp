@@ -93,6 +93,14 @@ struct Studio : ::testing::Test {
         person.Close(w);
         return Code();
     }
+    // the names in the test's folder, sorted
+    std::vector<std::string> Left() const {
+        std::vector<std::string> names;
+        for (const auto& e : fs::directory_iterator(dir))
+            names.push_back(e.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
     // morvane's process, once its test switch (MORVANE_TEST_STOP) has stopped it; 0 if it never
     // does
     pid_t Stopped() {
@@ -224,11 +232,7 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
         person.Key(k, false);
     }
     Title("Stopped: nothing was written");
-    std::vector<std::string> left;
-    for (const auto& e : fs::directory_iterator(dir))
-        left.push_back(e.path().filename());
-    std::sort(left.begin(), left.end());
-    EXPECT_EQ((std::vector<std::string>{"err", "in.wav", "out.wav", "pid", "takes"}), left);
+    EXPECT_EQ((std::vector<std::string>{"err", "in.wav", "out.wav", "pid", "takes"}), Left());
 
     // no sound server: said, and the rest works
     Keys(w, {XK_F6});
@@ -255,11 +259,28 @@ TEST_F(Studio, ClosedDuringARenderLeavesNoOutput) {
     std::ifstream err(dir + "/err");
     const std::string said(std::istreambuf_iterator<char>(err), {});
     EXPECT_NE(std::string::npos, said.find("closed during the render")) << said;
-    std::vector<std::string> left;
-    for (const auto& e : fs::directory_iterator(dir))
-        left.push_back(e.path().filename());
-    std::sort(left.begin(), left.end());
-    EXPECT_EQ((std::vector<std::string>{"code", "err", "in.wav", "pid"}), left);
+    EXPECT_EQ((std::vector<std::string>{"code", "err", "in.wav", "pid"}), Left());
+}
+
+// Terminated in the middle of a render from the window: the render runs in morvane's own code, so
+// its temporary file (named here, as on a filesystem that refuses unnamed files) is in the list
+// morvane's signal handler clears.
+TEST_F(Studio, TerminatedDuringARenderLeavesNoTemporaryFile) {
+    const std::string in = dir + "/in.wav", out = dir + "/out.wav";
+    WriteInput(in, 30);
+    const std::string env =
+        "MORVANE_TEST_NO_TMPFILE=1 MORVANE_TEST_STOP=write:5 PULSE_SERVER=unix:";
+    Start("'" + in + "' '" + out + "'", env + dir + "/no-server");
+    const pid_t pid = Stopped();
+    ASSERT_NE(0, pid);
+    const std::vector<std::string> during = Left();
+    EXPECT_TRUE(std::any_of(during.begin(), during.end(), [](const std::string& name) {
+        return name.rfind(".out.wav.morvane-", 0) == 0;
+    })) << "the render writes under a hidden name";
+    kill(pid, SIGTERM);
+    kill(pid, SIGCONT);
+    EXPECT_EQ(143, Code());
+    EXPECT_EQ((std::vector<std::string>{"code", "err", "in.wav", "pid"}), Left());
 }
 
 TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
