@@ -6,20 +6,21 @@
 
 #include "HostError.h"
 #include "MorvaneEngine.h"
+#include "MorvaneStudio.h"
 #include "OutputFormat.h"
 #include "RenderBatch.h"
 #include "RenderJob.h"
-#include "StudioEntry.h"
+#include "StudioRenderer.h"
 #include "VstPlugin.h"
 
 namespace {
 
-// The window library: beside morvane in a build tree, in <libdir>/morvane once installed.
+// The window library: in <libdir>/morvane once installed, in studio/ of a build tree.
 MorvaneStudioEntry LoadStudio() {
     const std::string dir = VstPlugin::ProgramFolder();
     std::string why;
-    for (const std::string& path :
-         {dir + "morvane-studio.so", dir + MORVANE_STUDIO_FROM_BIN "/morvane-studio.so"}) {
+    for (const std::string& path : {dir + MORVANE_STUDIO_FROM_BIN "/morvane-studio.so",
+                                    dir + "../studio/morvane-studio.so"}) {
         if (access(path.c_str(), R_OK) != 0)
             continue;
         // Kept for the process: the window layer holds its display connection to the end.
@@ -29,7 +30,7 @@ MorvaneStudioEntry LoadStudio() {
         why = dlerror();
     }
     throw UsageError("the window cannot be shown: " +
-                     (why.empty() ? "morvane-studio.so is not installed beside morvane" : why));
+                     (why.empty() ? "morvane-studio.so is not installed with morvane" : why));
 }
 
 } // namespace
@@ -76,7 +77,14 @@ int GuiCommand::Run() {
         const std::string in = m_files.empty() ? "" : m_files[0];
         const std::string out = m_files.size() == 2 ? m_files[1] : "";
         const MorvaneStudioEntry studio = LoadStudio();
-        return studio(p, settings, in, out, m_files.size() == 2, sizeof(RenderSettings));
+        const StudioRenderer renderer(p, settings);
+        const MorvaneStudioCall call{.version = MORVANE_STUDIO_CALL_VERSION,
+                                     .effect = p.Effect(),
+                                     .input = in.c_str(),
+                                     .output = out.c_str(),
+                                     .renderNow = m_files.size() == 2,
+                                     .host = renderer.Host()};
+        return studio(&call);
     } catch (const HostError&) {
         throw;
     } catch (const std::exception& e) {

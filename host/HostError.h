@@ -35,6 +35,8 @@ using UsageError = HostErrorOf<kExitUsage>;
 using InputError = HostErrorOf<kExitBadInput>;
 using OutputError = HostErrorOf<kExitBadOutput>;
 using PluginError = HostErrorOf<kExitBadPlugin>;
+// A render stopped by its owner before the end; nothing was written.
+using StoppedError = HostErrorOf<kExitStopped>;
 
 // The status an error ends morvane with.
 inline ExitCode ExitCodeOf(const std::exception& e) {

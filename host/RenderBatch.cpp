@@ -13,16 +13,13 @@
 #include <thread>
 
 #include "AudioReader.h"
+#include "BaseName.h"
 #include "HostError.h"
 #include "OutputFormat.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string BaseName(const std::string& path) {
-    return fs::path(path).filename().string();
-}
 
 void WarnIfClipping(const std::string& output, const RenderResult& r, double levelDb) {
     if (r.peak <= 1.0f)

@@ -356,6 +356,9 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         written += n;
         if (progress)
             progress(total ? double(taken) / total : 1.0);
+        // the writer, never committed, removes what it wrote
+        if (m_stop && m_stop->load(std::memory_order_relaxed))
+            throw StoppedError("stopped: nothing was written");
         if (taken == total && offer == 0 && out == 0)
             break;
         idle = in == 0 && out == 0 ? idle + 1 : 0;

@@ -2,6 +2,7 @@
 
 #include <sndfile.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -65,7 +66,10 @@ struct RenderResult {
 // round(input frames x time rate) long.
 class RenderJob {
 public:
-    explicit RenderJob(RenderSettings settings) : m_settings(std::move(settings)) {}
+    // A job with a stop flag ends at the first block after it is set, with StoppedError and no
+    // file written; whoever sets it (a progress callback, another thread) owns it.
+    explicit RenderJob(RenderSettings settings, const std::atomic<bool>* stop = nullptr)
+        : m_settings(std::move(settings)), m_stop(stop) {}
 
     // progress receives the share of input taken, 0 .. 1. Throws one of the errors above.
     RenderResult Run(const std::string& input, const std::string& output,
@@ -80,4 +84,5 @@ private:
                          const std::function<void(double)>& progress);
 
     RenderSettings m_settings;
+    const std::atomic<bool>* m_stop;
 };

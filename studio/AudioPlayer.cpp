@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "AudioReader.h"
+#include "BaseName.h"
 
 namespace {
 
@@ -141,9 +142,8 @@ void AudioPlayer::Run(Session& s) {
                             static_cast<uint32_t>(-1), static_cast<uint32_t>(-1),
                             static_cast<uint32_t>(-1)};
         int err = 0;
-        stream =
-            pa.simpleNew(nullptr, "Morvane", PA_STREAM_PLAYBACK, nullptr,
-                         path.substr(path.rfind('/') + 1).c_str(), &format, nullptr, &attr, &err);
+        stream = pa.simpleNew(nullptr, "Morvane", PA_STREAM_PLAYBACK, nullptr,
+                              BaseName(path).c_str(), &format, nullptr, &attr, &err);
         if (!stream)
             throw std::runtime_error(std::string("no sound server (") + pa.strerror(err) + ")");
         std::vector<float> chunk(static_cast<size_t>(kChunkFrames) * in.Channels());

@@ -3,6 +3,7 @@
 // (tests/support/with-pulse.sh), whose null sink's monitor is recorded.
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sndfile.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -74,17 +76,45 @@ struct Studio : ::testing::Test {
     // morvane gui with args, in the background; env goes before it
     void Start(const std::string& args, const std::string& env = "") {
         const std::string cmd = env + " " + MORVANE_CLI + " gui " + args + " 2>" + dir +
-                                "/err; echo $? >" + dir + "/code";
+                                "/err & echo $! >" + dir + "/pid; wait $!; echo $? >" + dir +
+                                "/code";
         run = std::thread([cmd] { std::system(cmd.c_str()); });
     }
-    // closes the window as a window manager does; the exit code
-    int Close(Window w) {
-        person.Close(w);
+    // the exit code, once morvane has ended
+    int Code() {
         run.join();
         std::ifstream in(dir + "/code");
         int code = -1;
         in >> code;
         return code;
+    }
+    // closes the window as a window manager does; the exit code
+    int Close(Window w) {
+        person.Close(w);
+        return Code();
+    }
+    // the names in the test's folder, sorted
+    std::vector<std::string> Left() const {
+        std::vector<std::string> names;
+        for (const auto& e : fs::directory_iterator(dir))
+            names.push_back(e.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+    // morvane's process, once its test switch (MORVANE_TEST_STOP) has stopped it; 0 if it never
+    // does
+    pid_t Stopped() {
+        for (int i = 0; i < 1000; ++i) {
+            pid_t pid = 0;
+            std::ifstream(dir + "/pid") >> pid;
+            std::string line;
+            for (std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+                 pid > 0 && std::getline(status, line);)
+                if (line.rfind("State:", 0) == 0 && line.find('T') != std::string::npos)
+                    return pid;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return 0;
     }
     void Keys(Window w, std::initializer_list<KeySym> keys) {
         XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
@@ -201,11 +231,7 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
         person.Key(k, false);
     }
     Title("Stopped: nothing was written");
-    std::vector<std::string> left;
-    for (const auto& e : fs::directory_iterator(dir))
-        left.push_back(e.path().filename());
-    std::sort(left.begin(), left.end());
-    EXPECT_EQ((std::vector<std::string>{"err", "in.wav", "out.wav", "takes"}), left);
+    EXPECT_EQ((std::vector<std::string>{"err", "in.wav", "out.wav", "pid", "takes"}), Left());
 
     // no sound server: said, and the rest works
     Keys(w, {XK_F6});
@@ -213,6 +239,47 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     Keys(w, {XK_F3, XK_Return}); // Return in a file's field renders
     Title("wrote renamed.wav with the crisp engine");
     EXPECT_EQ(0, Close(w));
+}
+
+// Closing the window in the middle of a render ends morvane as Ctrl-C would, leaving nothing.
+TEST_F(Studio, ClosedDuringARenderLeavesNoOutput) {
+    const std::string in = dir + "/in.wav", out = dir + "/out.wav";
+    WriteInput(in, 30);
+    // stopped on its fifth block written, so the window is closed while the render runs
+    Start("'" + in + "' '" + out + "'",
+          "MORVANE_TEST_STOP=write:5 PULSE_SERVER=unix:" + dir + "/no-server");
+    const pid_t pid = Stopped();
+    ASSERT_NE(0, pid);
+    const Window w = person.WaitForTitle("Rendering in.wav");
+    ASSERT_NE(0u, w);
+    person.Close(w);
+    kill(pid, SIGCONT);
+    EXPECT_EQ(130, Code());
+    std::ifstream err(dir + "/err");
+    const std::string said(std::istreambuf_iterator<char>(err), {});
+    EXPECT_NE(std::string::npos, said.find("closed during the render")) << said;
+    EXPECT_EQ((std::vector<std::string>{"code", "err", "in.wav", "pid"}), Left());
+}
+
+// Terminated in the middle of a render from the window: the render runs in morvane's own code, so
+// its temporary file (named here, as on a filesystem that refuses unnamed files) is in the list
+// morvane's signal handler clears.
+TEST_F(Studio, TerminatedDuringARenderLeavesNoTemporaryFile) {
+    const std::string in = dir + "/in.wav", out = dir + "/out.wav";
+    WriteInput(in, 30);
+    const std::string env =
+        "MORVANE_TEST_NO_TMPFILE=1 MORVANE_TEST_STOP=write:5 PULSE_SERVER=unix:";
+    Start("'" + in + "' '" + out + "'", env + dir + "/no-server");
+    const pid_t pid = Stopped();
+    ASSERT_NE(0, pid);
+    const std::vector<std::string> during = Left();
+    EXPECT_TRUE(std::any_of(during.begin(), during.end(), [](const std::string& name) {
+        return name.rfind(".out.wav.morvane-", 0) == 0;
+    })) << "the render writes under a hidden name";
+    kill(pid, SIGTERM);
+    kill(pid, SIGCONT);
+    EXPECT_EQ(143, Code());
+    EXPECT_EQ((std::vector<std::string>{"code", "err", "in.wav", "pid"}), Left());
 }
 
 TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
