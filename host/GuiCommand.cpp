@@ -49,7 +49,8 @@ GuiCommand::GuiCommand(CLI::App& parent)
     m_cmd
         ->add_option("-e,--engine", m_engine,
                      "splice or crisp, as for render; F9 in the window changes it")
-        ->check(CLI::IsMember({"splice", "crisp"}))
+        ->check(CLI::IsMember({MorvaneEngine::kNames[MorvaneEngine::kSplice],
+                               MorvaneEngine::kNames[MorvaneEngine::kCrisp]}))
         ->capture_default_str();
 }
 
@@ -72,8 +73,7 @@ int GuiCommand::Run() {
         p.Dispatch(effMainsChanged, 0, 1);
         if (m_program)
             p.Dispatch(effSetProgram, 0, m_program - 1);
-        RenderSettings::ChooseEngine(p, m_engine == "crisp" ? MorvaneEngine::kCrisp
-                                                            : MorvaneEngine::kSplice);
+        RenderSettings::ChooseEngine(p, MorvaneEngine::FromName(m_engine));
         const std::string in = m_files.empty() ? "" : m_files[0];
         const std::string out = m_files.size() == 2 ? m_files[1] : "";
         const MorvaneStudioEntry studio = LoadStudio();

@@ -307,9 +307,12 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         }
     };
 
-    // Each call asks for more output than the plug-in can hold, so its queue never fills.
+    // Output room per call: twice what a block can become at a time rate of 2, twice over, and
+    // four seconds for the announced delay and what a plug-in gives at once when it flushes.
+    // What does not fit comes with the next calls.
+    constexpr int kRoomBlocks = 4, kRoomSeconds = 4;
     const int block = m_settings.blockSize;
-    const int room = 4 * block + 4 * rate;
+    const int room = kRoomBlocks * block + kRoomSeconds * rate;
     // Left uninitialised: each call reads only what was written before it, and the output
     // buffers, sized for the worst case, are mostly never touched.
     const auto buffer = [](size_t n) { return std::unique_ptr<float[]>(new float[n]); };

@@ -17,7 +17,10 @@ namespace {
 constexpr int kPrograms = 64;
 
 std::string EngineName(int engine) {
-    return std::string(engine == MorvaneEngine::kCrisp ? "crisp" : "splice") + " engine";
+    return std::string(
+               MorvaneEngine::kNames[engine == MorvaneEngine::kCrisp ? MorvaneEngine::kCrisp
+                                                                     : MorvaneEngine::kSplice]) +
+           " engine";
 }
 
 // m:ss.d

@@ -4,6 +4,7 @@
 
 #include "CDC.h"
 #include "CFileDialog.h"
+#include "MorvaneEngine.h"
 
 namespace {
 
@@ -85,8 +86,8 @@ bool StudioWindow::Create(int panelWidth, int panelHeight) {
                      kIdProgram);
     m_engineLabel.Create("Engine", child, row(engineLeft - 52, engineLeft), this);
     m_engine.Create(child | WS_TABSTOP | CBS_DROPDOWNLIST, row(engineLeft, right), this, kIdEngine);
-    m_engine.AddString("splice");
-    m_engine.AddString("crisp");
+    for (int kind : {MorvaneEngine::kSplice, MorvaneEngine::kCrisp}) // index kind - 1
+        m_engine.AddString(MorvaneEngine::kNames[kind]);
     y += kRow + kGap;
     m_inLabel.Create("Input", child, row(kMargin, left), this);
     const int choose = right - 30;
