@@ -41,8 +41,12 @@ void WarnIfClipping(const std::string& output, const RenderResult& r, double lev
 }
 
 void WarnIfSilenced(const std::string& output, const RenderResult& r) {
+    // sustained sounds at strong stretches, by the splice engine's design
     if (const std::string note = r.SilenceNote("--engine crisp"); !note.empty())
-        std::fprintf(stderr, "morvane: note: %s: %s\n", output.c_str(), note.c_str());
+        std::fprintf(stderr,
+                     "morvane: note: the splice engine leaves short silences in sustained sounds "
+                     "at strong stretches, by design; %s has %s\n",
+                     output.c_str(), note.c_str());
 }
 
 void WarnIfCutShort(const std::string& input, const RenderResult& r) {

@@ -394,7 +394,5 @@ std::string RenderResult::SilenceNote(const char* crispHint) const {
     if (silencedFrames <= 0 || sampleRate <= 0)
         return {};
     const long long ms = std::max(1LL, std::llround(1000.0 * silencedFrames / sampleRate));
-    return "the splice engine left " + std::to_string(ms) +
-           " ms of silent gaps in sustained sound, as it does by design at strong stretches; " +
-           crispHint + " avoids them";
+    return std::to_string(ms) + " ms of silent gaps: " + crispHint + " avoids them";
 }

@@ -57,7 +57,7 @@ struct RenderResult {
     sf_count_t missingFrames = 0; // promised by the input's header but not in the file
     // output frames the splice engine made silent where the input sounded (by its design)
     sf_count_t silencedFrames = 0;
-    // "; the splice engine left 120 ms of silent gaps, which --engine crisp avoids", or empty
+    // "120 ms of silent gaps: --engine crisp avoids them", or empty when there are none
     std::string SilenceNote(const char* crispHint) const;
 };
 

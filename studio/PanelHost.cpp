@@ -194,7 +194,7 @@ void PanelHost::Render() {
                                       .output = out.c_str(),
                                       .progress = &PanelHost::OnProgress,
                                       .user = this,
-                                      .crispHint = "the crisp engine (F9)"};
+                                      .crispHint = "F9 crisp"};
     MorvaneStudioRendered result{};
     m_host.render(m_host.context, &request, &result);
     switch (result.outcome) {
@@ -251,11 +251,14 @@ bool PanelHost::Progress(double fraction) {
 
 void PanelHost::ShowRendered(const MorvaneStudioRendered& r, const std::string& output) {
     const double rate = r.sampleRate > 0 ? r.sampleRate : 1;
-    Show(Mode::Idle, 1,
-         "wrote " + BaseName(output) + " with the " + m_renderEngine + ": " +
-             TimeText(static_cast<double>(r.inputFrames) / rate) + " \xE2\x86\x92 " +
-             TimeText(static_cast<double>(r.outputFrames) / rate) +
-             (r.text[0] ? std::string("; ") + r.text : std::string(", F7 plays it")));
+    // silent gaps the splice engine left by design: said in their place, the line being short
+    if (r.text[0])
+        Show(Mode::Idle, 1, "wrote " + BaseName(output) + " with " + r.text);
+    else
+        Show(Mode::Idle, 1,
+             "wrote " + BaseName(output) + " with the " + m_renderEngine + ": " +
+                 TimeText(static_cast<double>(r.inputFrames) / rate) + " \xE2\x86\x92 " +
+                 TimeText(static_cast<double>(r.outputFrames) / rate) + ", F7 plays it");
 }
 
 void PanelHost::PlayOrStop(bool ofResult) {
