@@ -524,9 +524,13 @@ TEST_F(Host, BatchKeepsGoingAndReportsFailures) {
     Read("out/b.wav", &info);
     EXPECT_EQ(11025, info.frames);
     EXPECT_FALSE(fs::exists(dir / "out" / "bad.wav"));
-    // a file of a batch, with the plug-in kept loaded between files, is the file rendered alone
+    // a file of a batch, with the plug-in kept loaded between files, is the file rendered alone:
+    // the same samples and the same size (a float WAV's PEAK chunk holds the second it was
+    // written in, so the bytes may differ there)
     ASSERT_EQ(0, Run("render -t 50 " + P("b.wav") + " " + P("alone.wav")).code);
-    EXPECT_TRUE(Slurp(P("alone.wav")) == Slurp(P("out/b.wav")));
+    SF_INFO alone;
+    EXPECT_EQ(Read("alone.wav", &alone), Read("out/b.wav", &info));
+    EXPECT_EQ(fs::file_size(P("alone.wav")), fs::file_size(P("out/b.wav")));
 }
 
 TEST_F(Host, InfoHelpAndDemo) {
