@@ -22,6 +22,9 @@ namespace fs = std::filesystem;
 namespace {
 
 void WarnIfClipping(const std::string& output, const RenderResult& r, double levelDb) {
+    if (r.guardDb > 0)
+        std::fprintf(stderr, "morvane: --guard lowered %s by %.2f dB, so that it does not clip\n",
+                     output.c_str(), r.guardDb);
     if (r.peak <= 1.0f)
         return;
     const double dbfs = 20 * std::log10(r.peak);

@@ -71,6 +71,9 @@ RenderCommand::RenderCommand(CLI::App& parent)
         ->capture_default_str();
     render->add_flag("--keep-latency", m_settings.keepLatency,
                      "Keep the plug-in's announced delay (silence) at the start");
+    render->add_flag("--guard", m_settings.guard,
+                     "Lower the level by just enough that no sample of the output goes beyond "
+                     "full scale, and say by how much (the output is written at the end)");
     render->add_flag("--sync", m_settings.durable,
                      "Flush each output to the disk before it is named, and its name after, so "
                      "that a power cut leaves the old file or the new one whole");

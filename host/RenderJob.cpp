@@ -15,6 +15,7 @@
 #include "AudioWriter.h"
 #include "CAsyncReader.h"
 #include "CAsyncWriter.h"
+#include "LevelGuard.h"
 #include "MorvaneEngine.h"
 #include "MorvaneParameters.h"
 #include "OutputFormat.h"
@@ -296,7 +297,7 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
             throw InputError(e.what());
         }
     };
-    const auto write = [&](const float* f, sf_count_t n) {
+    const auto store = [&](const float* f, sf_count_t n) {
         try {
             if (sink)
                 sink->Write(f, static_cast<long>(n));
@@ -305,6 +306,16 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         } catch (const std::exception& e) {
             throw OutputError(e.what());
         }
+    };
+    // With --guard the output waits until the end, when its peak is known.
+    std::optional<LevelGuard> guard;
+    if (m_settings.guard)
+        guard.emplace(channels);
+    const auto write = [&](const float* f, sf_count_t n) {
+        if (guard)
+            guard->Write(f, n);
+        else
+            store(f, n);
     };
 
     // Output room per call: twice what a block can become at a time rate of 2, twice over, and
@@ -376,6 +387,12 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         const sf_count_t n = std::min<sf_count_t>(length - written, room);
         write(interleaved.get(), n);
         written += n;
+    }
+    if (guard) {
+        const float gain = guard->Gain();
+        result.guardDb = -20.0 * std::log10(static_cast<double>(gain));
+        result.peak = guard->Peak() * gain;
+        guard->Replay(store);
     }
     try {
         if (sink)

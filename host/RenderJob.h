@@ -24,6 +24,7 @@ struct RenderSettings {
     int blockSize = 8192;
     bool keepLatency = false;
     bool durable = false; // the output reaches the disk before it is named (--sync)
+    bool guard = false;   // the level lowered by just enough that nothing passes full scale
     // Plain PCM of a long file read and written on threads of their own too, for cores that
     // would otherwise idle; coded formats always are.
     bool spareCores = true;
@@ -53,6 +54,7 @@ struct RenderResult {
     sf_count_t outputFrames = 0;
     int sampleRate = 0;
     float peak = 0.0f;            // largest |sample| written
+    double guardDb = 0.0;         // how far --guard lowered the level
     int format = 0;               // libsndfile format of the file written
     sf_count_t missingFrames = 0; // promised by the input's header but not in the file
     // output frames the splice engine made silent where the input sounded (by its design)

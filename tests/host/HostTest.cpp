@@ -437,6 +437,20 @@ TEST_F(Host, ClippingIsReportedWithAdvice) {
     EXPECT_EQ(0, kept.code);
     EXPECT_NE(std::string::npos, kept.err.find("peaks at +2.1 dBFS, above full scale")) << kept.err;
     EXPECT_EQ(std::string::npos, kept.err.find("clips")) << kept.err;
+    // --guard lowers the level by just as much as the peak is beyond full scale, and says so
+    const Result guarded = Run("render -l 3 --guard " + P("loud.wav") + " " + P("g.wav"));
+    EXPECT_EQ(0, guarded.code);
+    EXPECT_NE(std::string::npos, guarded.err.find("--guard lowered")) << guarded.err;
+    EXPECT_NE(std::string::npos, guarded.err.find("by 2.09 dB")) << guarded.err;
+    EXPECT_EQ(std::string::npos, guarded.err.find("clips")) << guarded.err;
+    SF_INFO info;
+    const auto g = Read("g.wav", &info);
+    float peak = 0;
+    for (float x : g)
+        peak = std::max(peak, std::fabs(x));
+    EXPECT_EQ(44100, info.frames);
+    EXPECT_GT(peak, 0.999f);
+    EXPECT_LE(peak, 1.0f);
 }
 
 // The longest run of frames whose every sample is exactly zero.
