@@ -70,6 +70,7 @@ void StudioRenderer::Render(const MorvaneStudioRender& request,
         result.inputFrames = r.inputFrames;
         result.outputFrames = r.outputFrames;
         result.sampleRate = r.sampleRate;
+        result.peak = r.peak;
         Tell(result, MORVANE_STUDIO_WRITTEN, kExitOk,
              r.SilenceNote(request.crispHint ? request.crispHint : "the crisp engine"));
     } catch (const StoppedError& e) {

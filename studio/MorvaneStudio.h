@@ -17,7 +17,7 @@ extern "C" {
 
 // Raised whenever a field below is added, removed or changes meaning; the window refuses a call
 // of any other version.
-#define MORVANE_STUDIO_CALL_VERSION 1u
+#define MORVANE_STUDIO_CALL_VERSION 2u
 
 // How a render ended.
 enum MorvaneStudioOutcome {
@@ -41,6 +41,7 @@ typedef struct MorvaneStudioRendered {
     int exitCode; // the status morvane would end with for the failure; 0 when written
     int64_t inputFrames, outputFrames;
     int sampleRate;
+    float peak; // WRITTEN: the largest magnitude written, beyond 1 when the result clips
     // FAILED: why; WRITTEN: the note on silent gaps, or empty. Cut to fit.
     char text[4096];
 } MorvaneStudioRendered;

@@ -11,6 +11,7 @@
 #include "CXConnection.h"
 #include "HostError.h"
 #include "MorvaneEngine.h"
+#include "MorvaneParameters.h"
 
 namespace {
 
@@ -126,6 +127,9 @@ void PanelHost::Handle(const StudioWindow::Request& q) {
         break;
     case StudioWindow::Ask::Program:
         Dispatch(effSetProgram, 0, q.value);
+        break;
+    case StudioWindow::Ask::FitLevel:
+        FitLevel();
         break;
     }
 }
@@ -251,6 +255,14 @@ bool PanelHost::Progress(double fraction) {
 
 void PanelHost::ShowRendered(const MorvaneStudioRendered& r, const std::string& output) {
     const double rate = r.sampleRate > 0 ? r.sampleRate : 1;
+    m_clipPeak = r.peak;
+    if (r.peak > 1.0f) {
+        char text[160];
+        std::snprintf(text, sizeof(text), "wrote %s with the %s: clips %.1f dB, F10 fits it",
+                      BaseName(output).c_str(), m_renderEngine.c_str(), 20 * std::log10(r.peak));
+        Show(Mode::Idle, 1, text);
+        return;
+    }
     // silent gaps the splice engine left by design: said in their place, the line being short
     if (r.text[0])
         Show(Mode::Idle, 1, "wrote " + BaseName(output) + " with " + r.text);
@@ -324,6 +336,25 @@ std::string PanelHost::ProgramName(int index) const {
     Dispatch(effGetProgramNameIndexed, index, -1, name.data());
     name.back() = 0;
     return static_cast<const char*>(CheckSJISAndToUFT8(name.data()));
+}
+
+// The Output fader lowered, through the parameter as a host sets it, by what the last result
+// went beyond full scale, and a hair more so that the next render stays below it.
+void PanelHost::FitLevel() {
+    using namespace MorvaneParameters;
+    if (!(m_clipPeak > 1.0f)) {
+        Show(Mode::Idle, 0, "The last result does not clip: the level stays");
+        return;
+    }
+    constexpr double kMargin = 0.9999;
+    const double before = HostToGain(m_effect.getParameter(&m_effect, kOutput));
+    const double after = std::max(kGainMin, before / m_clipPeak * kMargin);
+    m_effect.setParameter(&m_effect, kOutput, GainToHost(after));
+    m_clipPeak = 0;
+    char text[120];
+    std::snprintf(text, sizeof(text), "Output lowered by %.1f dB to %.1f dB: F5 renders again",
+                  GainToDb(before) - GainToDb(after), GainToDb(after));
+    Show(Mode::Idle, 0, text);
 }
 
 VstIntPtr PanelHost::Dispatch(VstInt32 opcode, VstInt32 index, VstIntPtr value, void* ptr) const {

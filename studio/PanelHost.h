@@ -57,6 +57,7 @@ private:
 
     int Engine() const;
     void ChooseEngine(int engine);
+    void FitLevel();
     std::string ProgramName(int index) const;
     VstIntPtr Dispatch(VstInt32 opcode, VstInt32 index = 0, VstIntPtr value = 0,
                        void* ptr = nullptr) const;
@@ -75,6 +76,7 @@ private:
     // the render that runs: its input's name, its engine's, the percentage shown
     std::string m_renderName, m_renderEngine;
     int m_shownPercent = -1;
+    float m_clipPeak = 0; // the last result's, beyond 1 when it clipped
 
     bool m_playingResult = false; // what plays, and how long it is
     double m_playingSeconds = 0;

@@ -46,7 +46,7 @@ const char* const StudioWindow::kKeysHelp[2] = {
     "F5 render  \xC2\xB7  Esc stop  \xC2\xB7  F6 play source  \xC2\xB7  F7 play result  \xC2\xB7  "
     "F8 A/B  \xC2\xB7  F9 engine",
     "PgUp/PgDn program  \xC2\xB7  F3/F4 type a file  \xC2\xB7  Ctrl+O/Ctrl+S choose one  "
-    "\xC2\xB7  or drop it here"};
+    "\xC2\xB7  F10 fit the level"};
 
 BEGIN_MESSAGE_MAP(StudioWindow, CWnd)
 ON_WM_PAINT()
@@ -236,11 +236,9 @@ BOOL StudioWindow::PreTranslateMessage(MSG* msg) {
         e.SetSel(0, -1);
     };
     // the keys that only ask, wherever the focus is
-    static constexpr std::pair<UINT, Ask> kAsks[] = {{kKeyF1 + 4, Ask::Render},
-                                                     {kKeyEscape, Ask::Stop},
-                                                     {kKeyF1 + 5, Ask::PlaySource},
-                                                     {kKeyF1 + 6, Ask::PlayResult},
-                                                     {kKeyF1 + 7, Ask::Compare}};
+    static constexpr std::pair<UINT, Ask> kAsks[] = {
+        {kKeyF1 + 4, Ask::Render},     {kKeyEscape, Ask::Stop},    {kKeyF1 + 5, Ask::PlaySource},
+        {kKeyF1 + 6, Ask::PlayResult}, {kKeyF1 + 7, Ask::Compare}, {kKeyF1 + 9, Ask::FitLevel}};
     for (const auto& [key, ask] : kAsks)
         if (msg->wParam == key) {
             Push(ask);

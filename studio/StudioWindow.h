@@ -18,7 +18,17 @@
 // PanelHost acts on it.
 class StudioWindow : public CWnd {
 public:
-    enum class Ask { Render, Stop, PlaySource, PlayResult, Compare, Engine, Program, Close };
+    enum class Ask {
+        Render,
+        Stop,
+        PlaySource,
+        PlayResult,
+        Compare,
+        Engine,
+        Program,
+        FitLevel,
+        Close
+    };
     struct Request {
         Ask ask;
         int value = 0; // the program (0..63) or engine chosen
