@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -249,6 +250,42 @@ RenderResult RenderJob::RunOn(const VstPlugin& p, const std::string& input,
     return Process(p, *reader, output, progress);
 }
 
+bool RenderJob::RunExcerpt(const VstPlugin& p, const std::string& input, sf_count_t from,
+                           sf_count_t to, double leadSeconds, const Giver& give) {
+    std::unique_ptr<AudioReader> reader = OpenInput(input);
+    const int rate = reader->SampleRate();
+    to = std::clamp<sf_count_t>(to, 0, reader->Frames());
+    from = std::clamp<sf_count_t>(from, 0, to);
+    const sf_count_t start = std::max<sf_count_t>(0, from - std::llround(leadSeconds * rate));
+    if (!reader->Seek(start)) {
+        // a stream that cannot seek is read up to the start
+        std::vector<float> skipped(static_cast<size_t>(8192) * reader->Channels());
+        for (sf_count_t left = start; left > 0;) {
+            const sf_count_t got = reader->Read(skipped.data(), std::min<sf_count_t>(left, 8192));
+            if (got <= 0)
+                throw InputError("cannot read " + input + ": the file ends early");
+            left -= got;
+        }
+    }
+    p.Dispatch(effMainsChanged, 0, 0);
+    p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
+    p.Dispatch(effSetBlockSize, 0, m_settings.blockSize);
+    p.Dispatch(effMainsChanged, 0, 1);
+    const double timeRate = p.GetParameter(kTime);
+    const sf_count_t leadOut = std::llround((from - start) * timeRate);
+    const sf_count_t length = std::llround((to - start) * timeRate) - leadOut;
+    return Drive(
+        p, reader->Channels(), rate, to - start, p.Effect()->initialDelay + leadOut, length,
+        [&](float* f, sf_count_t n) {
+            try {
+                return reader->Read(f, n);
+            } catch (const std::exception& e) {
+                throw InputError(e.what());
+            }
+        },
+        give);
+}
+
 RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const std::string& output,
                                 const std::function<void(double)>& progress) {
     const std::string& input = reader.Path();
@@ -291,11 +328,15 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     if (overlap || CodedOnAThread(format))
         sink.emplace([&](const float* f, long n) { writer->Write(f, n); }, channels);
     const auto read = [&](float* f, sf_count_t n) {
+        sf_count_t got = 0;
         try {
-            return source ? source->Read(f, static_cast<long>(n)) : reader.Read(f, n);
+            got = source ? source->Read(f, static_cast<long>(n)) : reader.Read(f, n);
         } catch (const std::exception& e) {
             throw InputError(e.what());
         }
+        if (got <= 0)
+            throw InputError("cannot read " + input + ": the file ends early");
+        return got;
     };
     const auto store = [&](const float* f, sf_count_t n) {
         try {
@@ -318,73 +359,33 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
             store(f, n);
     };
 
-    // Output room per call: twice what a block can become at a time rate of 2, twice over, and
-    // four seconds for the announced delay and what a plug-in gives at once when it flushes.
-    // What does not fit comes with the next calls.
-    constexpr int kRoomBlocks = 4, kRoomSeconds = 4;
-    const int block = m_settings.blockSize;
-    const int room = kRoomBlocks * block + kRoomSeconds * rate;
-    // Left uninitialised: each call reads only what was written before it, and the output
-    // buffers, sized for the worst case, are mostly never touched.
-    const auto buffer = [](size_t n) { return std::unique_ptr<float[]>(new float[n]); };
-    const auto fileBuf = buffer(static_cast<size_t>(block) * channels);
-    const auto inL = buffer(block), inR = buffer(block), outL = buffer(room), outR = buffer(room);
-    const auto interleaved = buffer(static_cast<size_t>(room) * channels);
-
-    p.Dispatch(effStartProcess);
-    p.Dispatch(effSetTotalSampleToProcess, 0, static_cast<VstIntPtr>(total));
-
     RenderResult result;
     result.inputFrames = total;
     result.sampleRate = rate;
     result.missingFrames = reader.MissingFrames();
-    sf_count_t taken = 0, held = 0, heldAt = 0, toSkip = latency, written = 0;
-    // A plug-in that neither takes nor gives a frame, call after call, will never finish.
-    constexpr int kMaxIdleCalls = 1000;
-    for (int idle = 0;;) {
-        if (heldAt == held && taken < total) {
-            held = read(fileBuf.get(), std::min<sf_count_t>(block, total - taken));
-            heldAt = 0;
-            if (held <= 0)
-                throw InputError("cannot read " + input + ": the file ends early");
-            Deinterleave(fileBuf.get(), channels, held, inL.get(), inR.get());
-        }
-        const VstInt32 offer = static_cast<VstInt32>(held - heldAt);
-        VstInt32 in = 0, out = 0;
-        float* ins[2] = {inL.get() + heldAt, inR.get() + heldAt};
-        float* outs[2] = {outL.get(), outR.get()};
-        VstVariableIo io{ins, outs, offer, room, &in, &out};
-        in = offer; // a plug-in that does not say takes everything
-        p.Dispatch(effProcessVarIo, 0, 0, &io);
-        in = std::clamp(in, 0, offer);
-        out = std::clamp(out, 0, room);
-        heldAt += in;
-        taken += in;
-
-        sf_count_t from = std::min<sf_count_t>(toSkip, out);
-        toSkip -= from;
-        const sf_count_t n = std::min<sf_count_t>(out - from, length - written);
-        result.peak = Interleave(outL.get() + from, outR.get() + from, channels, n,
-                                 interleaved.get(), result.peak);
-        write(interleaved.get(), n);
-        written += n;
-        if (progress)
-            progress(total ? double(taken) / total : 1.0);
-        // the writer, never committed, removes what it wrote
-        if (m_stop && m_stop->load(std::memory_order_relaxed))
-            throw StoppedError("stopped: nothing was written");
-        if (taken == total && offer == 0 && out == 0)
-            break;
-        idle = in == 0 && out == 0 ? idle + 1 : 0;
-        if (idle > kMaxIdleCalls)
-            throw PluginError("the plug-in did not finish the job");
-    }
+    const auto interleaved = std::unique_ptr<float[]>(new float[Room(rate) * channels]);
+    sf_count_t written = 0;
+    const bool whole =
+        Drive(p, channels, rate, total, latency, length, read,
+              [&](const float* left, const float* right, sf_count_t n, sf_count_t taken) {
+                  result.peak =
+                      Interleave(left, right, channels, n, interleaved.get(), result.peak);
+                  write(interleaved.get(), n);
+                  written += n;
+                  if (progress)
+                      progress(total ? double(taken) / total : 1.0);
+                  return !(m_stop && m_stop->load(std::memory_order_relaxed));
+              });
+    // the writer, never committed, removes what it wrote
+    if (!whole)
+        throw StoppedError("stopped: nothing was written");
 
     // The engine's length is right to a few milliseconds; the file is right to the frame.
-    const size_t silence = static_cast<size_t>(std::clamp<sf_count_t>(length - written, 0, room));
+    const size_t silence =
+        static_cast<size_t>(std::clamp<sf_count_t>(length - written, 0, Room(rate)));
     std::fill(interleaved.get(), interleaved.get() + silence * channels, 0.0f);
     while (written < length) {
-        const sf_count_t n = std::min<sf_count_t>(length - written, room);
+        const sf_count_t n = std::min<sf_count_t>(length - written, Room(rate));
         write(interleaved.get(), n);
         written += n;
     }
@@ -405,6 +406,63 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     result.format = format;
     result.silencedFrames = p.Dispatch(effVendorSpecific, MorvaneEngine::kSilencedTag, 0);
     return result;
+}
+
+sf_count_t RenderJob::Room(int rate) const {
+    // Output room per call: twice what a block can become at a time rate of 2, twice over, and
+    // four seconds for the announced delay and what a plug-in gives at once when it flushes.
+    // What does not fit comes with the next calls.
+    constexpr int kRoomBlocks = 4, kRoomSeconds = 4;
+    return sf_count_t{kRoomBlocks} * m_settings.blockSize + sf_count_t{kRoomSeconds} * rate;
+}
+
+bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t total, sf_count_t skip,
+                      sf_count_t length, const Reader& read, const Giver& give) const {
+    const int block = m_settings.blockSize;
+    const sf_count_t room = Room(rate);
+    // Left uninitialised: each call reads only what was written before it, and the output
+    // buffers, sized for the worst case, are mostly never touched.
+    const auto buffer = [](size_t n) { return std::unique_ptr<float[]>(new float[n]); };
+    const auto fileBuf = buffer(static_cast<size_t>(block) * channels);
+    const auto inL = buffer(block), inR = buffer(block), outL = buffer(room), outR = buffer(room);
+
+    p.Dispatch(effStartProcess);
+    p.Dispatch(effSetTotalSampleToProcess, 0, static_cast<VstIntPtr>(total));
+    sf_count_t taken = 0, held = 0, heldAt = 0, given = 0;
+    // A plug-in that neither takes nor gives a frame, call after call, will never finish.
+    constexpr int kMaxIdleCalls = 1000;
+    for (int idle = 0;;) {
+        if (heldAt == held && taken < total) {
+            held = read(fileBuf.get(), std::min<sf_count_t>(block, total - taken));
+            heldAt = 0;
+            if (held <= 0)
+                throw InputError("cannot read the input: the file ends early");
+            Deinterleave(fileBuf.get(), channels, held, inL.get(), inR.get());
+        }
+        const VstInt32 offer = static_cast<VstInt32>(held - heldAt);
+        VstInt32 in = 0, out = 0;
+        float* ins[2] = {inL.get() + heldAt, inR.get() + heldAt};
+        float* outs[2] = {outL.get(), outR.get()};
+        VstVariableIo io{ins, outs, offer, static_cast<VstInt32>(room), &in, &out};
+        in = offer; // a plug-in that does not say takes everything
+        p.Dispatch(effProcessVarIo, 0, 0, &io);
+        in = std::clamp(in, 0, offer);
+        out = std::clamp(out, 0, static_cast<VstInt32>(room));
+        heldAt += in;
+        taken += in;
+
+        const sf_count_t from = std::min<sf_count_t>(skip, out);
+        skip -= from;
+        const sf_count_t n = std::min<sf_count_t>(out - from, length - given);
+        given += n;
+        if (!give(outL.get() + from, outR.get() + from, n, taken))
+            return false;
+        if (taken == total && offer == 0 && out == 0)
+            return true;
+        idle = in == 0 && out == 0 ? idle + 1 : 0;
+        if (idle > kMaxIdleCalls)
+            throw PluginError("the plug-in did not finish the job");
+    }
 }
 
 std::string RenderResult::SilenceNote(const char* crispHint) const {

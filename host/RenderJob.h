@@ -80,10 +80,28 @@ public:
     RenderResult RunOn(const VstPlugin& plugin, const std::string& input, const std::string& output,
                        const std::function<void(double)>& progress = {});
 
+    // Output frames as the plug-in makes them, left and right, with the input frames taken so
+    // far; returning false stops the job.
+    using Giver = std::function<bool(const float* left, const float* right, sf_count_t frames,
+                                     sf_count_t taken)>;
+    // Input frames [from, to) of input through a plug-in already open and set, as a job of its
+    // own that starts leadSeconds earlier so that the engine has settled by from: what it makes
+    // for [from, to) goes to give as it comes. False when give stopped it; throws as Run does.
+    bool RunExcerpt(const VstPlugin& plugin, const std::string& input, sf_count_t from,
+                    sf_count_t to, double leadSeconds, const Giver& give);
+
 private:
     static std::unique_ptr<AudioReader> OpenInput(const std::string& input);
     RenderResult Process(const VstPlugin& plugin, AudioReader& reader, const std::string& output,
                          const std::function<void(double)>& progress);
+    using Reader = std::function<sf_count_t(float* frames, sf_count_t count)>;
+    // Output room per call of the plug-in.
+    sf_count_t Room(int rate) const;
+    // One job through the plug-in: total frames of input from read (interleaved, channels
+    // wide); the first skip frames of output dropped, then at most length frames to give.
+    // False when give stopped it.
+    bool Drive(const VstPlugin& plugin, int channels, int rate, sf_count_t total, sf_count_t skip,
+               sf_count_t length, const Reader& read, const Giver& give) const;
 
     RenderSettings m_settings;
     const std::atomic<bool>* m_stop;

@@ -49,6 +49,20 @@ void StudioRenderer::OnRender(void* self, const MorvaneStudioRender* request,
     }
 }
 
+int StudioRenderer::OnPreview(void* self, const MorvaneStudioPreview* request, char* why,
+                              size_t size) {
+    try {
+        static_cast<const StudioRenderer*>(self)->m_preview.Run(*request);
+        return kExitOk;
+    } catch (const std::exception& e) {
+        Copy(e.what(), why, size);
+        return ExitCodeOf(e);
+    } catch (...) {
+        Copy("the preview failed", why, size);
+        return kExitSomeFailed;
+    }
+}
+
 RenderSettings StudioRenderer::SettingsFor(const std::string& input,
                                            const std::string& output) const {
     RenderSettings settings = m_settings;

@@ -4,6 +4,7 @@
 
 #include "MorvaneStudio.h"
 #include "RenderJob.h"
+#include "StudioPreview.h"
 
 class VstPlugin;
 
@@ -24,6 +25,7 @@ private:
     static int OnCheck(void* self, const char* input, const char* output, char* why, size_t size);
     static void OnRender(void* self, const MorvaneStudioRender* request,
                          MorvaneStudioRendered* result);
+    static int OnPreview(void* self, const MorvaneStudioPreview* request, char* why, size_t size);
 
     // The settings for output from input; throws UsageError when the pair is refused.
     RenderSettings SettingsFor(const std::string& input, const std::string& output) const;
@@ -31,5 +33,7 @@ private:
 
     const VstPlugin& m_plugin;
     const RenderSettings m_settings;
-    const MorvaneStudioHost m_host{.context = this, .check = &OnCheck, .render = &OnRender};
+    mutable StudioPreview m_preview{m_settings};
+    const MorvaneStudioHost m_host{
+        .context = this, .check = &OnCheck, .render = &OnRender, .preview = &OnPreview};
 };

@@ -17,7 +17,7 @@ extern "C" {
 
 // Raised whenever a field below is added, removed or changes meaning; the window refuses a call
 // of any other version.
-#define MORVANE_STUDIO_CALL_VERSION 2u
+#define MORVANE_STUDIO_CALL_VERSION 3u
 
 // How a render ended.
 enum MorvaneStudioOutcome {
@@ -46,7 +46,23 @@ typedef struct MorvaneStudioRendered {
     char text[4096];
 } MorvaneStudioRendered;
 
-// The host's side, all on the calling thread; context is passed back to each function.
+// The plug-in's parameters, as its getParameter gives them.
+#define MORVANE_STUDIO_PARAMETERS 5
+
+// Part of an input rendered to memory for listening, with settings of its own.
+typedef struct MorvaneStudioPreview {
+    const char* input;
+    float parameters[MORVANE_STUDIO_PARAMETERS];
+    int engine;       // as MorvaneEngine numbers them
+    int64_t from, to; // the input's frames to hear, from up to to
+    // Each run of output frames as it is made: left and right (the same for mono). Returning 0
+    // stops the preview.
+    int (*deliver)(void* user, const float* left, const float* right, int frames);
+    void* user;
+} MorvaneStudioPreview;
+
+// The host's side; context is passed back to each function. check and render run on the
+// calling thread; preview may run on another, beside them.
 typedef struct MorvaneStudioHost {
     void* context;
     // 0 when output may be rendered from input, as `morvane render` would allow it; else the
@@ -55,6 +71,9 @@ typedef struct MorvaneStudioHost {
     // Renders with the plug-in as its panel has set it.
     void (*render)(void* context, const MorvaneStudioRender* request,
                    MorvaneStudioRendered* result);
+    // Renders a preview through a plug-in of its own, one at a time. 0 when it ran to its end or
+    // was stopped; else the status morvane would end with, and why in why (cut to fit size).
+    int (*preview)(void* context, const MorvaneStudioPreview* request, char* why, size_t size);
 } MorvaneStudioHost;
 
 typedef struct MorvaneStudioCall {
