@@ -75,7 +75,7 @@ int PanelHost::Open(const std::string& input, const std::string& output) {
 }
 
 void PanelHost::Close() {
-    m_player.Stop();
+    StopPlaying();
     Dispatch(effEditClose);
     m_window.DestroyWindow();
 }
@@ -97,6 +97,7 @@ void PanelHost::Step() {
         Handle(q);
     if (m_closed)
         return;
+    FollowPanel();
     ShowPlayback();
     if (Clock::now() >= m_nextSync) {
         Sync();
@@ -113,7 +114,7 @@ void PanelHost::Handle(const StudioWindow::Request& q) {
         Render();
         break;
     case StudioWindow::Ask::Stop:
-        m_player.Stop();
+        StopPlaying();
         break;
     case StudioWindow::Ask::PlaySource:
     case StudioWindow::Ask::PlayResult:
@@ -181,7 +182,7 @@ void PanelHost::Render() {
         Show(Mode::Failed, 0, "Choose an input and an output first (F3, F4, or drop a file)");
         return;
     }
-    m_player.Stop();
+    StopPlaying();
     char why[4096];
     if (m_host.check(m_host.context, in.c_str(), out.c_str(), why, sizeof why) != kExitOk) {
         Show(Mode::Failed, 0, why);
@@ -200,9 +201,12 @@ void PanelHost::Render() {
                                       .user = this,
                                       .crispHint = "F9 crisp"};
     MorvaneStudioRendered result{};
+    const LivePreview::Settings settings = Current();
     m_host.render(m_host.context, &request, &result);
     switch (result.outcome) {
     case MORVANE_STUDIO_WRITTEN:
+        m_rendered = settings;
+        m_renderedFiles = in + '\n' + out;
         ShowRendered(result, out);
         m_code = kExitOk;
         break;
@@ -292,6 +296,10 @@ void PanelHost::Compare() {
 
 void PanelHost::Play(bool ofResult, double fraction) {
     const std::string path = ofResult ? m_window.Output() : m_window.Input();
+    const std::optional<LivePreview::Settings> rendered = Rendered();
+    // a result whose settings have changed since it was rendered plays as they are now
+    if (ofResult && rendered && *rendered != Current() && PlayPreview(Current(), fraction, false))
+        return;
     if (path.empty() || !std::filesystem::is_regular_file(path)) {
         Show(Mode::Failed, 0,
              ofResult ? "Nothing rendered to play yet: F5 renders"
@@ -300,21 +308,81 @@ void PanelHost::Play(bool ofResult, double fraction) {
     }
     m_playingResult = ofResult;
     m_playingSeconds = Seconds(path);
+    m_previewing.reset();
+    // a file made elsewhere is taken as made with the panel as it is
+    m_heard = rendered ? *rendered : Current();
     m_player.Play(path, fraction);
+}
+
+void PanelHost::StopPlaying() {
+    m_player.Stop();
+    m_preview.Stop();
+    m_previewing.reset();
+}
+
+LivePreview::Settings PanelHost::Current() const {
+    LivePreview::Settings now;
+    for (int i = 0; i < MORVANE_STUDIO_PARAMETERS; ++i)
+        now.parameters[i] = m_effect.getParameter(&m_effect, i);
+    now.engine = Engine();
+    return now;
+}
+
+std::optional<LivePreview::Settings> PanelHost::Rendered() const {
+    if (m_renderedFiles != m_window.Input() + '\n' + m_window.Output())
+        return std::nullopt;
+    return m_rendered;
+}
+
+bool PanelHost::PlayPreview(const LivePreview::Settings& settings, double fraction, bool across) {
+    const std::string input = m_window.Input();
+    std::shared_ptr<PreviewStream> stream = m_preview.Start(input, settings, fraction);
+    if (!stream)
+        return false;
+    if (across) {
+        if (!m_player.CrossTo(stream)) {
+            m_preview.Stop();
+            return false;
+        }
+    } else {
+        m_player.Play(stream, m_window.Output());
+    }
+    m_previewing = stream;
+    m_playingResult = true;
+    m_heard = settings;
+    m_playingSeconds = static_cast<double>(stream->SourceFrames()) * settings.TimeRate() /
+                       std::max(stream->Rate(), 1);
+    return true;
+}
+
+void PanelHost::FollowPanel() {
+    if (!m_playingResult || !m_heard || !m_player.Playing())
+        return;
+    const LivePreview::Settings now = Current();
+    if (now != *m_heard)
+        PlayPreview(now, m_player.Position(), true);
 }
 
 void PanelHost::ShowPlayback() {
     if (m_player.Playing()) {
+        const std::string what = !m_playingResult ? "Playing the source "
+                                 : m_previewing   ? "Previewing the result "
+                                                  : "Playing the result ";
+        const std::string more = m_previewing ? ", as set now: F5 renders it"
+                                              : "  (F8 or A/B compares at the same point)";
         Show(Mode::Playing, m_player.Position(),
-             std::string(m_playingResult ? "Playing the result " : "Playing the source ") +
-                 TimeText(m_player.Position() * m_playingSeconds) + " of " +
-                 TimeText(m_playingSeconds) + "  (F8 or A/B compares at the same point)");
+             what + TimeText(m_player.Position() * m_playingSeconds) + " of " +
+                 TimeText(m_playingSeconds) + more);
     } else if (const std::string e = m_player.TakeError(); !e.empty()) {
         // said once; after that the line just says playback is off
         Show(Mode::Failed, 0,
              m_noServerSaid ? "Playback is off: " + e
                             : "Cannot play: " + e + "; rendering works as before");
         m_noServerSaid = true;
+        m_previewing.reset();
+    } else if (m_previewing && !m_previewing->Error().empty()) {
+        Show(Mode::Failed, 0, "The preview failed: " + m_previewing->Error());
+        m_previewing.reset();
     } else if (m_mode == Mode::Playing) {
         Show(Mode::Idle, 0, "Stopped playing");
     }

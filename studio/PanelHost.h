@@ -1,10 +1,13 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
+#include <optional>
 #include <string>
 
 #include "AEffect.h"
 #include "AudioPlayer.h"
+#include "LivePreview.h"
 #include "MorvaneStudio.h"
 #include "StudioWindow.h"
 
@@ -13,7 +16,9 @@
 // the strip around it: programs, engine, files, render, stop, and listening (AudioPlayer).
 // Renders run on the window's thread, which keeps handling the window between blocks; between
 // renders the plug-in is suspended and resumed, so what the panel says applies to the next one.
-// The renders themselves are the host's (MorvaneStudioHost).
+// The renders themselves are the host's (MorvaneStudioHost). While the result plays, a change of
+// the panel is heard at once, from the same point, rendered to memory as it plays (LivePreview);
+// the result as set now is what plays until the next render writes it.
 class PanelHost {
 public:
     PanelHost(AEffect& effect, const MorvaneStudioHost& host) : m_effect(effect), m_host(host) {}
@@ -53,7 +58,18 @@ private:
     void PlayOrStop(bool ofResult);
     void Compare();
     void Play(bool ofResult, double fraction);
+    void StopPlaying();
     void ShowPlayback();
+
+    // What the panel has set now, as a preview takes it.
+    LivePreview::Settings Current() const;
+    // The settings the output file was made with, when this window rendered it.
+    std::optional<LivePreview::Settings> Rendered() const;
+    // The result as the panel is set now, from a share of the music on: in place of what plays,
+    // or crossing over to it when across is set. False when the input cannot be read.
+    bool PlayPreview(const LivePreview::Settings& settings, double fraction, bool across);
+    // While the result plays, a change of the panel crosses over to a preview of it.
+    void FollowPanel();
 
     int Engine() const;
     void ChooseEngine(int engine);
@@ -65,6 +81,7 @@ private:
     AEffect& m_effect;
     const MorvaneStudioHost& m_host;
     StudioWindow m_window;
+    LivePreview m_preview{m_host};
     AudioPlayer m_player; // after the window: stopped before the window goes
 
     Clock::time_point m_nextIdle{}, m_nextSync{};
@@ -80,5 +97,11 @@ private:
 
     bool m_playingResult = false; // what plays, and how long it is
     double m_playingSeconds = 0;
+    // the last render's settings, and the input and output it was of
+    LivePreview::Settings m_rendered;
+    std::string m_renderedFiles;
+    // what the result that plays was made with, and the preview that plays when it is one
+    std::optional<LivePreview::Settings> m_heard;
+    std::shared_ptr<PreviewStream> m_previewing;
     bool m_noServerSaid = false;
 };

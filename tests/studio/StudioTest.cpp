@@ -58,6 +58,63 @@ void WriteInput(const std::string& path, int seconds) {
     sf_close(f);
 }
 
+// A sine gliding from 200 to 4000 Hz over ten seconds: its frequency tells the point of the music,
+// and how fast it rises tells the time rate. Stereo, 16 bits.
+void WriteGlide(const std::string& path) {
+    constexpr int kFrames = 10 * 44100;
+    SF_INFO info{0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
+    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(nullptr, f);
+    std::vector<float> v(2 * kFrames);
+    for (int i = 0; i < kFrames; ++i) {
+        const double t = i / 44100.0;
+        v[2 * i] = v[2 * i + 1] =
+            static_cast<float>(0.5 * std::sin(2 * M_PI * (200 * t + 190 * t * t)));
+    }
+    sf_writef_float(f, v.data(), kFrames);
+    sf_close(f);
+}
+
+bool Silent(const float* frame) {
+    return frame[0] == 0.0f && frame[1] == 0.0f;
+}
+
+// The frequency of a sine heard in the left channel of interleaved frames, at the middle of each
+// run of eight periods between rising zero crossings. A sound server starved of the processor
+// plays silence until the stream catches up: runs with a silent frame are left out, and each
+// point says where it is both in the recording and in what sounded.
+struct Point {
+    double at, sounding, hz;
+};
+std::vector<Point> Track(const std::vector<float>& frames) {
+    std::vector<std::pair<double, size_t>> rising; // where, and the silent frames before it
+    size_t silent = 0;
+    for (size_t i = 2; i < frames.size(); i += 2) {
+        silent += Silent(&frames[i]);
+        if (frames[i - 2] < 0 && frames[i] >= 0)
+            rising.emplace_back(i / 2 - 1 + frames[i - 2] / (frames[i - 2] - frames[i]), silent);
+    }
+    std::vector<Point> track;
+    for (size_t k = 8; k < rising.size(); ++k)
+        if (rising[k].second == rising[k - 8].second) {
+            const double at = (rising[k].first + rising[k - 8].first) / 2;
+            track.push_back({at, at - static_cast<double>(rising[k].second),
+                             8 * 44100 / (rising[k].first - rising[k - 8].first)});
+        }
+    return track;
+}
+
+// The frames of interleaved stereo that are not silent. A sound server starved of the processor on
+// a loaded machine plays silence until the stream catches up, which is no fault of the window's:
+// what was heard is compared without it.
+template <class It> std::vector<float> Sounding(It from, It to) {
+    std::vector<float> frames;
+    for (; from + 1 < to; from += 2)
+        if (from[0] != 0.0f || from[1] != 0.0f)
+            frames.insert(frames.end(), from, from + 2);
+    return frames;
+}
+
 struct Studio : ::testing::Test {
     XSession person;
     std::string dir;
@@ -129,6 +186,31 @@ struct Studio : ::testing::Test {
         EXPECT_NE(None, opened);
         if (opened != None)
             steps();
+    }
+    // The sink's monitor, recorded into the returned file from when the recorder first hears.
+    std::string Record() {
+        const std::string rec = dir + "/heard.raw";
+        std::system(("parec --latency-msec=10 -d morvane_test.monitor --format=float32le "
+                     "--rate=44100 --channels=2 --raw >'" +
+                     rec + "' 2>/dev/null & echo $! >'" + dir + "/parec'")
+                        .c_str());
+        // The monitor sends nothing while nothing plays, and a recorder still setting up its
+        // stream when playback starts can lose frames: silence is played until it hears it.
+        EXPECT_TRUE(WaitFor([&] {
+            std::system("head -c 8820 /dev/zero | pacat --raw --format=float32le --rate=44100 "
+                        "--channels=2 -d morvane_test 2>/dev/null");
+            return fs::file_size(rec) > 0;
+        })) << "the recorder hears nothing";
+        return rec;
+    }
+    void StopRecording() { std::system(("kill -INT $(cat '" + dir + "/parec')").c_str()); }
+    // What was recorded so far, interleaved.
+    static std::vector<float> Heard(const std::string& rec) {
+        std::vector<float> heard(fs::file_size(rec) / sizeof(float));
+        std::ifstream(rec, std::ios::binary)
+            .read(reinterpret_cast<char*>(heard.data()),
+                  static_cast<std::streamsize>(heard.size() * sizeof(float)));
+        return heard;
     }
     std::string Title(const std::string& text) {
         std::string title;
@@ -316,18 +398,7 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
 
     // the result, played to the end, is what the sink's monitor hears, to the bit (the sink
     // takes floats at the file's rate)
-    const std::string rec = dir + "/heard.raw";
-    std::system(("parec --latency-msec=10 -d morvane_test.monitor --format=float32le "
-                 "--rate=44100 --channels=2 --raw >'" +
-                 rec + "' 2>/dev/null & echo $! >'" + dir + "/parec'")
-                    .c_str());
-    // The monitor sends nothing while nothing plays, and a recorder still setting up its stream
-    // when the result starts can lose frames: silence is played until the recorder hears it.
-    EXPECT_TRUE(WaitFor([&] {
-        std::system("head -c 8820 /dev/zero | pacat --raw --format=float32le --rate=44100 "
-                    "--channels=2 -d morvane_test 2>/dev/null");
-        return fs::file_size(rec) > 0;
-    })) << "the recorder hears nothing";
+    const std::string rec = Record();
     Keys(w, {XK_F7});
     Title("Playing the result");
     Title("Stopped playing");
@@ -339,12 +410,9 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
     const auto last =
         std::find_if(rendered.rbegin(), rendered.rend(), [](float x) { return x != 0.0f; }).base();
     WaitFor([&] {
-        heard.resize(fs::file_size(rec) / sizeof(float));
-        if (heard.size() + 2 * 4410 < rendered.size())
+        if (fs::file_size(rec) / sizeof(float) + 2 * 4410 < rendered.size())
             return false; // not yet worth reading
-        std::ifstream(rec, std::ios::binary)
-            .read(reinterpret_cast<char*>(heard.data()),
-                  static_cast<std::streamsize>(heard.size() * sizeof(float)));
+        heard = Heard(rec);
         for (start = 0; start < heard.size() && heard[start] == 0.0f; start += 2) {
         }
         if (start + kWindow >= heard.size())
@@ -358,22 +426,13 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
         return at < 2 * 4410 &&
                std::search(heard.begin() + start, heard.end(), last - kWindow, last) != heard.end();
     });
-    std::system(("kill -INT $(cat '" + dir + "/parec')").c_str());
+    StopRecording();
     ASSERT_LT(start + kWindow, heard.size()) << "nothing was heard";
     ASSERT_LT(at, size_t{2 * 4410}) << "not heard from the start";
     EXPECT_GE(heard.size() - start, rendered.size() - at) << "not heard to the end";
-    // Every sounding frame, in order and to the bit. A sound server starved of the processor on
-    // a loaded machine plays silence until the stream catches up, which is no fault of the
-    // window's: silent frames are left out on both sides.
-    const auto sounding = [](auto from, auto to) {
-        std::vector<float> frames;
-        for (; from + 1 < to; from += 2)
-            if (from[0] != 0.0f || from[1] != 0.0f)
-                frames.insert(frames.end(), from, from + 2);
-        return frames;
-    };
-    const std::vector<float> played = sounding(rendered.begin() + at, rendered.end());
-    std::vector<float> recorded = sounding(heard.begin() + start, heard.end());
+    // Every sounding frame, in order and to the bit.
+    const std::vector<float> played = Sounding(rendered.begin() + at, rendered.end());
+    std::vector<float> recorded = Sounding(heard.begin() + start, heard.end());
     ASSERT_GE(recorded.size(), played.size()) << "not heard to the end";
     recorded.resize(played.size());
     EXPECT_TRUE(recorded == played) << "not heard as rendered, to the bit";
@@ -386,6 +445,87 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
     EXPECT_EQ(std::string::npos, source.find("source 0:00")) << source;
     Keys(w, {XK_Escape});
     Title("Stopped playing");
+    EXPECT_EQ(0, Close(w));
+}
+
+// While the result plays, the Time fader moved as a person drags it is heard within a quarter of
+// a second, from the same point of the music and without a click; the window goes on answering
+// while the sound server is held still.
+TEST_F(Studio, AChangeIsHeardAtOnceWhileTheResultPlays) {
+    ASSERT_NE(nullptr, std::getenv("PULSE_SERVER")) << "runs under tests/support/with-pulse.sh";
+    const std::string in = dir + "/glide.wav", out = dir + "/out.wav";
+    WriteGlide(in);
+    Start("'" + in + "' '" + out + "'");
+    const Window w = person.WaitForTitle("wrote out.wav");
+    ASSERT_NE(0u, w);
+    const std::string rec = Record();
+    Keys(w, {XK_F7});
+    Title("Playing the result 0:01");
+    // the Time fader's knob, from 100 % to 150 %: the splice engine's pieces put the waveform
+    // at the same point out of step with the file's, so a switch without a crossfade clicks
+    const size_t moved = fs::file_size(rec) / (2 * sizeof(float));
+    person.MoveTo(w, 273, kPanelTop + 132);
+    person.Button(true);
+    person.MoveTo(w, 273, kPanelTop + 110);
+    person.MoveTo(w, 273, kPanelTop + 92);
+    person.Button(false);
+    Title("Previewing the result");
+    WaitFor([&] { return fs::file_size(rec) / (2 * sizeof(float)) > moved + 2 * 44100; });
+    StopRecording();
+    const std::vector<float> heard = Heard(rec);
+    ASSERT_GT(heard.size(), 2 * (moved + 2 * 44100)) << "nothing more was heard";
+
+    // the glide as it rose before the move, its line, and where it leaves it
+    const auto track = Track(heard);
+    const auto fit = [&](double from, double to) {
+        double n = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
+        for (const Point& p : track)
+            if (p.at >= moved + from * 44100 && p.at < moved + to * 44100) {
+                const double x = p.sounding / 44100, y = p.hz;
+                n += 1, sx += x, sy += y, sxx += x * x, sxy += x * y;
+            }
+        const double slope = (n * sxy - sx * sy) / (n * sxx - sx * sx);
+        return std::pair{slope, (sy - slope * sx) / n};
+    };
+    const auto [before, at] = fit(-0.6, -0.1);
+    EXPECT_NEAR(380, before, 20) << "the result at 100 % rises 380 Hz a second";
+    double left = 0, step = 0;
+    for (size_t k = 1; k < track.size(); ++k) {
+        const Point& p = track[k];
+        if (p.at < moved - 0.5 * 44100 || p.at > moved + 1.5 * 44100)
+            continue;
+        if (!left && p.at > moved - 0.1 * 44100 &&
+            std::fabs(p.hz - (before * p.sounding / 44100 + at)) > 4)
+            left = p.at;
+        if (p.at - track[k - 1].at < 200) // not across a silence
+            step = std::max(step, std::fabs(p.hz - track[k - 1].hz));
+    }
+    ASSERT_GT(left, 0) << "the change was never heard";
+    EXPECT_LT((left - moved) / 44100, MORVANE_HEARD_WITHIN_MS / 1000.0) << "heard late";
+    EXPECT_NEAR(before / 1.5, fit(0.5, 1.5).first, 20) << "then at 150 %";
+    // the splice engine's pieces sway about the music's point by a few tens of milliseconds
+    EXPECT_LT(step, 15) << "the glide jumps: not from the same point of the music";
+    // no sample-to-sample jump near the change beyond what the glide makes on its own
+    const auto jump = [&](double from, double to) {
+        float most = 0;
+        for (size_t i = 2 * static_cast<size_t>(moved + from * 44100);
+             i + 2 < 2 * static_cast<size_t>(moved + to * 44100); i += 2)
+            if (!Silent(&heard[i]) && !Silent(&heard[i + 2]))
+                most = std::max(most, std::fabs(heard[i + 2] - heard[i]));
+        return most;
+    };
+    EXPECT_LE(jump(-0.1, 0.6), 1.2f * jump(0.6, 1.5)) << "a click at the change";
+
+    // the sound server held still: the window still answers, and stops playing at once
+    // (the pattern written so that it does not match the shell that runs pkill)
+    const std::string server =
+        "pkill -f 'socke[t]=" + std::string(std::getenv("PULSE_SERVER")).substr(5) + "'";
+    ASSERT_EQ(0, std::system((server + " -STOP").c_str()));
+    Keys(w, {XK_Next});
+    Title("\xE2\x80\x94 2: ");
+    Keys(w, {XK_Escape});
+    Title("Stopped playing");
+    std::system((server + " -CONT").c_str());
     EXPECT_EQ(0, Close(w));
 }
 
