@@ -10,6 +10,7 @@ packages=(
     libx11-dev libxtst-dev libcairo2-dev libfontconfig-dev fonts-vlgothic fonts-dejavu-core
     fonts-dejavu-extra xvfb xauth
     libsndfile1-dev libmpg123-dev libcli11-dev libpulse-dev pulseaudio pulseaudio-utils
+    libglib2.0-dev dbus
     dpkg-dev lintian desktop-file-utils
     dpf-plugins-vst clang-14 libclang-rt-14-dev
     "$@"

@@ -132,6 +132,9 @@ void PanelHost::Handle(const StudioWindow::Request& q) {
     case StudioWindow::Ask::FitLevel:
         FitLevel();
         break;
+    case StudioWindow::Ask::Say:
+        Show(Mode::Failed, 0, q.text);
+        break;
     }
 }
 

@@ -1,9 +1,11 @@
 #include "StudioWindow.h"
 
+#include <cstdio>
 #include <utility>
 
 #include "CDC.h"
 #include "CFileDialog.h"
+#include "CXConnection.h"
 #include "MorvaneEngine.h"
 
 namespace {
@@ -23,6 +25,9 @@ enum : UINT {
     kIdChooseIn,
     kIdChooseOut,
 };
+
+// Posted from the portal's thread when its answer is in.
+constexpr UINT kPortalAnswered = WM_USER + 40;
 
 // The strip's grid: a column of labels, then the controls, rows of one height.
 constexpr int kMargin = 10;
@@ -62,6 +67,7 @@ ON_CBN_SELCHANGE(kIdEngine, OnEngine)
 ON_EN_CHANGE(kIdIn, OnInputChanged)
 ON_BN_CLICKED(kIdChooseIn, OnChooseInput)
 ON_BN_CLICKED(kIdChooseOut, OnChooseOutput)
+ON_MESSAGE(kPortalAnswered, OnPortalAnswer)
 END_MESSAGE_MAP()
 
 bool StudioWindow::Create(int panelWidth, int panelHeight) {
@@ -201,18 +207,58 @@ void StudioWindow::OnDropFiles(const std::vector<std::string>& paths) {
 }
 
 void StudioWindow::Choose(bool input) {
-    CEdit& field = input ? m_in : m_out;
-    if (!field.IsWindowEnabled())
+    if (!(input ? m_in : m_out).IsWindowEnabled() || m_portal.Asking())
         return;
-    CString now;
-    field.GetWindowText(now);
-    std::string start = static_cast<const char*>(now);
-    if (start.empty() && !input)
-        start = Input();
-    CFileDialog dialog(input, start, kAudioExtensions, this);
-    if (dialog.DoModal() != IDOK)
-        return;
-    field.SetWindowText(dialog.GetPathName().c_str());
+    char parent[32];
+    std::snprintf(parent, sizeof parent, "x11:%lx", m_hWnd);
+    const PortalChooser::Question question{
+        input, parent, input ? "Morvane: choose the input" : "Morvane: save the result as",
+        StartOf(input), kAudioExtensions};
+    // the answer comes back through the window's own queue, which outlives the question
+    const std::shared_ptr<CXConnection> connection = Connection()->shared_from_this();
+    const HWND window = m_hWnd;
+    m_portalForInput = input;
+    if (!m_portal.Ask(question,
+                      [connection, window] { connection->Post(window, kPortalAnswered, 0, 0); }))
+        ChooseHere(input);
+}
+
+LRESULT StudioWindow::OnPortalAnswer(WPARAM, LPARAM) {
+    PortalChooser::Answer answer;
+    const bool input = m_portalForInput;
+    if (!m_portal.Take(answer) || !(input ? m_in : m_out).IsWindowEnabled())
+        return 0; // not while a render runs
+    switch (answer.outcome) {
+    case PortalChooser::Outcome::Chosen:
+        Chosen(input, answer.path);
+        break;
+    case PortalChooser::Outcome::NoPortal:
+        ChooseHere(input);
+        break;
+    case PortalChooser::Outcome::Refused:
+        m_requests.push_back({Ask::Say, 0,
+                              "The file chooser answered " + answer.path +
+                                  ", which is not a file on this computer"});
+        break;
+    case PortalChooser::Outcome::Cancelled:
+        break;
+    }
+    return 0;
+}
+
+std::string StudioWindow::StartOf(bool input) const {
+    const std::string now = input ? Input() : Output();
+    return now.empty() && !input ? Input() : now;
+}
+
+void StudioWindow::ChooseHere(bool input) {
+    CFileDialog dialog(input, StartOf(input), kAudioExtensions, this);
+    if (dialog.DoModal() == IDOK)
+        Chosen(input, dialog.GetPathName());
+}
+
+void StudioWindow::Chosen(bool input, const std::string& path) {
+    (input ? m_in : m_out).SetWindowText(path.c_str());
     if (input)
         OnInputChanged();
     else

@@ -10,6 +10,7 @@
 #include "CFont.h"
 #include "CStatic.h"
 #include "CWnd.h"
+#include "PortalChooser.h"
 #include "StatusView.h"
 
 // `morvane gui`'s window: the strip a host puts around a plug-in's panel (program, engine, the
@@ -27,11 +28,13 @@ public:
         Engine,
         Program,
         FitLevel,
+        Say,
         Close
     };
     struct Request {
         Ask ask;
-        int value = 0; // the program (0..63) or engine chosen
+        int value = 0;      // the program (0..63) or engine chosen
+        std::string text{}; // what Say puts on the state line
     };
 
     // A window around a panel of that size; false without a display.
@@ -77,13 +80,18 @@ protected:
     void OnInputChanged();
     void OnChooseInput() { Choose(true); }
     void OnChooseOutput() { Choose(false); }
+    LRESULT OnPortalAnswer(WPARAM, LPARAM);
 
 private:
     void Push(Ask ask, int value = 0) { m_requests.push_back({ask, value}); }
     void StepProgram(int by);
     void OtherEngine();
-    // A file dialog for the input (open) or the output (save), starting where the field points.
+    // A file dialog for the input (open) or the output (save), starting where the field points:
+    // the desktop's own through its portal, or ours where there is none (ChooseHere).
     void Choose(bool input);
+    void ChooseHere(bool input);
+    std::string StartOf(bool input) const;
+    void Chosen(bool input, const std::string& path);
     // Tab and Shift+Tab: the next control that is enabled, the fields' text selected.
     void FocusNext(int direction);
 
@@ -99,4 +107,6 @@ private:
     std::vector<std::string> m_names;
     std::string m_proposed; // the output last proposed for the input, while not typed over
     int m_nStripHeight = 0;
+    bool m_portalForInput = false;
+    PortalChooser m_portal; // last: its question ends before anything it reports to goes
 };

@@ -28,10 +28,10 @@ if grep -q '^/usr/include\|/tests\?/\|_tests$\|_bench$' "$work/files"; then
 fi
 
 # Dependencies come from the binaries: libsndfile and libmpg123 for the host, X and cairo for
-# the panel, and the C++ runtime, with the versions the binaries need. Playback's libpulse is
-# loaded only when something is played, so it is recommended.
+# the panel, GLib's GIO for the window's file chooser, and the C++ runtime, with the versions the
+# binaries need. Playback's libpulse is loaded only when something is played, so it is recommended.
 depends=$(dpkg-deb -f "$deb" Depends)
-for lib in libc6 libstdc++6 libsndfile1 libmpg123-0 libx11-6 libcairo2; do
+for lib in libc6 libstdc++6 libsndfile1 libmpg123-0 libx11-6 libcairo2 libglib2.0-0; do
     echo "$depends" | tr ',' '\n' | sed 's/^ *//; s/ .*//' | grep -qFx "$lib" ||
         fail "Depends lacks $lib: $depends"
 done
@@ -43,10 +43,11 @@ desktop-file-validate "$work/root/usr/share/applications/morvane.desktop"
 grep -q '^Exec=morvane gui %f$' "$work/root/usr/share/applications/morvane.desktop" ||
     fail "the menu entry does not open a file in morvane gui"
 "$work/root/usr/bin/morvane" --version >/dev/null || fail "the packaged morvane does not run"
-# Neither the plug-in nor morvane needs a window library: the panel (Morvane.panel) and the
-# window of morvane gui (morvane-studio.so) bring those when they are opened.
+# Neither the plug-in nor morvane needs a window library or the session bus's: the panel
+# (Morvane.panel) and the window of morvane gui (morvane-studio.so) bring those when they are
+# opened.
 for f in usr/lib/vst/Morvane.so usr/bin/morvane; do
-    if ldd "$work/root/$f" | grep -q 'libX11\|libcairo'; then
+    if ldd "$work/root/$f" | grep -q 'libX11\|libcairo\|libgio'; then
         fail "$f links a window library"
     fi
 done

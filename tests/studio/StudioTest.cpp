@@ -1,6 +1,7 @@
 // `morvane gui` as a person uses it: a real window on the test's private X server, driven
 // through XTest and a file manager's drag and drop, playing to the test's private sound server
-// (tests/support/with-pulse.sh), whose null sink's monitor is recorded.
+// (tests/support/with-pulse.sh), whose null sink's monitor is recorded, and choosing files through
+// a stand-in for the desktop's portal on the test's private session bus (with-dbus.sh).
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -220,14 +221,17 @@ struct Studio : ::testing::Test {
 };
 
 // gui IN OUT renders at once; then programs from the list and the panel's COPY, a value typed
-// into the panel, files from the file dialogs, Stop, and no sound server, as a person meets them.
+// into the panel, files from the window's own file dialogs (there is no session bus, so no
+// portal), Stop, and no sound server, as a person meets them.
 TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     const int noDisplay =
         std::system((std::string("DISPLAY= ") + MORVANE_CLI + " gui 2>/dev/null").c_str());
     EXPECT_EQ(2, WEXITSTATUS(noDisplay)) << "without a display it says so and stops";
     const std::string in = dir + "/in.wav", out = dir + "/out.wav";
     WriteInput(in, 30); // long enough to be stopped
-    Start("--program 46 '" + in + "' '" + out + "'", "PULSE_SERVER=unix:" + dir + "/no-server");
+    Start("--program 46 '" + in + "' '" + out + "'",
+          "PULSE_SERVER=unix:" + dir + "/no-server DBUS_SESSION_BUS_ADDRESS=unix:path=" + dir +
+              "/no-bus");
     const Window w = person.WaitForTitle("wrote out.wav with the splice engine");
     ASSERT_NE(0u, w);
     EXPECT_NE(std::string::npos, Title("wrote").find("\xE2\x80\x94 46: ")) << "names the program";
@@ -331,6 +335,111 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     EXPECT_LE(peak, 1.0f);
     EXPECT_GT(peak, 0.99f);
     EXPECT_EQ(0, Close(w));
+}
+
+// Files chosen in the desktop's own dialog through its portal: what the window asks, and what it
+// does with each answer, the window answering the person while the dialog is up; a portal that
+// goes away, or is not there, leaves the window's own dialog.
+TEST_F(Studio, ChoosesFilesThroughTheDesktopsPortal) {
+    ASSERT_NE(nullptr, std::getenv("DBUS_SESSION_BUS_ADDRESS")) << "runs under with-dbus.sh";
+    const std::string in = dir + "/in.wav", record = dir + "/asked";
+    WriteInput(in, 1);
+    fs::create_directories(dir + "/takes");
+    fs::copy_file(in, dir + "/takes/a take.wav");
+    // the answers, in turn: the output; the input, while the window is used; a cancel; a place
+    // that is not a file; and one the portal never gives, as it goes away
+    const std::string file = "'file://" + dir;
+    std::system((std::string(STAND_IN_PORTAL) + " '" + record + "' " + file +
+                 "/out%20put.wav' 'held:" + file.substr(1) +
+                 "/takes/a%20take.wav' cancel held:http://example.invalid/x.wav "
+                 "held:cancel >'" +
+                 dir + "/portal-log' 2>&1 & echo $! >'" + dir + "/portal'")
+                    .c_str());
+    ASSERT_TRUE(WaitFor([&] { return fs::exists(record); })) << "the stand-in did not start";
+    pid_t portal = 0;
+    std::ifstream(dir + "/portal") >> portal;
+    ASSERT_GT(portal, 0);
+    const auto asked = [&] {
+        std::vector<std::string> lines;
+        std::ifstream f(record);
+        for (std::string line; std::getline(f, line);)
+            lines.push_back(line);
+        return lines;
+    };
+    Start("'" + in + "'", "PULSE_SERVER=unix:" + dir + "/no-server");
+    const Window w = person.WaitForTitle("Ready: F5 renders in.wav");
+    ASSERT_NE(0u, w);
+    const auto control = [&](KeySym key) {
+        XSetInputFocus(person.display(), w, RevertToParent, CurrentTime);
+        person.Key(XK_Control_L, true);
+        person.Tap(key);
+        person.Key(XK_Control_L, false);
+    };
+    // Ctrl+key until the portal has had n questions: the window asks one at a time, and not
+    // before it has taken the last answer
+    const auto ask = [&](KeySym key, size_t n) {
+        for (int i = 0; i < 20 && asked().size() < n; ++i) {
+            control(key);
+            WaitFor([&] { return asked().size() >= n; }, 2);
+        }
+        ASSERT_EQ(n, asked().size());
+    };
+    ask(XK_s, 1);
+    ask(XK_o, 2);
+    Keys(w, {XK_F9}); // while the portal's dialog is up
+    Title("The crisp engine renders next");
+    kill(portal, SIGUSR1);
+    Title("Ready: F5 renders a take.wav");
+    ask(XK_o, 3); // cancelled
+    ask(XK_o, 4);
+    kill(portal, SIGUSR1);
+    Title("The file chooser answered http://example.invalid/x.wav, which is not a file on this "
+          "computer");
+    Keys(w, {XK_F5});
+    Title("wrote out put.wav");
+    EXPECT_TRUE(fs::is_regular_file(dir + "/out put.wav"));
+
+    // the portal goes while its dialog is up, and then is not on the bus: the window's own
+    // dialog, each time
+    const auto ownDialog = [&](const std::function<void()>& open) {
+        const std::vector<Window> before = person.Shown();
+        open();
+        const Window opened = person.WaitForNewWindow(before);
+        ASSERT_NE(None, opened);
+        person.Tap(XK_Escape);
+        WaitFor([&] {
+            const std::vector<Window> shown = person.Shown();
+            return std::find(shown.begin(), shown.end(), opened) == shown.end();
+        });
+    };
+    ask(XK_o, 5);
+    ownDialog([&] { kill(portal, SIGTERM); });
+    ownDialog([&] { control(XK_o); });
+    EXPECT_EQ(0, Close(w));
+
+    // what the window asked: its own window's id as the parent, the audio files' filter, and the
+    // folder (and for a save, the name) the field points at; after the cancel, still the take's
+    const std::vector<std::string> q = asked();
+    ASSERT_EQ(5u, q.size());
+    char parent[32];
+    std::snprintf(parent, sizeof parent, "\tx11:%lx\t", w);
+    const auto has = [&](size_t i, const std::string& text) {
+        EXPECT_NE(std::string::npos, q[i].find(text)) << "question " << i << ": " << q[i];
+    };
+    for (size_t i = 0; i < q.size(); ++i) {
+        has(i, i == 0 ? "SaveFile\t" : "OpenFile\t");
+        has(i, parent);
+        has(i, "'handle_token': <'morvane_");
+        has(i, "'filters': <[('Audio files', [(uint32 0, '*.wav'), (0, '*.WAV'), ");
+        has(i, "(0, '*.mp3'), (0, '*.MP3'), ");
+        has(i, "('All files', [(0, '*')])]>");
+        has(i, "'current_filter': <('Audio files', [(uint32 0, '*.wav'), ");
+    }
+    has(0, "'current_name': <'in-morvane.wav'>");
+    has(0, "'current_folder': <b'" + dir + "'>");
+    has(1, "'current_folder': <b'" + dir + "'>");
+    for (size_t i : {2, 3, 4})
+        has(i, "'current_folder': <b'" + dir + "/takes'>");
 }
 
 // Closing the window in the middle of a render ends morvane as Ctrl-C would, leaving nothing.
