@@ -312,8 +312,12 @@ void PanelHost::Play(bool ofResult, double fraction) {
     m_playingResult = ofResult;
     m_playingSeconds = Seconds(path);
     m_previewing.reset();
-    // a file made elsewhere is taken as made with the panel as it is
-    m_heard = rendered ? *rendered : Current();
+    // a result made elsewhere is taken as made with the panel as it is when first played
+    if (ofResult && !rendered) {
+        m_rendered = Current();
+        m_renderedFiles = m_window.Input() + '\n' + m_window.Output();
+    }
+    m_heard = ofResult ? std::optional(m_rendered) : std::nullopt;
     m_player.Play(path, fraction);
 }
 
