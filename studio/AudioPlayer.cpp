@@ -69,13 +69,19 @@ AudioPlayer::~AudioPlayer() {
         s->thread.join();
 }
 
-void AudioPlayer::Play(const std::string& path, double fraction) {
+void AudioPlayer::Play(const std::string& path, double fraction, Loop loop) {
     Stop();
     m_error.clear();
     m_current = std::make_unique<Session>();
     m_current->path = m_lastPath = path;
-    m_current->position = std::clamp(fraction, 0.0, 1.0);
+    m_current->start = std::clamp(fraction, 0.0, 1.0);
+    m_current->position = m_current->start;
+    m_current->loop = {std::clamp(loop.from, 0.0, 1.0), std::clamp(loop.to, 0.0, 1.0)};
     m_current->thread = std::thread(&AudioPlayer::Run, std::ref(*m_current));
+}
+
+void AudioPlayer::Play(const std::string& path, double fraction) {
+    Play(path, fraction, Loop{});
 }
 
 void AudioPlayer::Stop() {
@@ -117,17 +123,37 @@ std::string AudioPlayer::TakeError() {
     return e;
 }
 
+void AudioPlayer::Runs::Add(int64_t file, int64_t frames) {
+    if (!runs.empty() && runs.back().file + runs.back().frames == file)
+        runs.back().frames += frames;
+    else
+        runs.push_back({written, file, frames});
+    written += frames;
+}
+
+int64_t AudioPlayer::Runs::FileFrame(int64_t heard) {
+    while (runs.size() > 1 && runs[1].stream <= heard)
+        runs.pop_front();
+    if (runs.empty())
+        return 0;
+    const Run& r = runs.front();
+    return r.file + std::clamp<int64_t>(heard - r.stream, 0, r.frames);
+}
+
 void AudioPlayer::Run(Session& s) {
     const std::string& path = s.path;
-    const double fraction = s.position;
     pa_simple* stream = nullptr;
     std::string error;
     try {
         AudioReader in(path);
         const sf_count_t length = in.Frames();
-        sf_count_t at = static_cast<sf_count_t>(std::clamp(fraction, 0.0, 1.0) * length);
+        sf_count_t at = static_cast<sf_count_t>(s.start * length);
         if (at >= length)
             at = 0; // a file played from its end starts again
+        // the loop's frames; it repeats only when playback starts before its end
+        const sf_count_t loopFrom = static_cast<sf_count_t>(std::llround(s.loop.from * length));
+        const sf_count_t loopTo = static_cast<sf_count_t>(std::llround(s.loop.to * length));
+        bool looping = s.loop.Active() && loopTo > loopFrom && at < loopTo;
         in.Seek(at);
         const Pulse& pa = Pulse::Get();
         pa_sample_spec format{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(in.SampleRate()),
@@ -147,9 +173,11 @@ void AudioPlayer::Run(Session& s) {
         if (!stream)
             throw std::runtime_error(std::string("no sound server (") + pa.strerror(err) + ")");
         std::vector<float> chunk(static_cast<size_t>(kChunkFrames) * in.Channels());
-        sf_count_t sent = at;
+        Runs runs;
         while (!s.stop) {
-            const sf_count_t got = in.Read(chunk.data(), kChunkFrames);
+            const sf_count_t want = looping ? std::min<sf_count_t>(kChunkFrames, loopTo - at)
+                                            : sf_count_t{kChunkFrames};
+            const sf_count_t got = in.Read(chunk.data(), want);
             if (got <= 0)
                 break;
             // a damaged file's NaNs and overs never reach the speakers
@@ -158,12 +186,19 @@ void AudioPlayer::Run(Session& s) {
             if (pa.write(stream, chunk.data(),
                          static_cast<size_t>(got) * in.Channels() * sizeof(float), &err) < 0)
                 throw std::runtime_error(std::string("playback failed: ") + pa.strerror(err));
-            sent += got;
+            runs.Add(at, got);
+            at += got;
+            if (looping && at >= loopTo) {
+                looping = in.Seek(loopFrom); // a file that cannot seek plays on
+                if (looping)
+                    at = loopFrom;
+            }
             const pa_usec_t latency = pa.latency(stream, &err);
-            const double heard =
-                static_cast<double>(sent) - static_cast<double>(latency) * in.SampleRate() / 1e6;
+            const double heard = static_cast<double>(runs.written) -
+                                 static_cast<double>(latency) * in.SampleRate() / 1e6;
+            const int64_t frame = runs.FileFrame(static_cast<int64_t>(std::max(0.0, heard)));
             s.position =
-                length > 0 ? std::clamp(heard / static_cast<double>(length), 0.0, 1.0) : 0.0;
+                length > 0 ? std::clamp(static_cast<double>(frame) / length, 0.0, 1.0) : 0.0;
         }
         if (s.stop)
             pa.flush(stream, &err);

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <thread>
@@ -12,14 +14,24 @@
 // slow to answer) finishes beside the next one. One file is heard at a time.
 class AudioPlayer {
 public:
+    // A stretch of the file, as shares of its length, repeated once playback reaches its end: a
+    // playback that starts before to goes round from..to until stopped, one that starts after
+    // it plays on. Empty (to <= from) when nothing repeats.
+    struct Loop {
+        double from = 0, to = 0;
+        bool Active() const { return to > from; }
+    };
+
     AudioPlayer() = default;
     ~AudioPlayer(); // waits for every thread
     AudioPlayer(const AudioPlayer&) = delete;
     AudioPlayer& operator=(const AudioPlayer&) = delete;
 
-    // Starts path at a fraction (0..1) of its length, in place of what plays. Returns at once: a
-    // file that cannot be read, or no sound server, shows in TakeError() as playback ends.
-    void Play(const std::string& path, double fraction);
+    // Starts path at a fraction (0..1) of its length, in place of what plays, repeating loop.
+    // Returns at once: a file that cannot be read, or no sound server, shows in TakeError() as
+    // playback ends.
+    void Play(const std::string& path, double fraction, Loop loop);
+    void Play(const std::string& path, double fraction); // nothing repeats
     void Stop();
 
     bool Playing() const;
@@ -31,13 +43,30 @@ public:
     std::string TakeError();
 
 private:
+    // One playback: one thread reading path from a frame and writing it to a stream of its own,
+    // until the file ends or stop is set. Only the atomics are shared with the window's thread;
+    // path, loop and start are set before the thread starts, error before done.
     struct Session {
         std::string path;
+        Loop loop;
+        double start = 0;
         std::atomic<bool> stop{false};
         std::atomic<bool> done{false};
         std::atomic<double> position{0};
-        std::string error; // written by the thread before done
+        std::string error;
         std::thread thread;
+    };
+    // Where the frames written so far came from in the file, in runs: a loop makes the stream
+    // jump back, so the frame being heard is looked up through these (the thread's own).
+    struct Runs {
+        struct Run {
+            int64_t stream, file, frames; // the run's first frame in the stream and in the file
+        };
+        std::deque<Run> runs;
+        int64_t written = 0;
+        void Add(int64_t file, int64_t frames);
+        // The file's frame at the stream's frame heard, dropping the runs before it.
+        int64_t FileFrame(int64_t heard);
     };
     static void Run(Session& s);
     void Reap(); // joins the threads that have ended

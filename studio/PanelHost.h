@@ -49,10 +49,14 @@ private:
     bool Progress(double fraction);
     void ShowRendered(const MorvaneStudioRendered& result, const std::string& output);
 
-    // The button of what is playing stops it; the other one starts it.
+    // The button of what is playing stops it; the other one starts it, from the playhead.
     void PlayOrStop(bool ofResult);
     void Compare();
+    // Plays from a point of the music (a share of the file), repeating the loop.
     void Play(bool ofResult, double fraction);
+    // The playhead moved by the person: what plays goes on from there.
+    void MoveTo(double fraction);
+    void SetLoop(AudioPlayer::Loop loop);
     void ShowPlayback();
 
     int Engine() const;
@@ -80,5 +84,9 @@ private:
 
     bool m_playingResult = false; // what plays, and how long it is
     double m_playingSeconds = 0;
+    // The point of the music heard, or where playback starts next; the loop, on both files at
+    // the same points of the music
+    double m_playhead = 0;
+    AudioPlayer::Loop m_loop;
     bool m_noServerSaid = false;
 };
