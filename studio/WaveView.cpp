@@ -127,23 +127,32 @@ void WaveView::SetFile(int lane, const std::string& path, bool reload) {
 
 void WaveView::SetPlayhead(double fraction, int playing) {
     fraction = std::clamp(fraction, 0.0, 1.0);
-    if (playing == m_playing && std::fabs(fraction - m_playhead) < 1e-9)
-        return;
-    // only what moved is drawn again: the old and new playheads on every lane
-    const auto columns = [this](double f) {
-        for (int lane = 0; lane < kLanes; ++lane) {
-            const int x = static_cast<int>(std::floor(XOf(lane, f)));
-            const CRect r = LaneRect(lane);
-            const CRect c(x - 5, r.top, x + 6, r.bottom);
-            InvalidateRect(&c, FALSE);
-        }
-    };
-    columns(m_playhead);
+    const double before = m_playhead;
+    const bool wasPlaying = m_playing >= 0;
+    const std::string clock = Clock(HeardSeconds(), true);
     m_playhead = fraction;
     m_playing = playing;
-    columns(m_playhead);
-    const CRect gutter(0, 0, kGutter, kRulerHeight); // the time shown there
-    InvalidateRect(&gutter, FALSE);
+    // Only what moved is painted, at once and each on its own, so that a playhead moving on a
+    // long file costs a few narrow columns rather than the whole view.
+    for (int lane = 0; lane < kLanes; ++lane) {
+        const int from = static_cast<int>(std::floor(XOf(lane, before)));
+        const int to = static_cast<int>(std::floor(XOf(lane, fraction)));
+        if (from == to && wasPlaying == (playing >= 0))
+            continue;
+        const CRect r = LaneRect(lane);
+        const CRect c(std::min(from, to) - 5, r.top, std::max(from, to) + 6, r.bottom);
+        InvalidateRect(&c, FALSE);
+        UpdateWindow();
+    }
+    if (Clock(HeardSeconds(), true) != clock || wasPlaying != (playing >= 0)) {
+        const CRect gutter(0, 0, kGutter, kRulerHeight); // the time heard, shown there
+        InvalidateRect(&gutter, FALSE);
+        UpdateWindow();
+    }
+}
+
+double WaveView::HeardSeconds() const {
+    return m_playhead * Seconds(m_playing == kResult ? kResult : kSource);
 }
 
 void WaveView::SetLoop(double from, double to) {
@@ -240,6 +249,7 @@ void WaveView::OnLButtonUp(UINT, CPoint point) {
         return;
     const int lane = m_dragLane;
     m_dragLane = -1;
+    m_dragged = m_dragged || std::abs(point.x - m_dragX) >= 4;
     ReleaseCapture();
     const double at = FractionAt(lane, point.x);
     if (OnPick)
@@ -303,12 +313,16 @@ void WaveView::Picture(int lane) {
             const double loud = std::min(p.rms, 1.0f) * half;
             FillColumn(px, w, h, x, std::max(top, mid - loud), std::min(bottom, mid + loud),
                        kLoud[lane]);
-            if (p.clips) // flat red at both edges, where the samples went beyond full scale
-                for (int y = 0; y < 4; ++y) {
-                    px[static_cast<size_t>(y) * w + x] = Pixel(kClipColour);
-                    px[static_cast<size_t>(h - 1 - y) * w + x] = Pixel(kClipColour);
-                }
         }
+        // flat red at both edges where samples reached full scale, wide enough to be seen when
+        // a single column clips
+        for (int x = 0; x < fileColumns; ++x)
+            if (columns[static_cast<size_t>(x)].clips)
+                for (int mx = std::max(0, x - 1); mx <= std::min(w - 1, x + 1); ++mx)
+                    for (int y = 0; y < 5; ++y) {
+                        px[static_cast<size_t>(y) * w + mx] = Pixel(kClipColour);
+                        px[static_cast<size_t>(h - 1 - y) * w + mx] = Pixel(kClipColour);
+                    }
     }
     if (looped)
         for (int x : {loopA, loopB})
@@ -322,14 +336,18 @@ void WaveView::Picture(int lane) {
 void WaveView::OnPaint() {
     CPaintDC dc(this);
     dc.SetBkMode(TRANSPARENT);
-    DrawRuler(dc);
+    // only the parts that meet what is painted: a moving playhead paints narrow columns
+    const auto meets = [&dc](const CRect& r) { return CRect().IntersectRect(r, dc.m_rcPaint); };
+    CRect c;
+    GetClientRect(&c);
+    if (meets(CRect(0, 0, c.right, kRulerHeight)))
+        DrawRuler(dc);
     for (int lane = 0; lane < kLanes; ++lane) {
         const CRect r = LaneRect(lane);
         dc.FillSolidRect(CRect(r.left, r.top - 1, r.right, r.top), kRule);
-        DrawLane(dc, lane);
+        if (meets(r))
+            DrawLane(dc, lane, meets(CRect(r.left, r.top, kGutter, r.bottom)));
     }
-    CRect c;
-    GetClientRect(&c);
     dc.FillSolidRect(CRect(0, c.bottom - 1, c.right, c.bottom), kRule);
 }
 
@@ -342,9 +360,8 @@ void WaveView::DrawRuler(CDC& dc) {
     dc.FillSolidRect(CRect(0, 0, kGutter, kRulerHeight), kGutterFace);
     dc.FillSolidRect(CRect(kGutter - 1, 0, kGutter, kRulerHeight), kRule);
     dc.SelectObject(&m_bold);
-    const double heard = m_playhead * Seconds(m_playing == kResult ? kResult : kSource);
     dc.SetTextColor(m_playing >= 0 ? RGB(236, 240, 245) : kGutterText);
-    const std::string now = Clock(heard, true);
+    const std::string now = Clock(HeardSeconds(), true);
     const CSize t = dc.GetTextExtent(now.c_str());
     Text(dc, (kGutter - t.cx) / 2, (kRulerHeight - t.cy) / 2, now, ruler);
 
@@ -366,38 +383,42 @@ void WaveView::DrawRuler(CDC& dc) {
     }
 }
 
-void WaveView::DrawLane(CDC& dc, int lane) {
-    const LaneState& l = m_lanes[lane];
-    const CRect r = LaneRect(lane), waves = WaveRect(lane);
-    const PeakSummary* s = l.summary.get();
-
-    // the gutter: the lane's name, its length, and what went wrong
-    const CRect gutter(r.left, r.top, waves.left, r.bottom);
+// the gutter: the lane's name, its length, and what went wrong
+void WaveView::DrawNames(CDC& dc, int lane, const CRect& gutter) {
+    const PeakSummary* s = m_lanes[lane].summary.get();
     dc.FillSolidRect(gutter, kGutterFace);
-    dc.FillSolidRect(CRect(waves.left - 1, r.top, waves.left, r.bottom), kRule);
-    dc.FillSolidRect(CRect(gutter.left, r.top, gutter.left + 3, r.bottom), kWave[lane]);
+    dc.FillSolidRect(CRect(gutter.right - 1, gutter.top, gutter.right, gutter.bottom), kRule);
+    dc.FillSolidRect(CRect(gutter.left, gutter.top, gutter.left + 3, gutter.bottom), kWave[lane]);
     dc.SelectObject(&m_bold);
     dc.SetTextColor(kLoud[lane]);
-    Text(dc, 12, r.top + 8, kNames[lane], gutter);
+    Text(dc, 12, gutter.top + 8, kNames[lane], gutter);
     dc.SelectObject(&m_font);
     dc.SetTextColor(kGutterText);
     if (s && s->Opened()) {
-        Text(dc, 12, r.top + 26, Clock(s->Seconds(), true), gutter);
+        Text(dc, 12, gutter.top + 26, Clock(s->Seconds(), true), gutter);
         char rate[32];
         std::snprintf(rate, sizeof rate, "%.1f kHz", s->SampleRate() / 1000.0);
-        Text(dc, 12, r.top + 41, rate, gutter);
+        Text(dc, 12, gutter.top + 41, rate, gutter);
         if (lane == kResult && Seconds(kSource) > 0) {
             char stretch[32];
             std::snprintf(stretch, sizeof stretch, "time %.1f %%",
                           100 * Seconds(kResult) / Seconds(kSource));
-            Text(dc, 12, r.top + 56, stretch, gutter);
+            Text(dc, 12, gutter.top + 56, stretch, gutter);
         }
         if (s->Finished() && s->Span(0, s->Bins()).clips) {
             dc.SetTextColor(kClipColour);
             dc.SelectObject(&m_bold);
-            Text(dc, 12, r.bottom - 20, "CLIPS", gutter);
+            Text(dc, 12, gutter.bottom - 20, "CLIPS", gutter);
         }
     }
+}
+
+void WaveView::DrawLane(CDC& dc, int lane, bool names) {
+    const LaneState& l = m_lanes[lane];
+    const CRect r = LaneRect(lane), waves = WaveRect(lane);
+    const PeakSummary* s = l.summary.get();
+    if (names)
+        DrawNames(dc, lane, CRect(r.left, r.top, waves.left, r.bottom));
 
     Picture(lane);
     if (!l.picture.IsEmpty()) {

@@ -79,7 +79,10 @@ private:
     int LaneAt(CPoint point) const;
 
     void DrawRuler(CDC& dc);
-    void DrawLane(CDC& dc, int lane);
+    // names: the gutter too, with the lane's name
+    void DrawLane(CDC& dc, int lane, bool names);
+    void DrawNames(CDC& dc, int lane, const CRect& gutter);
+    double HeardSeconds() const; // where the playhead is in the file heard (or the source)
     // The lane's waves as a picture: background, grid, loop, envelope, loudness and clip marks.
     void Picture(int lane);
     void InvalidateLanes();
