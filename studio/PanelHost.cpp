@@ -188,6 +188,10 @@ void PanelHost::SyncInput() {
     if (m_window.Input() == m_shownInput || m_mode == Mode::Playing || m_mode == Mode::Rendering)
         return;
     m_shownInput = m_window.Input();
+    // points of another piece of music
+    m_loop = {};
+    m_playhead = 0;
+    m_window.Waves().SetLoop(0, 0);
     Show(Mode::Idle, 0, "Ready: F5 renders " + BaseName(m_shownInput));
 }
 
@@ -341,6 +345,9 @@ void PanelHost::MoveTo(double fraction) {
     else {
         m_player.Stop(); // the end: nothing left to hear
         m_playhead = fraction;
+        Show(Mode::Idle, 0,
+             "Playhead at " + TimeText(fraction * Seconds(m_window.Input())) +
+                 " of the source: F6 and F7 play from there");
     }
 }
 
