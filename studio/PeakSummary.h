@@ -26,6 +26,8 @@ public:
     // Starts reading path.
     explicit PeakSummary(const std::string& path);
     ~PeakSummary(); // stops reading and waits for the thread
+    // Asks the thread to stop reading, without waiting for it: Finished soon after.
+    void Stop() { m_stop = true; }
     PeakSummary(const PeakSummary&) = delete;
     PeakSummary& operator=(const PeakSummary&) = delete;
 

@@ -115,8 +115,10 @@ void WaveView::SetFile(int lane, const std::string& path, bool reload) {
     if (path == l.path && !reload && stamp == l.stamp)
         return;
     // a summary still reading stops beside the next one, as the player's sessions do
-    if (l.summary)
+    if (l.summary) {
+        l.summary->Stop();
         m_retired.push_back(std::move(l.summary));
+    }
     l.path = path;
     l.stamp = stamp;
     l.drawnProgress = -1;
