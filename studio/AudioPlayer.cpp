@@ -71,11 +71,17 @@ AudioPlayer::~AudioPlayer() {
         s->thread.join();
 }
 
-void AudioPlayer::Play(const std::string& path, double fraction) {
+void AudioPlayer::Play(const std::string& path, double fraction, Loop loop) {
     auto s = std::make_unique<Session>();
     s->path = path;
-    s->position = std::clamp(fraction, 0.0, 1.0);
+    s->start = std::clamp(fraction, 0.0, 1.0);
+    s->position = s->start;
+    s->loop = {std::clamp(loop.from, 0.0, 1.0), std::clamp(loop.to, 0.0, 1.0)};
     Start(std::move(s));
+}
+
+void AudioPlayer::Play(const std::string& path, double fraction) {
+    Play(path, fraction, Loop{});
 }
 
 void AudioPlayer::Play(std::shared_ptr<PreviewStream> stream, const std::string& path) {
@@ -140,6 +146,22 @@ std::string AudioPlayer::TakeError() {
     return e;
 }
 
+void AudioPlayer::Runs::Add(int64_t frames, double from, double to) {
+    runs.push_back({written, frames, from, to});
+    written += frames;
+}
+
+double AudioPlayer::Runs::At(double heard) {
+    while (runs.size() > 1 && static_cast<double>(runs[1].stream) <= heard)
+        runs.pop_front();
+    if (runs.empty())
+        return 0;
+    const Run& r = runs.front();
+    const double t = std::clamp(
+        (heard - static_cast<double>(r.stream)) / std::max<int64_t>(r.frames, 1), 0.0, 1.0);
+    return r.from + (r.to - r.from) * t;
+}
+
 void AudioPlayer::Run(Session& s) {
     pa_simple* server = nullptr;
     std::string error;
@@ -148,20 +170,24 @@ void AudioPlayer::Run(Session& s) {
         std::unique_ptr<AudioReader> file;
         std::shared_ptr<PreviewStream> live = s.stream;
         int channels = 0, rate = 0;
-        sf_count_t length = 0, sent = 0;
+        sf_count_t length = 0, at = 0, loopFrom = 0, loopTo = 0;
+        bool looping = false;
         if (live) {
             channels = live->Channels();
             rate = live->Rate();
-            sent = live->ReadAt();
         } else {
             file = std::make_unique<AudioReader>(s.path);
             channels = file->Channels();
             rate = file->SampleRate();
             length = file->Frames();
-            sent = static_cast<sf_count_t>(std::clamp(s.position.load(), 0.0, 1.0) * length);
-            if (sent >= length)
-                sent = 0; // a file played from its end starts again
-            file->Seek(sent);
+            at = static_cast<sf_count_t>(s.start * length);
+            if (at >= length)
+                at = 0; // a file played from its end starts again
+            // the loop's frames; it repeats only when playback starts before its end
+            loopFrom = static_cast<sf_count_t>(std::llround(s.loop.from * length));
+            loopTo = static_cast<sf_count_t>(std::llround(s.loop.to * length));
+            looping = s.loop.Active() && loopTo > loopFrom && at < loopTo;
+            file->Seek(at);
         }
         const Pulse& pa = Pulse::Get();
         pa_sample_spec format{PA_SAMPLE_FLOAT32LE, static_cast<uint32_t>(rate),
@@ -181,14 +207,29 @@ void AudioPlayer::Run(Session& s) {
             throw std::runtime_error(std::string("no sound server (") + pa.strerror(err) + ")");
         const size_t samples = static_cast<size_t>(kChunkFrames) * channels;
         std::vector<float> chunk(samples), other(samples);
-        // the source frame about to be sent, or heard
-        const auto sourceAt = [&](double frame, const PreviewStream& into) {
-            return live         ? live->SourceAt(frame)
-                   : length > 0 ? frame / static_cast<double>(length) * into.SourceFrames()
-                                : -1.0;
+        Runs runs;
+        // the share of the music at the next frame to be read
+        const auto share = [&]() -> double {
+            if (file)
+                return length > 0 ? static_cast<double>(at) / length : 0.0;
+            const double source = live->SourceAt(static_cast<double>(live->ReadAt()));
+            return source >= 0 && live->SourceFrames() > 0 ? source / live->SourceFrames() : -1.0;
         };
-        const auto readInto = [&](float* to, int waitMs) -> sf_count_t {
-            return file ? file->Read(to, kChunkFrames) : live->Read(to, kChunkFrames, waitMs);
+        // a chunk of what plays, from the share before it; returns the frames read
+        const auto read = [&](float* to, int waitMs, double* from) -> sf_count_t {
+            *from = share();
+            if (!file)
+                return live->Read(to, kChunkFrames, waitMs);
+            const sf_count_t want = looping ? std::min<sf_count_t>(kChunkFrames, loopTo - at)
+                                            : sf_count_t{kChunkFrames};
+            const sf_count_t got = file->Read(to, want);
+            at += std::max<sf_count_t>(got, 0);
+            if (looping && at >= loopTo) {
+                looping = file->Seek(loopFrom); // a file that cannot seek plays on
+                if (looping)
+                    at = loopFrom;
+            }
+            return got;
         };
         while (!s.stop) {
             std::shared_ptr<PreviewStream> next;
@@ -197,14 +238,15 @@ void AudioPlayer::Run(Session& s) {
                 next = s.next;
             }
             sf_count_t got = 0;
-            const double point = next ? sourceAt(static_cast<double>(sent), *next) : -1;
-            const int64_t at = point >= 0 ? next->FrameAt(point) : -1;
-            if (next && next->Channels() == channels && next->Rate() == rate && at >= 0 &&
-                next->Made() >= at + kChunkFrames) {
+            double from = 0;
+            const double point = next ? share() : -1;
+            const int64_t into = point >= 0 ? next->FrameAt(point * next->SourceFrames()) : -1;
+            if (next && next->Channels() == channels && next->Rate() == rate && into >= 0 &&
+                next->Made() >= into + kChunkFrames) {
                 // over one chunk, from what played to the stream at the same point
-                next->SeekTo(at);
+                next->SeekTo(into);
                 std::fill(chunk.begin(), chunk.end(), 0.0f);
-                readInto(chunk.data(), 0);
+                read(chunk.data(), 0, &from);
                 got = next->Read(other.data(), kChunkFrames, 0);
                 for (int i = 0; i < kChunkFrames; ++i) {
                     const double g = std::sin(0.5 * std::numbers::pi * i / kChunkFrames);
@@ -216,12 +258,11 @@ void AudioPlayer::Run(Session& s) {
                 }
                 live = next;
                 file.reset();
-                sent = at;
                 std::lock_guard lock(s.lock);
                 if (s.next == next)
                     s.next.reset();
             } else {
-                got = readInto(chunk.data(), 50);
+                got = read(chunk.data(), 50, &from);
                 if (got <= 0) {
                     const bool over = file || live->Finished() ||
                                       (live->Cancelled() && live->Made() <= live->ReadAt());
@@ -238,18 +279,16 @@ void AudioPlayer::Run(Session& s) {
             if (pa.write(server, chunk.data(), static_cast<size_t>(got) * channels * sizeof(float),
                          &err) < 0)
                 throw std::runtime_error(std::string("playback failed: ") + pa.strerror(err));
-            sent += got;
+            // where the chunk ends in the music, before any loop goes round
+            double to = from + static_cast<double>(got) / std::max<sf_count_t>(length, 1);
+            if (!file && live->SourceFrames() > 0)
+                to = live->SourceAt(static_cast<double>(live->ReadAt() - 1)) / live->SourceFrames();
+            runs.Add(got, from, to);
             const pa_usec_t latency = pa.latency(server, &err);
             const double heard =
-                static_cast<double>(sent) - static_cast<double>(latency) * rate / 1e6;
-            if (file) {
-                s.position =
-                    length > 0 ? std::clamp(heard / static_cast<double>(length), 0.0, 1.0) : 0.0;
-            } else if (const double source = live->SourceAt(heard); source >= 0) {
-                s.position = live->SourceFrames() > 0
-                                 ? std::clamp(source / live->SourceFrames(), 0.0, 1.0)
-                                 : 0.0;
-            }
+                static_cast<double>(runs.written) - static_cast<double>(latency) * rate / 1e6;
+            if (from >= 0)
+                s.position = std::clamp(runs.At(std::max(0.0, heard)), 0.0, 1.0);
         }
         if (s.stop)
             pa.flush(server, &err);

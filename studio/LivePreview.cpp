@@ -81,7 +81,8 @@ void LivePreview::Work() {
             m_rendering = r.stream;
         }
         const int64_t frames = r.stream->SourceFrames();
-        const bool loop = r.loopFrom >= 0 && r.loopTo > r.loopFrom;
+        // as a file plays: a start past the loop's end plays on
+        const bool loop = r.loopFrom >= 0 && r.loopTo > r.loopFrom && r.from < r.loopTo;
         if (!loop) {
             if (Render(r, r.from, frames))
                 r.stream->End();

@@ -1,5 +1,6 @@
 #include "PanelHost.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -99,6 +100,7 @@ void PanelHost::Step() {
         return;
     FollowPanel();
     ShowPlayback();
+    m_window.Waves().Poll();
     if (Clock::now() >= m_nextSync) {
         Sync();
         m_nextSync = Clock::now() + std::chrono::milliseconds(250);
@@ -135,6 +137,29 @@ void PanelHost::Handle(const StudioWindow::Request& q) {
     case StudioWindow::Ask::Say:
         Show(Mode::Failed, 0, q.text);
         break;
+    case StudioWindow::Ask::Seek:
+        Play(q.value == WaveView::kResult, q.from);
+        break;
+    case StudioWindow::Ask::Loop:
+        SetLoop({q.from, q.to});
+        Play(q.value == WaveView::kResult, q.from);
+        break;
+    case StudioWindow::Ask::ClearLoop:
+        SetLoop({});
+        break;
+    case StudioWindow::Ask::Move: {
+        // a second of what plays, or of the source
+        const double seconds = m_player.Playing() ? m_playingSeconds : Seconds(m_window.Input());
+        if (seconds > 0)
+            MoveTo(m_playhead + q.value / seconds);
+        break;
+    }
+    case StudioWindow::Ask::Home:
+        MoveTo(0);
+        break;
+    case StudioWindow::Ask::End:
+        MoveTo(1);
+        break;
     }
 }
 
@@ -142,8 +167,12 @@ void PanelHost::Sync() {
     SyncPrograms();
     m_window.SetEngine(Engine());
     SyncInput();
-    m_window.SetCanPlayResult(!m_window.Output().empty() &&
-                              std::filesystem::is_regular_file(m_window.Output()));
+    const bool result =
+        !m_window.Output().empty() && std::filesystem::is_regular_file(m_window.Output());
+    m_window.SetCanPlayResult(result);
+    // the lanes follow the files, and a file changed on the disk
+    m_window.Waves().SetFile(WaveView::kSource, m_window.Input());
+    m_window.Waves().SetFile(WaveView::kResult, result ? m_window.Output() : "");
     ShowTitle();
 }
 
@@ -163,6 +192,10 @@ void PanelHost::SyncInput() {
     if (m_window.Input() == m_shownInput || m_mode == Mode::Playing || m_mode == Mode::Rendering)
         return;
     m_shownInput = m_window.Input();
+    // points of another piece of music
+    m_loop = {};
+    m_playhead = 0;
+    m_window.Waves().SetLoop(0, 0);
     Show(Mode::Idle, 0, "Ready: F5 renders " + BaseName(m_shownInput));
 }
 
@@ -263,6 +296,7 @@ bool PanelHost::Progress(double fraction) {
 void PanelHost::ShowRendered(const MorvaneStudioRendered& r, const std::string& output) {
     const double rate = r.sampleRate > 0 ? r.sampleRate : 1;
     m_clipPeak = r.peak;
+    m_window.Waves().SetFile(WaveView::kResult, output, true);
     if (r.peak > 1.0f) {
         char text[160];
         std::snprintf(text, sizeof(text), "wrote %s with the %s: clips %.1f dB, F10 fits it",
@@ -285,16 +319,16 @@ void PanelHost::PlayOrStop(bool ofResult) {
     if (m_player.Playing() && m_player.Path() == path)
         m_player.Stop();
     else
-        Play(ofResult, 0);
+        Play(ofResult, m_playhead);
 }
 
 // The other one at the same point of the music: lengths differ by the time rate, so the point
-// is a share of each.
+// is a share of each, and so is the loop.
 void PanelHost::Compare() {
     if (m_player.Playing())
         Play(!m_playingResult, m_player.Position());
     else
-        Play(true, 0);
+        Play(true, m_playhead);
 }
 
 void PanelHost::Play(bool ofResult, double fraction) {
@@ -318,7 +352,31 @@ void PanelHost::Play(bool ofResult, double fraction) {
         m_renderedFiles = m_window.Input() + '\n' + m_window.Output();
     }
     m_heard = ofResult ? std::optional(m_rendered) : std::nullopt;
-    m_player.Play(path, fraction);
+    m_playhead = std::clamp(fraction, 0.0, 1.0);
+    m_player.Play(path, m_playhead, m_loop);
+}
+
+void PanelHost::MoveTo(double fraction) {
+    fraction = std::clamp(fraction, 0.0, 1.0);
+    if (m_player.Playing() && fraction < 1)
+        Play(m_playingResult, fraction);
+    else {
+        StopPlaying(); // the end: nothing left to hear
+        m_playhead = fraction;
+        Show(Mode::Idle, 0,
+             "Playhead at " + TimeText(fraction * Seconds(m_window.Input())) +
+                 " of the source: F6 and F7 play from there");
+    }
+}
+
+// A loop chosen while one file plays is heard at once, from where it plays.
+void PanelHost::SetLoop(AudioPlayer::Loop loop) {
+    m_loop = loop.Active() ? loop : AudioPlayer::Loop{};
+    m_window.Waves().SetLoop(m_loop.from, m_loop.to);
+    if (!m_loop.Active() && m_player.Playing())
+        Play(m_playingResult, m_player.Position());
+    else if (!m_loop.Active())
+        Show(Mode::Idle, 0, "The loop is cleared");
 }
 
 void PanelHost::StopPlaying() {
@@ -343,7 +401,9 @@ std::optional<LivePreview::Settings> PanelHost::Rendered() const {
 
 bool PanelHost::PlayPreview(const LivePreview::Settings& settings, double fraction, bool across) {
     const std::string input = m_window.Input();
-    std::shared_ptr<PreviewStream> stream = m_preview.Start(input, settings, fraction);
+    const bool loop = m_loop.Active();
+    std::shared_ptr<PreviewStream> stream = m_preview.Start(
+        input, settings, fraction, loop ? m_loop.from : -1.0, loop ? m_loop.to : -1.0);
     if (!stream)
         return false;
     if (across) {
@@ -353,6 +413,7 @@ bool PanelHost::PlayPreview(const LivePreview::Settings& settings, double fracti
         }
     } else {
         m_player.Play(stream, m_window.Output());
+        m_playhead = std::clamp(fraction, 0.0, 1.0);
     }
     m_previewing = stream;
     m_playingResult = true;
@@ -371,15 +432,29 @@ void PanelHost::FollowPanel() {
 }
 
 void PanelHost::ShowPlayback() {
-    if (m_player.Playing()) {
+    const bool playing = m_player.Playing();
+    // where the music is; a file played to its end is heard next from the start (of the loop)
+    const double heard = m_player.Position();
+    if (playing)
+        m_playhead = heard;
+    else if (m_mode == Mode::Playing && heard >= 1.0)
+        m_playhead = m_loop.Active() ? m_loop.from : 0.0;
+    m_window.Waves().SetPlayhead(
+        m_playhead, playing ? (m_playingResult ? WaveView::kResult : WaveView::kSource) : -1);
+    if (playing) {
         const std::string what = !m_playingResult ? "Playing the source "
                                  : m_previewing   ? "Previewing the result "
                                                   : "Playing the result ";
-        const std::string more = m_previewing ? ", as set now: F5 renders it"
-                                              : "  (F8 or A/B compares at the same point)";
-        Show(Mode::Playing, m_player.Position(),
-             what + TimeText(m_player.Position() * m_playingSeconds) + " of " +
-                 TimeText(m_playingSeconds) + more);
+        const std::string loop =
+            m_loop.Active()
+                ? ", looping " + TimeText(m_loop.from * m_playingSeconds) + "\xE2\x80\x93" +
+                      TimeText(m_loop.to * m_playingSeconds) +
+                      (m_previewing ? " as set now: F5 renders it" : " (L ends the loop)")
+            : m_previewing ? ", as set now: F5 renders it"
+                           : "  (F8 or A/B compares at the same point)";
+        Show(Mode::Playing, heard,
+             what + TimeText(heard * m_playingSeconds) + " of " + TimeText(m_playingSeconds) +
+                 loop);
     } else if (const std::string e = m_player.TakeError(); !e.empty()) {
         // said once; after that the line just says playback is off
         Show(Mode::Failed, 0,

@@ -54,11 +54,15 @@ private:
     bool Progress(double fraction);
     void ShowRendered(const MorvaneStudioRendered& result, const std::string& output);
 
-    // The button of what is playing stops it; the other one starts it.
+    // The button of what is playing stops it; the other one starts it, from the playhead.
     void PlayOrStop(bool ofResult);
     void Compare();
+    // Plays from a point of the music (a share of the file), repeating the loop.
     void Play(bool ofResult, double fraction);
     void StopPlaying();
+    // The playhead moved by the person: what plays goes on from there.
+    void MoveTo(double fraction);
+    void SetLoop(AudioPlayer::Loop loop);
     void ShowPlayback();
 
     // What the panel has set now, as a preview takes it.
@@ -103,5 +107,9 @@ private:
     // what the result that plays was made with, and the preview that plays when it is one
     std::optional<LivePreview::Settings> m_heard;
     std::shared_ptr<PreviewStream> m_previewing;
+    // The point of the music heard, or where playback starts next; the loop, on both files at
+    // the same points of the music
+    double m_playhead = 0;
+    AudioPlayer::Loop m_loop;
     bool m_noServerSaid = false;
 };

@@ -1,5 +1,6 @@
 #include "StudioWindow.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -24,6 +25,7 @@ enum : UINT {
     kIdPanel,
     kIdChooseIn,
     kIdChooseOut,
+    kIdWaves,
 };
 
 // Posted from the portal's thread when its answer is in.
@@ -34,7 +36,12 @@ constexpr int kMargin = 10;
 constexpr int kLabelWidth = 54;
 constexpr int kRow = 24;
 constexpr int kGap = 6;
-constexpr int kHelpHeight = 38;
+constexpr int kHelpLine = 17;
+constexpr int kHelpHeight = 3 * kHelpLine + 6;
+// The window is wider than the panel so that the waves have room; the panel keeps its own size
+// in a band of the footer's colour, centred.
+constexpr int kMinWidth = 820;
+constexpr int kBand = 10; // above and below the panel
 
 constexpr COLORREF kFace = RGB(236, 237, 239);
 constexpr COLORREF kFooter = RGB(43, 47, 54); // the panel's own header colour
@@ -47,11 +54,13 @@ const std::vector<std::string> kAudioExtensions = {"wav",  "wave", "aif",  "aiff
 
 } // namespace
 
-const char* const StudioWindow::kKeysHelp[2] = {
+const char* const StudioWindow::kKeysHelp[3] = {
     "F5 render  \xC2\xB7  Esc stop  \xC2\xB7  F6 play source  \xC2\xB7  F7 play result  \xC2\xB7  "
-    "F8 A/B  \xC2\xB7  F9 engine",
+    "F8 A/B  \xC2\xB7  F9 engine  \xC2\xB7  F10 fit the level",
+    "Click a lane: play it from there  \xC2\xB7  drag across it: loop  \xC2\xB7  L clear the loop  "
+    "\xC2\xB7  \xE2\x86\x90/\xE2\x86\x92 playhead \xE2\x88\x92/+ 1 s  \xC2\xB7  Home/End start/end",
     "PgUp/PgDn program  \xC2\xB7  F3/F4 type a file  \xC2\xB7  Ctrl+O/Ctrl+S choose one  "
-    "\xC2\xB7  F10 fit the level"};
+    "\xC2\xB7  Tab next control"};
 
 BEGIN_MESSAGE_MAP(StudioWindow, CWnd)
 ON_WM_PAINT()
@@ -71,14 +80,17 @@ ON_MESSAGE(kPortalAnswered, OnPortalAnswer)
 END_MESSAGE_MAP()
 
 bool StudioWindow::Create(int panelWidth, int panelHeight) {
-    const int width = panelWidth;
+    const int width = std::max(panelWidth, kMinWidth);
     const int right = width - kMargin;
     const int left = kMargin + kLabelWidth;
     int y = kMargin;
     auto row = [&](int x0, int x1) { return CRect(x0, y, x1, y + kRow); };
     const int rowsHeight = kMargin + 5 * (kRow + kGap) + kGap;
     m_nStripHeight = rowsHeight;
-    const CRect frame(100, 100, 100 + width, 100 + rowsHeight + panelHeight + kHelpHeight);
+    const int panelTop = rowsHeight + WaveView::kHeight + kBand;
+    m_rcPanel = CRect((width - panelWidth) / 2, panelTop, (width - panelWidth) / 2 + panelWidth,
+                      panelTop + panelHeight);
+    const CRect frame(100, 100, 100 + width, 100 + m_rcPanel.bottom + kBand + kHelpHeight);
     if (!CreateEx(0, AfxRegisterWndClass(0), "Morvane", WS_POPUP | WS_CAPTION | WS_SYSMENU, frame,
                   nullptr, 0))
         return false;
@@ -119,8 +131,9 @@ bool StudioWindow::Create(int panelWidth, int panelHeight) {
              &m_programLabel, &m_engineLabel, &m_inLabel, &m_outLabel, &m_program, &m_engine, &m_in,
              &m_out, &m_render, &m_stop, &m_playSource, &m_playResult, &m_compare, &m_status})
         w->SetFont(&m_font, FALSE);
-    m_panel.CreateEx(0, AfxRegisterWndClass(0), "", child,
-                     CRect(0, rowsHeight, panelWidth, rowsHeight + panelHeight), this, kIdPanel);
+    m_waves.Create(CRect(0, rowsHeight, width, rowsHeight + WaveView::kHeight), this, kIdWaves);
+    m_waves.OnPick = [this](int lane, double from, double to) { OnPick(lane, from, to); };
+    m_panel.CreateEx(0, AfxRegisterWndClass(0), "", child, m_rcPanel, this, kIdPanel);
     SetCanPlayResult(false);
     SelectKeys(true);
     DragAcceptFiles();
@@ -236,7 +249,7 @@ LRESULT StudioWindow::OnPortalAnswer(WPARAM, LPARAM) {
         ChooseHere(input);
         break;
     case PortalChooser::Outcome::Refused:
-        m_requests.push_back({Ask::Say, 0,
+        m_requests.push_back({Ask::Say, 0, 0, 0,
                               "The file chooser answered " + answer.path +
                                   ", which is not a file on this computer"});
         break;
@@ -263,6 +276,21 @@ void StudioWindow::Chosen(bool input, const std::string& path) {
         OnInputChanged();
     else
         m_proposed.clear(); // the person's own choice, kept when the input changes
+}
+
+void StudioWindow::OnPick(int lane, double from, double to) {
+    // the keys that move the playhead come to the window from now on
+    if (KeysInControl())
+        SetFocus();
+    if (to > from)
+        Push(Ask::Loop, lane, from, to);
+    else
+        Push(Ask::Seek, lane, from);
+}
+
+bool StudioWindow::KeysInControl() const {
+    const CWnd* focus = GetFocus();
+    return focus == &m_in || focus == &m_out || focus == &m_program || focus == &m_engine;
 }
 
 void StudioWindow::StepProgram(int by) {
@@ -322,6 +350,17 @@ BOOL StudioWindow::PreTranslateMessage(MSG* msg) {
     case kKeyPageDown:
         StepProgram(1);
         return TRUE;
+    case kKeyLeft:
+    case kKeyRight:
+    case kKeyHome:
+    case kKeyEnd:
+        if (KeysInControl())
+            return FALSE; // the field's or list's own
+        Push(msg->wParam == kKeyHome  ? Ask::Home
+             : msg->wParam == kKeyEnd ? Ask::End
+                                      : Ask::Move,
+             msg->wParam == kKeyLeft ? -1 : 1);
+        return TRUE;
     default:
         return FALSE;
     }
@@ -353,6 +392,8 @@ void StudioWindow::OnChar(UINT ch, UINT, UINT) {
         Push(Ask::Render);
     else if (ch == 'e' || ch == 'E')
         OtherEngine();
+    else if (ch == 'l' || ch == 'L')
+        Push(Ask::ClearLoop);
 }
 
 void StudioWindow::OtherEngine() {
@@ -372,13 +413,14 @@ void StudioWindow::OnPaint() {
     GetClientRect(&c);
     dc.FillSolidRect(CRect(0, 0, c.right, m_nStripHeight), kFace);
     dc.FillSolidRect(CRect(0, m_nStripHeight - 1, c.right, m_nStripHeight), RGB(178, 182, 188));
+    // the panel's band, and the keys under it
+    dc.FillSolidRect(CRect(0, m_rcPanel.top - kBand, c.right, c.bottom), kFooter);
     const CRect help(0, c.bottom - kHelpHeight, c.right, c.bottom);
-    dc.FillSolidRect(help, kFooter);
+    dc.FillSolidRect(CRect(0, help.top, c.right, help.top + 1), RGB(56, 61, 69));
     dc.SelectObject(&m_small);
     dc.SetBkMode(TRANSPARENT);
     dc.SetTextColor(kFooterText);
-    const int line = kHelpHeight / 2 - 1;
-    for (int i = 0; i < 2; ++i)
-        dc.ExtTextOut(kMargin, help.top + 3 + i * line, ETO_CLIPPED, &help, kKeysHelp[i],
+    for (int i = 0; i < 3; ++i)
+        dc.ExtTextOut(kMargin, help.top + 4 + i * kHelpLine, ETO_CLIPPED, &help, kKeysHelp[i],
                       static_cast<UINT>(std::string(kKeysHelp[i]).size()));
 }

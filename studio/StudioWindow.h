@@ -12,10 +12,12 @@
 #include "CWnd.h"
 #include "PortalChooser.h"
 #include "StatusView.h"
+#include "WaveView.h"
 
 // `morvane gui`'s window: the strip a host puts around a plug-in's panel (program, engine, the
-// input and output files, render, stop, play and A/B, the state line), the panel's own place
-// below it, and a line naming every key. The window only collects what the person asks for;
+// input and output files, render, stop, play and A/B, the state line), the source's and the
+// result's waves under it (WaveView), the panel's own place below them, shown whole and
+// unscaled, and lines naming every key. The window only collects what the person asks for;
 // PanelHost acts on it.
 class StudioWindow : public CWnd {
 public:
@@ -29,11 +31,18 @@ public:
         Program,
         FitLevel,
         Say,
+        Seek,      // play value's lane (WaveView::Lane) from the share from of the piece
+        Loop,      // loop from..to (shares of the piece), playing value's lane
+        ClearLoop, // the loop goes, playback goes on
+        Move,      // the playhead by value seconds
+        Home,      // the playhead to the start
+        End,       // the playhead to the end
         Close
     };
     struct Request {
         Ask ask;
-        int value = 0;      // the program (0..63) or engine chosen
+        int value = 0; // the program (0..63), engine, lane or seconds
+        double from = 0, to = 0;
         std::string text{}; // what Say puts on the state line
     };
 
@@ -41,6 +50,7 @@ public:
     bool Create(int panelWidth, int panelHeight);
     // The child window the plug-in opens its panel in.
     CWnd& PanelFrame() { return m_panel; }
+    WaveView& Waves() { return m_waves; }
 
     bool Take(Request& request);
 
@@ -61,7 +71,7 @@ public:
 
     // Where a result of input goes unless the person says otherwise: beside it, named for it.
     static std::string ProposedOutput(const std::string& input);
-    static const char* const kKeysHelp[2];
+    static const char* const kKeysHelp[3];
 
     static const AFX_MSGMAP* GetThisMessageMap();
 
@@ -83,7 +93,12 @@ protected:
     LRESULT OnPortalAnswer(WPARAM, LPARAM);
 
 private:
-    void Push(Ask ask, int value = 0) { m_requests.push_back({ask, value}); }
+    void Push(Ask ask, int value = 0, double from = 0, double to = 0) {
+        m_requests.push_back({ask, value, from, to});
+    }
+    void OnPick(int lane, double from, double to);
+    // Whether the keyboard is in a control that takes the keys that move the playhead.
+    bool KeysInControl() const;
     void StepProgram(int by);
     void OtherEngine();
     // A file dialog for the input (open) or the output (save), starting where the field points:
@@ -103,10 +118,12 @@ private:
     CButton m_chooseIn, m_chooseOut;
     CButton m_render, m_stop, m_playSource, m_playResult, m_compare;
     StatusView m_status;
+    WaveView m_waves;
     CWnd m_panel;
     std::vector<std::string> m_names;
     std::string m_proposed; // the output last proposed for the input, while not typed over
     int m_nStripHeight = 0;
+    CRect m_rcPanel; // where the panel is, in the dark band under the waves
     bool m_portalForInput = false;
     PortalChooser m_portal; // last: its question ends before anything it reports to goes
 };

@@ -420,10 +420,15 @@ void CXConnection::DispatchEvent(XEvent& event, CWnd* w) {
         break;
     }
     case MotionNotify: {
-        // only the latest position of a run of moves matters
+        // only the latest position of a run of moves matters; a move after a button's press or
+        // release is another run, so a quick drag still starts where the button went down
         XEvent next;
-        while (XCheckTypedWindowEvent(m_pDisplay, event.xmotion.window, MotionNotify, &next))
-            event = next;
+        while (XEventsQueued(m_pDisplay, QueuedAlready) > 0) {
+            XPeekEvent(m_pDisplay, &next);
+            if (next.type != MotionNotify || next.xmotion.window != event.xmotion.window)
+                break;
+            XNextEvent(m_pDisplay, &event);
+        }
         w->SendMessage(WM_MOUSEMOVE, MouseFlags(event.xmotion.state),
                        PointParam(event.xmotion.x, event.xmotion.y));
         break;

@@ -26,9 +26,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The strip above the panel, and where its controls are.
-constexpr int kPanelTop = 166;
+// The strip, the lanes of waves under it, the panel under them, and where their parts are.
 constexpr int kProgramX = 100, kProgramY = 22;
+constexpr int kLanesTop = 166, kRuler = 22, kLaneHeight = 104;
+constexpr int kWavesLeft = 84, kWidth = 820; // the waves' columns, right of the lanes' names
+constexpr int kPanelTop = 409, kPanelLeft = 170;
+constexpr int kSourceLane = 0, kResultLane = 1;
+// colours the lanes draw flat: the source's wave, a clipped column's mark, the box of a note
+// ("reading...")
+constexpr uint32_t kSourceWave = 0x408EC4, kClipMark = 0xFF3830, kNoteBox = 0x22252B;
+
+int LaneTop(int lane) {
+    return kLanesTop + kRuler + 1 + lane * (kLaneHeight + 1);
+}
+// where a share of the lane's width is, on the lane's middle row
+int LaneX(double share) {
+    return kWavesLeft + static_cast<int>(share * (kWidth - kWavesLeft));
+}
 
 std::vector<float> ReadFloats(const std::string& path) {
     SF_INFO info{};
@@ -40,6 +54,24 @@ std::vector<float> ReadFloats(const std::string& path) {
     sf_readf_float(f, v.data(), info.frames);
     sf_close(f);
     return v;
+}
+
+// A tone gliding up from 200 Hz by rise Hz a second, sine on the left and cosine on the right,
+// so that no stretch of it sounds like another and no frame is silent: its frequency tells the
+// point of the music, and how fast it rises the time rate. Stereo, 44.1 kHz, 16 bits.
+void WriteGlide(const std::string& path, int seconds, double rise) {
+    const int frames = seconds * 44100;
+    SF_INFO info{0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
+    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    ASSERT_NE(nullptr, f);
+    std::vector<float> v(2 * static_cast<size_t>(frames));
+    for (int i = 0; i < frames; ++i) {
+        const double t = i / 44100.0, phase = 2 * M_PI * (200 * t + rise / 2 * t * t);
+        v[2 * i] = static_cast<float>(0.5 * std::sin(phase));
+        v[2 * i + 1] = static_cast<float>(0.5 * std::cos(phase));
+    }
+    sf_writef_float(f, v.data(), frames);
+    sf_close(f);
 }
 
 // A chord with a click every quarter second: stereo, 44.1 kHz, 16 bits.
@@ -56,23 +88,6 @@ void WriteInput(const std::string& path, int seconds) {
         v[2 * i + 1] = static_cast<float>(0.2 * std::sin(2 * M_PI * 330 * t)) + click;
     }
     sf_writef_float(f, v.data(), frames);
-    sf_close(f);
-}
-
-// A sine gliding from 200 to 4000 Hz over ten seconds: its frequency tells the point of the music,
-// and how fast it rises tells the time rate. Stereo, 16 bits.
-void WriteGlide(const std::string& path) {
-    constexpr int kFrames = 10 * 44100;
-    SF_INFO info{0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
-    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(nullptr, f);
-    std::vector<float> v(2 * kFrames);
-    for (int i = 0; i < kFrames; ++i) {
-        const double t = i / 44100.0;
-        v[2 * i] = v[2 * i + 1] =
-            static_cast<float>(0.5 * std::sin(2 * M_PI * (200 * t + 190 * t * t)));
-    }
-    sf_writef_float(f, v.data(), kFrames);
     sf_close(f);
 }
 
@@ -119,7 +134,7 @@ std::vector<Point> Track(const std::vector<float>& frames) {
 // The frames of interleaved stereo that are not silent. A sound server starved of the processor on
 // a loaded machine plays silence until the stream catches up, which is no fault of the window's:
 // what was heard is compared without it.
-template <class It> std::vector<float> Sounding(It from, It to) {
+template <class It> std::vector<float> SoundingFrames(It from, It to) {
     std::vector<float> frames;
     for (; from + 1 < to; from += 2)
         if (from[0] != 0.0f || from[1] != 0.0f)
@@ -199,7 +214,8 @@ struct Studio : ::testing::Test {
         if (opened != None)
             steps();
     }
-    // The sink's monitor, recorded into the returned file from when the recorder first hears.
+    // Records what the test's sound server plays, as float stereo at 44.1 kHz, into the file
+    // it returns, until StopRecording.
     std::string Record() {
         const std::string rec = dir + "/heard.raw";
         std::system(("parec --latency-msec=10 -d morvane_test.monitor --format=float32le "
@@ -207,7 +223,7 @@ struct Studio : ::testing::Test {
                      rec + "' 2>/dev/null & echo $! >'" + dir + "/parec'")
                         .c_str());
         // The monitor sends nothing while nothing plays, and a recorder still setting up its
-        // stream when playback starts can lose frames: silence is played until it hears it.
+        // stream when playback starts can lose frames: silence is played until it is heard.
         EXPECT_TRUE(WaitFor([&] {
             std::system("head -c 8820 /dev/zero | pacat --raw --format=float32le --rate=44100 "
                         "--channels=2 -d morvane_test 2>/dev/null");
@@ -218,11 +234,25 @@ struct Studio : ::testing::Test {
     void StopRecording() { std::system(("kill -INT $(cat '" + dir + "/parec')").c_str()); }
     // What was recorded so far, interleaved.
     static std::vector<float> Heard(const std::string& rec) {
-        std::vector<float> heard(fs::file_size(rec) / sizeof(float));
+        std::vector<float> heard(fs::file_size(rec) / sizeof(float) / 2 * 2);
         std::ifstream(rec, std::ios::binary)
             .read(reinterpret_cast<char*>(heard.data()),
                   static_cast<std::streamsize>(heard.size() * sizeof(float)));
         return heard;
+    }
+    // What was recorded so far, its silent frames left out.
+    static std::vector<float> Sounding(const std::string& rec) {
+        const std::vector<float> heard = Heard(rec);
+        return SoundingFrames(heard.begin(), heard.end());
+    }
+    // How many pixels of a lane's waves are of colour rgb.
+    int Pixels(Window w, int lane, uint32_t rgb) {
+        const std::vector<uint32_t> shown = person.Grab(w, kWidth, LaneTop(lane) + kLaneHeight);
+        int n = 0;
+        for (int y = LaneTop(lane); y < LaneTop(lane) + kLaneHeight; ++y)
+            for (int x = kWavesLeft; x < kWidth && !shown.empty(); ++x)
+                n += shown[static_cast<size_t>(y) * kWidth + x] == rgb;
+        return n;
     }
     std::string Title(const std::string& text) {
         std::string title;
@@ -266,7 +296,7 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     Title("\xE2\x80\x94 47: ");
     Keys(w, {XK_Next});
     Title("\xE2\x80\x94 48: ");
-    InModal([&] { person.Click(w, 76, kPanelTop + 18); },
+    InModal([&] { person.Click(w, kPanelLeft + 76, kPanelTop + 18); },
             [&] {
                 person.Tap(XK_Down);
                 person.Tap(XK_Return);
@@ -280,7 +310,7 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
         return person.Focus();
     };
     const Window before = person.Focus();
-    person.Click(w, 274, kPanelTop + 193);
+    person.Click(w, kPanelLeft + 274, kPanelTop + 193);
     const Window field = focusLeaves(before);
     person.SelectAll();
     person.Type("150");
@@ -336,10 +366,17 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     Keys(w, {XK_F3, XK_Return}); // Return in a file's field renders
     // the clicks' peaks grow with the crisp engine: the result clips, and F10 fits the level
     EXPECT_NE(std::string::npos, Title("wrote renamed.wav with the crisp engine").find("clips"));
+    EXPECT_TRUE(WaitFor([&] { return Pixels(w, kResultLane, kClipMark) > 0; }))
+        << "the result's lane marks where it clips";
+    EXPECT_EQ(0, Pixels(w, kSourceLane, kClipMark)) << "the source does not clip";
     Keys(w, {XK_F10});
     Title("Output lowered by");
     Keys(w, {XK_F5});
     Title("wrote renamed.wav with the crisp engine: 0:");
+    // the lane is read again: no marks once it is drawn whole (no note of reading left)
+    EXPECT_TRUE(WaitFor([&] {
+        return Pixels(w, kResultLane, kNoteBox) == 0 && Pixels(w, kResultLane, kClipMark) == 0;
+    })) << "marks left on a result that does not clip";
     float peak = 0;
     for (float x : ReadFloats(renamed))
         peak = std::max(peak, std::fabs(x));
@@ -551,8 +588,8 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
     ASSERT_LT(at, size_t{2 * 4410}) << "not heard from the start";
     EXPECT_GE(heard.size() - start, rendered.size() - at) << "not heard to the end";
     // Every sounding frame, in order and to the bit.
-    const std::vector<float> played = Sounding(rendered.begin() + at, rendered.end());
-    std::vector<float> recorded = Sounding(heard.begin() + start, heard.end());
+    const std::vector<float> played = SoundingFrames(rendered.begin() + at, rendered.end());
+    std::vector<float> recorded = SoundingFrames(heard.begin() + start, heard.end());
     ASSERT_GE(recorded.size(), played.size()) << "not heard to the end";
     recorded.resize(played.size());
     EXPECT_TRUE(recorded == played) << "not heard as rendered, to the bit";
@@ -574,7 +611,7 @@ TEST_F(Studio, TakesADroppedFilePlaysWhatItRenderedAndComparesAtTheSamePoint) {
 TEST_F(Studio, AChangeIsHeardAtOnceWhileTheResultPlays) {
     ASSERT_NE(nullptr, std::getenv("PULSE_SERVER")) << "runs under tests/support/with-pulse.sh";
     const std::string in = dir + "/glide.wav", out = dir + "/out.wav";
-    WriteGlide(in);
+    WriteGlide(in, 10, 380);
     Start("'" + in + "' '" + out + "'");
     const Window w = person.WaitForTitle("wrote out.wav");
     ASSERT_NE(0u, w);
@@ -584,9 +621,9 @@ TEST_F(Studio, AChangeIsHeardAtOnceWhileTheResultPlays) {
     // the Time fader's knob, from 100 % to 150 %: the splice engine's pieces put the waveform
     // at the same point out of step with the file's, so a switch without a crossfade clicks
     const size_t moved = fs::file_size(rec) / (2 * sizeof(float));
-    person.MoveTo(w, 273, kPanelTop + 132);
+    person.MoveTo(w, kPanelLeft + 273, kPanelTop + 132);
     person.Button(true);
-    person.MoveTo(w, 273, kPanelTop + 92);
+    person.MoveTo(w, kPanelLeft + 273, kPanelTop + 92);
     person.Button(false);
     Title("Previewing the result");
     WaitFor([&] { return fs::file_size(rec) / (2 * sizeof(float)) > moved + 2 * 44100; });
@@ -645,6 +682,61 @@ TEST_F(Studio, AChangeIsHeardAtOnceWhileTheResultPlays) {
     Keys(w, {XK_Escape});
     Title("Stopped playing");
     std::system((server + " -CONT").c_str());
+    EXPECT_EQ(0, Close(w));
+}
+
+// A click in the source's lane plays it from there; a drag across it loops what it covers, and
+// playback goes round the loop until stopped.
+TEST_F(Studio, AClickInALanePlaysFromThereAndADragLoops) {
+    ASSERT_NE(nullptr, std::getenv("PULSE_SERVER")) << "runs under tests/support/with-pulse.sh";
+    const std::string in = dir + "/glide.wav";
+    WriteGlide(in, 4, 200);
+    const std::vector<float> source = ReadFloats(in);
+    Start("'" + in + "'");
+    const Window w = person.WaitForTitle("Ready: F5 renders glide.wav");
+    ASSERT_NE(0u, w);
+    // nothing rendered yet: the source spans the lane
+    ASSERT_TRUE(WaitFor([&] { return Pixels(w, kSourceLane, kSourceWave) > 0; }))
+        << "the source's waves are not drawn";
+    const std::string rec = Record();
+    const int y = LaneTop(kSourceLane) + kLaneHeight / 2;
+    person.Click(w, LaneX(0.5), y);
+    Title("Playing the source");
+    Title("Stopped playing");
+    // from 25 % to 50 % of the lane
+    person.MoveTo(w, LaneX(0.25), y);
+    person.Button(true);
+    for (double at : {0.3, 0.4, 0.5})
+        person.MoveTo(w, LaneX(at), y);
+    person.Button(false);
+    Title("looping 0:01.0");
+
+    // Where a stretch of 256 frames of the source at a share of it is heard, from the first
+    // sounding frame recorded on.
+    std::vector<float> heard;
+    const auto times = [&](double share) {
+        const auto from = source.begin() + static_cast<long>(share * source.size() / 2) * 2;
+        int n = 0;
+        for (auto at = heard.begin();
+             (at = std::search(at, heard.end(), from, from + 2 * 256)) != heard.end(); at += 2)
+            ++n;
+        return n;
+    };
+    EXPECT_TRUE(WaitFor([&] {
+        heard = Sounding(rec);
+        return times(0.375) >= 3;
+    })) << "the middle of the loop is not heard again and again";
+    Keys(w, {XK_Escape});
+    Title("Stopped playing");
+    StopRecording();
+    heard = Sounding(rec);
+    const auto first = std::search(source.begin(), source.end(), heard.begin(),
+                                   heard.begin() + std::min<size_t>(heard.size(), 2 * 256));
+    ASSERT_NE(source.end(), first) << "what was heard first is not the source";
+    EXPECT_NEAR(0.5, double(first - source.begin()) / source.size(), 0.01)
+        << "the click plays from half way";
+    EXPECT_EQ(1, times(0.75)) << "after the loop: heard once, from the click";
+    EXPECT_EQ(0, times(0.2)) << "before the loop: never heard";
     EXPECT_EQ(0, Close(w));
 }
 
