@@ -241,13 +241,22 @@ RenderResult RenderJob::RunOn(const VstPlugin& p, const std::string& input,
                               const std::string& output,
                               const std::function<void(double)>& progress) {
     std::unique_ptr<AudioReader> reader = OpenInput(input);
-    // A job on a plug-in that has run one before: suspended and resumed around the new rate, as
-    // hosts do, so that settings changed since the last job apply to this one.
+    Resume(p, reader->SampleRate());
+    return Process(p, *reader, output, progress);
+}
+
+// A job on a plug-in that has run one before: suspended and resumed around the new rate, as hosts
+// do. A rate set after a job has ended and before the suspend (from the panel, between renders)
+// was taken by the plug-in as a change within that job, to apply at its next call, which a new
+// job's start drops: the engine would run the new job at the old rate while the plug-in shows
+// the new one. Sent again once suspended, it applies at once.
+void RenderJob::Resume(const VstPlugin& p, int rate) const {
     p.Dispatch(effMainsChanged, 0, 0);
-    p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(reader->SampleRate()));
+    p.SetParameter(kPitch, p.GetParameter(kPitch));
+    p.SetParameter(kTime, p.GetParameter(kTime));
+    p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
     p.Dispatch(effSetBlockSize, 0, m_settings.blockSize);
     p.Dispatch(effMainsChanged, 0, 1);
-    return Process(p, *reader, output, progress);
 }
 
 bool RenderJob::RunExcerpt(const VstPlugin& p, const std::string& input, sf_count_t from,
@@ -267,10 +276,7 @@ bool RenderJob::RunExcerpt(const VstPlugin& p, const std::string& input, sf_coun
             left -= got;
         }
     }
-    p.Dispatch(effMainsChanged, 0, 0);
-    p.Dispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(rate));
-    p.Dispatch(effSetBlockSize, 0, m_settings.blockSize);
-    p.Dispatch(effMainsChanged, 0, 1);
+    Resume(p, rate);
     const double timeRate = p.GetParameter(kTime);
     const sf_count_t leadOut = std::llround((from - start) * timeRate);
     const sf_count_t length = std::llround((to - start) * timeRate) - leadOut;

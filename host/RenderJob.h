@@ -95,6 +95,8 @@ private:
     RenderResult Process(const VstPlugin& plugin, AudioReader& reader, const std::string& output,
                          const std::function<void(double)>& progress);
     using Reader = std::function<sf_count_t(float* frames, sf_count_t count)>;
+    // Suspends the plug-in and resumes it at rate, with the rates it shows in force.
+    void Resume(const VstPlugin& plugin, int rate) const;
     // Output room per call of the plug-in.
     sf_count_t Room(int rate) const;
     // One job through the plug-in: total frames of input from read (interleaved, channels
