@@ -83,6 +83,7 @@ void PanelHost::Close() {
 
 void PanelHost::Pump(bool wait) {
     m_window.PumpMessages();
+    m_window.Waves().Poll(); // during a render too
     if (Clock::now() >= m_nextIdle) {
         Dispatch(effEditIdle);
         m_nextIdle = Clock::now() + std::chrono::milliseconds(33);
@@ -100,7 +101,6 @@ void PanelHost::Step() {
         return;
     FollowPanel();
     ShowPlayback();
-    m_window.Waves().Poll();
     if (Clock::now() >= m_nextSync) {
         Sync();
         m_nextSync = Clock::now() + std::chrono::milliseconds(250);

@@ -36,7 +36,13 @@ PeakSummary::PeakSummary(const std::string& path)
 
 PeakSummary::~PeakSummary() {
     m_stop = true;
-    m_thread.join();
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void PeakSummary::Reap() {
+    if (Finished() && m_thread.joinable())
+        m_thread.join();
 }
 
 double PeakSummary::Progress() const {

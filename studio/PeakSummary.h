@@ -28,6 +28,9 @@ public:
     ~PeakSummary(); // stops reading and waits for the thread
     // Asks the thread to stop reading, without waiting for it: Finished soon after.
     void Stop() { m_stop = true; }
+    // Joins the thread once it has finished: a thread left unjoined when the process ends on a
+    // signal (morvane's handler ends it at once) counts as leaked.
+    void Reap();
     PeakSummary(const PeakSummary&) = delete;
     PeakSummary& operator=(const PeakSummary&) = delete;
 

@@ -171,6 +171,8 @@ void WaveView::Poll() {
     std::erase_if(m_retired, [](const auto& s) { return s->Finished(); });
     for (int lane = 0; lane < kLanes; ++lane) {
         const LaneState& l = m_lanes[lane];
+        if (l.summary)
+            l.summary->Reap();
         // a picture at most every few percent of a long file, and the last one
         if (l.summary && (l.summary->Finished() != l.drawnFinished ||
                           l.summary->Progress() - l.drawnProgress >= 0.02))

@@ -42,7 +42,7 @@ public:
     void SetPlayhead(double fraction, int playing);
     // The loop as shares of the piece; from >= to for none.
     void SetLoop(double from, double to);
-    // Repaints what the summaries have read since the last call.
+    // Repaints what the summaries have read since the last call; joins the readers that ended.
     void Poll();
 
     // A click in lane (from == to) or a drag across it (from < to), as shares of the piece.
