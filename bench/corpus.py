@@ -474,7 +474,7 @@ def command(tool, morvane, plugin, i, o, T, c):
     if tool in ("splice", "crisp"):
         return [morvane, "render", "-q", "--plugin", plugin, "-e", tool, "-t", f"{T * 100:.6g}",
                 "-p", f"{c:g}", i, o]
-    if tool == "soundstretch":  # writes integer samples whatever it reads
+    if tool == "soundstretch":
         return ["soundstretch", i, o, f"-tempo={(1 / T - 1) * 100:.6f}", f"-pitch={c / 100:g}"]
     if tool in ("r2", "r3"):
         return ["rubberband", "-q", "-2" if tool == "r2" else "-3", "--ignore-clipping", "-t",
@@ -490,8 +490,17 @@ def command(tool, morvane, plugin, i, o, T, c):
 
 
 def render(tool, args, i, o, T, c):
+    copy = None
+    if tool == "soundstretch" and sf.info(i).subtype == "FLOAT":
+        # soundstretch takes float WAV samples for integers (noise at full scale): a 24-bit copy
+        copy = o + ".24bit.wav"
+        subprocess.run(["sox", i, "-b", "24", "-e", "signed-integer", copy], check=True,
+                       capture_output=True)
+        i = copy
     r = subprocess.run(["nice", "-n", "10"] + command(tool, args.morvane, args.plugin, i, o, T, c),
                        capture_output=True, text=True)
+    if copy:
+        os.remove(copy)
     if r.returncode != 0 or not os.path.exists(o):
         raise RuntimeError(f"{tool} failed on {os.path.basename(i)}: {r.stderr.strip()[:200]}")
     y, rate = sf.read(o, always_2d=True)
@@ -514,7 +523,7 @@ def fingerprints(args):
 
     mv = digest(args.morvane, args.plugin)
     return {"splice": "morvane " + mv, "crisp": "morvane " + mv,
-            "soundstretch": "soundstretch " + deb("soundstretch"),
+            "soundstretch": "soundstretch 24-bit " + deb("soundstretch"),
             "r2": "rubberband " + deb("rubberband-cli"), "r3": "rubberband " + deb("rubberband-cli"),
             "sox": "sox " + deb("sox")}
 
@@ -721,7 +730,8 @@ def report(pieces, tools, res, bass, args, fps, excluded):
              "2048-point frames, 50 Hz – 16 kHz); mean over the six settings.",
              "- Above peak: share of output samples (both channels) whose magnitude exceeds the "
              "input's peak, in %, mean over the settings. Morvane, Rubber Band and SoX write "
-             "float; soundstretch writes 32-bit integers (the −6 dB input leaves it 6 dB of room).",
+             "float; soundstretch reads float WAV samples as integers, so it is given a 24-bit "
+             "copy and writes 24-bit (the −6 dB input leaves it 6 dB of room).",
              "- Length error: output frames − round(input frames × time), ms, largest magnitude.",
              "- Worst piece: the piece with the lowest F over the six settings, with that F.", ""]
     if excluded:
