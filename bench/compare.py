@@ -455,6 +455,7 @@ def main():
     ap.add_argument("--corpus", action="store_true",
                     help="also measure the corpus of real material (bench/corpus.py)")
     ap.add_argument("--corpus-only", action="store_true", help="only the corpus")
+    sys.dont_write_bytecode = True  # no __pycache__ in the source tree
     import corpus  # here, as corpus imports this module for the shared measures
     corpus.add_options(ap)
     args = ap.parse_args()

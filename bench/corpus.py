@@ -38,7 +38,6 @@ import datetime
 import hashlib
 import json
 import os
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -48,6 +47,7 @@ import numpy as np
 import soundfile as sf
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 import compare  # noqa: E402  (material and measures shared with the synthetic report)
 
 RATE = 44100
@@ -314,7 +314,8 @@ def build(cache, classes, excerpt, jobs, log=print):
         kitl = {"kick": s + "/drums/kick_long01.ogg", "snare": s + "/drums/snare01.ogg",
                 "hat": s + "/drums/hihat_closed02.ogg"}
         keep(Piece("808-kicks-sine-sub-bass", "bass",
-                   "sine sub-bass E1 G1 A1 D2 (2 beats each) with hydrogen-data TR808 808_Kick_Long, "
+                   "sine sub-bass E1 G1 A1 D2 (2 beats each) with hydrogen-data TR808 "
+                   "808_Kick_Long, "
                    "808_Snare_2, 808_Hat_Closed; 100 bpm, 12 s"),
              lambda: with_drums(bass_line(b, [note_hz(n) for n in ("E1", "G1", "A1", "D2")], sub)
                                 * 0.8, kit808, {"kick": 0.8, "snare": 0.4, "hat": 0.2}))
@@ -444,14 +445,15 @@ def lmms_demos(cache, excerpt, jobs, log):
         info = sf.info(dest)
         total = info.frames / info.samplerate
         if excerpt > 0 and total > excerpt:
-            start = total / 3
+            start = min(total / 3, total - excerpt)
             what = f"{excerpt:g} s from {start:.1f} s of {total:.1f} s"
         else:
             start, what = 0.0, f"whole, {total:.1f} s"
         piece = Piece(f"lmms-{name}", "full-mix",
                       f"LMMS demo projects/demos/{os.path.relpath(p, DEMOS)} rendered "
                       f"headless; {what}")
-        piece.path = os.path.join(cache, "pieces", f"full-mix--{name}-{excerpt:g}.wav")
+        piece.path = os.path.join(cache, "pieces",
+                                  f"full-mix--{name}-{excerpt:g}s-at{start:.1f}.wav")
         if not os.path.exists(piece.path):
             x, _ = sf.read(dest, always_2d=True, start=int(start * RATE),
                            frames=int(excerpt * RATE) if excerpt > 0 else -1)
@@ -524,7 +526,8 @@ def fingerprints(args):
     mv = digest(args.morvane, args.plugin)
     return {"splice": "morvane " + mv, "crisp": "morvane " + mv,
             "soundstretch": "soundstretch 24-bit " + deb("soundstretch"),
-            "r2": "rubberband " + deb("rubberband-cli"), "r3": "rubberband " + deb("rubberband-cli"),
+            "r2": "rubberband " + deb("rubberband-cli"),
+            "r3": "rubberband " + deb("rubberband-cli"),
             "sox": "sox " + deb("sox")}
 
 
@@ -590,12 +593,10 @@ class Results:
             os.replace(tmp, self.path)
 
 
-def file_digest(path):
-    h = hashlib.sha1()
-    with open(path, "rb") as f:
-        for block in iter(lambda: f.read(1 << 20), b""):
-            h.update(block)
-    return h.hexdigest()[:16]
+def audio_digest(path):
+    """Of the samples, not the file: libsndfile stamps float WAV files with the time written."""
+    x, rate = sf.read(path, dtype="float32", always_2d=True)
+    return hashlib.sha1(x.tobytes() + str(rate).encode()).hexdigest()[:16]
 
 
 def measure(tool, piece, setting, args, work, inputs):
@@ -711,7 +712,8 @@ def report(pieces, tools, res, bass, args, fps, excluded):
     v = compare.versions()
     lines = [f"# Morvane on real material, per class — {datetime.date.today()}", "",
              f"- Machine: {v['machine']}",
-             f"- Morvane: {v['Morvane']} (build {fps.get('crisp', fps.get('splice', '?'))}); "
+             f"- Morvane: {v['Morvane']}, engine and plug-in sources as of {source_commit()} "
+             f"(binaries' checksum {fps['crisp'][8:]}); "
              f"{v['soundstretch']}; {v['rubberband']} (R2 `-2`, R3 `-3`, both "
              f"`--ignore-clipping`); {v['SoX']} (`tempo`, `pitch`).",
              f"- Corpus built at run time by bench/corpus.py from Debian packages (lmms "
@@ -770,7 +772,8 @@ def report(pieces, tools, res, bass, args, fps, excluded):
                   "output first comes within 30 dB of that kick's peak (largest sample magnitude "
                   "within 80 ms after its time), looking at most "
                   f"{PRE_WINDOW * 1000:.0f} ms back; median over the kicks (largest), ms. The "
-                  "input itself gives 0: each kick starts from silence.", "",
+                  "input itself gives 0: each kick starts from silence. A kick placed early counts "
+                  "as well as energy smeared ahead of it.", "",
                   "| loop | tool | " + " | ".join(HEADS[k] for k in keys) + " |",
                   "|---|---|" + "---:|" * len(keys)]
         for p in kick_pieces:
@@ -830,6 +833,13 @@ def report(pieces, tools, res, bass, args, fps, excluded):
     return "\n".join(lines)
 
 
+def source_commit():
+    """The last commit that changed what morvane and the plug-in are built from."""
+    r = subprocess.run(["git", "log", "-1", "--format=%h %cs", "--", ".", ":(exclude)bench",
+                        ":(exclude)README.md", ":(exclude)tests"], capture_output=True, text=True)
+    return r.stdout.strip() or "?"
+
+
 def deb_version(p):
     r = subprocess.run(["dpkg-query", "-W", "-f=${Version}", p], capture_output=True, text=True)
     return r.stdout.strip() or "?"
@@ -879,9 +889,11 @@ def run(args, log=lambda s: print(s, file=sys.stderr, flush=True)):
         x, _ = sf.read(p.path, always_2d=True)
         want = onset_times(p.path) if p.onsets else None
         if want is not None and len(want) < MIN_ONSETS:
-            p.onsets, p.source = False, p.source + f" (aubio finds {len(want)} onsets: F not taken)"
+            p.onsets = False
+            p.source += f" (aubio finds only {len(want)} onset{'s' if len(want) != 1 else ''} in "
+            p.source += "it: no F taken)"
         inputs[p.name] = (x, float(np.max(np.abs(x))), want)
-    digests = {p.name: file_digest(p.path) for p in pieces}
+    digests = {p.name: audio_digest(p.path) for p in pieces}
     res, excluded = {}, []
     with tempfile.TemporaryDirectory(prefix="morvane-corpus-") as work:
         jobs = [(t, p, s) for p in pieces for s in SETTINGS for t in tools]
