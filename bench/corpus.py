@@ -30,7 +30,9 @@ Usage (bench/compare passes --morvane and --plugin; see its header for the wrapp
     --build-only     build the corpus, measure nothing
     --no-checks      leave out the bass-notes check
 Results are cached per tool build (a Debian version, or the checksum of morvane and the plug-in)
-and per input, so a rerun after a rebuild of Morvane renders only Morvane again.
+and per input's samples, so a rerun after a rebuild of Morvane renders only Morvane again. LMMS's
+renders differ a little from one render to the next (free-running oscillators, noise), so the
+songs rendered once are kept and reused: compare two builds on the same cache.
 """
 import argparse
 import concurrent.futures
