@@ -452,7 +452,17 @@ def main():
     ap.add_argument("--runs", type=int, default=5)
     ap.add_argument("--quick", action="store_true", help="only the full mix, for a fast look")
     ap.add_argument("--no-callgrind", action="store_true")
+    ap.add_argument("--corpus", action="store_true",
+                    help="also measure the corpus of real material (bench/corpus.py)")
+    ap.add_argument("--corpus-only", action="store_true", help="only the corpus")
+    sys.dont_write_bytecode = True  # no __pycache__ in the source tree
+    import corpus  # here, as corpus imports this module for the shared measures
+    corpus.add_options(ap)
     args = ap.parse_args()
+    if args.corpus_only or args.engines or args.classes:
+        # a chosen subset of tools or classes is a corpus run: the report below needs them all
+        corpus.run(args)
+        return
 
     tools = tool_commands(args.morvane, args.plugin)
     with tempfile.TemporaryDirectory(prefix="morvane-compare-") as work:
@@ -562,6 +572,8 @@ def main():
         f.write("\n".join(lines))
     print("\n".join(lines))
     print(f"\nwritten to {path}", file=sys.stderr)
+    if args.corpus:
+        corpus.run(args)
 
 
 if __name__ == "__main__":
