@@ -56,39 +56,40 @@ std::vector<float> ReadFloats(const std::string& path) {
     return v;
 }
 
-// A tone gliding up from 200 Hz by rise Hz a second, sine on the left and cosine on the right,
-// so that no stretch of it sounds like another and no frame is silent: its frequency tells the
-// point of the music, and how fast it rises the time rate. Stereo, 44.1 kHz, 16 bits.
-void WriteGlide(const std::string& path, int seconds, double rise) {
+// seconds of stereo at 44.1 kHz in 16 bits, frame i being frame(t) at t = i / 44100
+void WriteStereo(const std::string& path, int seconds,
+                 const std::function<std::pair<double, double>(double)>& frame) {
     const int frames = seconds * 44100;
     SF_INFO info{0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
     SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
     ASSERT_NE(nullptr, f);
     std::vector<float> v(2 * static_cast<size_t>(frames));
     for (int i = 0; i < frames; ++i) {
-        const double t = i / 44100.0, phase = 2 * M_PI * (200 * t + rise / 2 * t * t);
-        v[2 * i] = static_cast<float>(0.5 * std::sin(phase));
-        v[2 * i + 1] = static_cast<float>(0.5 * std::cos(phase));
+        const auto [left, right] = frame(i / 44100.0);
+        v[2 * i] = static_cast<float>(left);
+        v[2 * i + 1] = static_cast<float>(right);
     }
     sf_writef_float(f, v.data(), frames);
     sf_close(f);
 }
 
-// A chord with a click every quarter second: stereo, 44.1 kHz, 16 bits.
+// A tone gliding up from 200 Hz by rise Hz a second, sine on the left and cosine on the right,
+// so that no stretch of it sounds like another and no frame is silent: its frequency tells the
+// point of the music, and how fast it rises the time rate.
+void WriteGlide(const std::string& path, int seconds, double rise) {
+    WriteStereo(path, seconds, [rise](double t) {
+        const double phase = 2 * M_PI * (200 * t + rise / 2 * t * t);
+        return std::pair{0.5 * std::sin(phase), 0.5 * std::cos(phase)};
+    });
+}
+
+// A chord with a click every quarter second.
 void WriteInput(const std::string& path, int seconds) {
-    const int frames = seconds * 44100;
-    SF_INFO info{0, 44100, 2, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
-    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(nullptr, f);
-    std::vector<float> v(2 * static_cast<size_t>(frames));
-    for (int i = 0; i < frames; ++i) {
-        const double t = i / 44100.0;
-        const float click = i % 11025 < 40 ? 0.5f : 0.0f;
-        v[2 * i] = static_cast<float>(0.2 * std::sin(2 * M_PI * 220 * t)) + click;
-        v[2 * i + 1] = static_cast<float>(0.2 * std::sin(2 * M_PI * 330 * t)) + click;
-    }
-    sf_writef_float(f, v.data(), frames);
-    sf_close(f);
+    WriteStereo(path, seconds, [](double t) {
+        const double click = std::fmod(t, 0.25) < 40 / 44100.0 ? 0.5 : 0.0;
+        return std::pair{0.2 * std::sin(2 * M_PI * 220 * t) + click,
+                         0.2 * std::sin(2 * M_PI * 330 * t) + click};
+    });
 }
 
 bool Silent(const float* frame) {
