@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <numbers>
 #include <utility>
 
 #include "SampleClean.h"
@@ -31,6 +32,13 @@ int WindowFor(int rate) {
         n *= 2;
     return n;
 }
+
+// The low band: a window four times as long (as far as the transform goes), below a crossover
+// fading out from 300 to 450 Hz.
+int LowWindowFor(int window) {
+    return std::min(4 * window, CRealFft::kMaxPoints);
+}
+constexpr double kCrossFrom = 1000, kCrossTo = 1500;
 
 } // namespace
 
@@ -89,21 +97,32 @@ void CCrisp::SetSamplingRate(int rate) {
 }
 
 void CCrisp::Size() {
-    const int window = WindowFor(m_nRate);
+    const int window = WindowFor(m_nRate), low = LowWindowFor(window);
     m_Vocoder.Configure(window);
     m_Onsets.Configure(window / 2, m_nRate);
     m_Map.Configure(window);
+    m_bLow = low > window;
+    m_Low.Configure(low);
+    m_LowMap.Configure(window);
+    // a low frame needs the onsets within half its window each side
+    m_LowMap.SetReach(0.75 * low);
+    if (m_bLow) {
+        m_Vocoder.Split(kCrossFrom / m_nRate, kCrossTo / m_nRate, false);
+        m_Low.Split(kCrossFrom / m_nRate, kCrossTo / m_nRate, true);
+    }
+    m_nLowRing = 4 * m_Low.Hop();
     const int hop = m_Vocoder.Hop();
     m_nStretchRoom = 2 * kHistory + hop;
     // One zeroed allocation, in the order of the members that view it.
-    m_pStore = std::make_unique<float[]>(2 * (m_nRingSize + window + hop) + window / 2 +
+    m_pStore = std::make_unique<float[]>(2 * (m_nRingSize + low + hop + m_nLowRing) + window / 2 +
                                          2L * m_nStretchRoom);
     float* next = m_pStore.get();
     const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
     for (int c = 0; c < 2; ++c) {
         m_pRing[c] = take(m_nRingSize);
-        m_pFrame[c] = take(window);
+        m_pFrame[c] = take(low);
         m_pHop[c] = take(hop);
+        m_pLowOut[c] = take(m_nLowRing);
     }
     m_pMono = take(window / 2);
     m_pStretch = take(2L * m_nStretchRoom);
@@ -124,6 +143,13 @@ void CCrisp::Restart() {
     m_nIn = m_nKeepFrom = 0;
     m_bFinal = m_bDone = false;
     m_nFrame = m_nLastRead = 0;
+    m_bMainCentre = false;
+    m_nLowFrame = m_nLowLastRead = 0;
+    m_nLowFirst = m_nLowCount = 0;
+    m_dLowPassed = -kInf;
+    m_bLowAlignDue = true;
+    m_bLowAlignKnown = false;
+    std::fill(std::begin(m_dLowS), std::end(m_dLowS), 0.0);
     m_dLastOnset = -1;
     m_nStretchEnd = -1;
     m_dOutBase = m_dInBase = 0;
@@ -140,8 +166,14 @@ void CCrisp::Rebuild() {
         Size();
     m_Map.Restart(m_dTime * m_dPitch);
     m_Map.SetHorizon(m_bOnsets ? -kInf : kInf);
+    m_LowMap.Restart(m_dTime * m_dPitch);
+    m_LowMap.SetHorizon(m_bOnsets ? -kInf : kInf);
     m_Onsets.Restart();
     m_Vocoder.Restart();
+    m_Low.Restart();
+    m_nLowEnd = static_cast<int64_t>(LowOutputCentre(0) - m_Low.Window() / 2.0);
+    for (float* x : m_pLowOut)
+        std::fill(x, x + m_nLowRing, 0.0f);
     m_Resample.Design(m_dPitch);
     std::fill(m_pStretch, m_pStretch + 2L * m_nStretchRoom, 0.0f);
     m_nStretched = static_cast<int64_t>(OutputCentre(0) - m_Vocoder.Window() / 2.0);
@@ -155,6 +187,11 @@ int64_t CCrisp::Target() const {
 double CCrisp::OutputCentre(int64_t frame) const {
     const int window = m_Vocoder.Window(), hop = m_Vocoder.Hop();
     // the first frames start before the output does, so that its first samples are whole
+    return double(frame) * hop - (window - hop) + window / 2.0;
+}
+
+double CCrisp::LowOutputCentre(int64_t frame) const {
+    const int window = m_Low.Window(), hop = m_Low.Hop();
     return double(frame) * hop - (window - hop) + window / 2.0;
 }
 
@@ -177,6 +214,9 @@ void CCrisp::ApplyRates() {
         m_Resample.Design(m_dPitch);
     }
     m_Map.Rebase(m_dTime * m_dPitch, c, o);
+    m_bMainCentre = false; // asked again, of the new map
+    // the low map goes on from the same point, so that both bands keep one map
+    m_LowMap.Rebase(m_dTime * m_dPitch, c, o);
 }
 
 void CCrisp::Gather(int64_t at, int n, float* left, float* right) const {
@@ -215,13 +255,110 @@ void CCrisp::FeedDetector() {
         const int64_t onset = m_Onsets.Analyse(GatherMono(centre - half, frame));
         if (onset >= 0) {
             GatherMono(onset - half, frame);
-            m_Map.AddOnset(double(onset - half + CCrispOnsets::Refine(m_pMono, frame, frame / 16)));
+            const double t =
+                double(onset - half + CCrispOnsets::Refine(m_pMono, frame, frame / 16));
+            m_Map.AddOnset(t);
+            m_LowMap.AddOnset(t);
+            if (m_nLowCount < kLowOnsets &&
+                (!m_nLowCount || t > m_dLowOnset[(m_nLowFirst + m_nLowCount - 1) % kLowOnsets]))
+                m_dLowOnset[(m_nLowFirst + m_nLowCount++) % kLowOnsets] = t;
         }
     }
     const bool all =
         m_bFinal && m_Onsets.NextCentre() - half > m_nIn + CCrispOnsets::kLead * m_Onsets.Hop();
     // A refined onset lies at most half a frame before its frame's centre.
     m_Map.SetHorizon(all ? kInf : double(m_Onsets.Undecided() - half));
+    m_LowMap.SetHorizon(all ? kInf : double(m_Onsets.Undecided() - half));
+}
+
+bool CCrisp::MainCentre(double* c) {
+    if (!m_bMainCentre && !m_Map.Centre(OutputCentre(m_nFrame), &m_dMainCentre))
+        return false;
+    m_bMainCentre = true;
+    *c = m_dMainCentre;
+    return true;
+}
+
+// None within half a low window of an onset or of the job's start: its frames there would
+// smear the attack before and after it.
+double CCrisp::LowShare(double c) const {
+    const double reach = m_Low.Window() / 2.0;
+    if (c < reach)
+        return 0;
+    for (int k = 0; k < m_nLowCount; ++k)
+        if (std::fabs(c - m_dLowOnset[(m_nLowFirst + k) % kLowOnsets]) < reach)
+            return 0;
+    return 1;
+}
+
+// The low frames' shares under their synthesis windows (squared, over their sum of 1.5): the
+// short window takes the rest, so that the bands add up to the whole as shares change.
+double CCrisp::LowWeight(double o) const {
+    const int window = m_Low.Window();
+    double sum = 0;
+    for (int k = 0; k < kLowShares; ++k) {
+        const double n = o - m_dLowO[k] + window / 2.0;
+        if (m_dLowS[k] > 0 && n > 0 && n < window) {
+            const double w = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / window);
+            sum += m_dLowS[k] * w * w;
+        }
+    }
+    return std::min(sum / 1.5, 1.0);
+}
+
+bool CCrisp::NextLowFrame() {
+    const int window = m_Low.Window(), hop = m_Low.Hop();
+    const double o = LowOutputCentre(m_nLowFrame);
+    double c = 0;
+    if (!m_LowMap.Centre(o, &c))
+        return false;
+    const int64_t at = std::llround(c - window / 2.0);
+    if (!m_bFinal && at + window > m_nIn)
+        return false;
+    const double read = double(at) + window / 2.0;
+    // An onset passed: the short window resets there, on the map's 1:1 stretch, where input
+    // and output centres keep one difference; the low band joins it at its next frame heard.
+    const auto onset = [&](int k) { return m_dLowOnset[(m_nLowFirst + k) % kLowOnsets]; };
+    for (int k = 0; k < m_nLowCount && onset(k) <= read; ++k)
+        if (onset(k) > m_dLowPassed) {
+            m_dLowPassed = onset(k);
+            m_dLowAlign = onset(k) - m_LowMap.OutputAt(onset(k));
+            m_bLowAlignDue = m_bLowAlignKnown = true;
+        }
+    while (m_nLowCount && onset(0) + window / 2.0 <= read) {
+        m_nLowFirst = (m_nLowFirst + 1) % kLowOnsets;
+        --m_nLowCount;
+    }
+    const double share = LowShare(read);
+    double align = std::numeric_limits<double>::quiet_NaN();
+    if (share > 0 && m_bLowAlignDue) {
+        if (!m_bLowAlignKnown) {
+            // the job's start: the short window's first frame
+            if (m_nFrame == 0) {
+                double c0 = 0;
+                if (!MainCentre(&c0))
+                    return false;
+                m_dLowAlign = std::llround(c0 - m_Vocoder.Window() / 2.0) +
+                              m_Vocoder.Window() / 2.0 - OutputCentre(0);
+            }
+            m_bLowAlignKnown = true;
+        }
+        align = o + m_dLowAlign - read;
+        m_bLowAlignDue = false;
+    }
+    Gather(at, window, m_pFrame[0], m_pFrame[1]);
+    m_Low.Frame(m_pFrame[0], m_pFrame[1], m_nLowFrame ? static_cast<int>(at - m_nLowLastRead) : hop,
+                false, share, align);
+    m_nLowLastRead = at;
+    m_dLowO[m_nLowFrame % kLowShares] = o;
+    m_dLowS[m_nLowFrame % kLowShares] = share;
+    ++m_nLowFrame;
+    m_Low.Take(m_pFrame[0], m_pFrame[1]); // the frame is read: its room holds a hop
+    for (int ch = 0; ch < 2; ++ch)
+        for (int i = 0; i < hop; ++i)
+            m_pLowOut[ch][(m_nLowEnd + i) & (m_nLowRing - 1)] = m_pFrame[ch][i];
+    m_nLowEnd += hop;
+    return true;
 }
 
 bool CCrisp::NextFrame(float** out, int* produced) {
@@ -230,8 +367,12 @@ bool CCrisp::NextFrame(float** out, int* produced) {
         Finish(out, produced);
         return false;
     }
+    // the low band first, far enough for this hop and the shares under this frame
+    while (m_bLow && m_nLowEnd < m_nStretched + window / 2)
+        if (!NextLowFrame())
+            return false;
     double c = 0;
-    if (!m_Map.Centre(OutputCentre(m_nFrame), &c))
+    if (!MainCentre(&c))
         return false;
     const int64_t at = std::llround(c - window / 2.0);
     if (!m_bFinal && at + window > m_nIn)
@@ -247,14 +388,24 @@ bool CCrisp::NextFrame(float** out, int* produced) {
         m_Vocoder.Attack(m_pFrame[0], m_pFrame[1]);
         m_dLastOnset = onset;
     }
+    if (m_nFrame == 0 && !m_bLowAlignKnown) {
+        m_dLowAlign = double(at) + window / 2.0 - OutputCentre(0);
+        m_bLowAlignKnown = true;
+    }
     Gather(at, window, m_pFrame[0], m_pFrame[1]);
     m_Vocoder.Frame(m_pFrame[0], m_pFrame[1], m_nFrame ? static_cast<int>(at - m_nLastRead) : hop,
-                    reset);
+                    reset, m_bLow ? LowWeight(OutputCentre(m_nFrame)) : 0.0);
     m_nLastRead = at;
-    m_nKeepFrom = std::clamp<int64_t>(at, m_nKeepFrom, m_nIn);
+    m_nKeepFrom =
+        std::clamp<int64_t>(m_bLow ? std::min(at, m_nLowLastRead) : at, m_nKeepFrom, m_nIn);
     ++m_nFrame;
+    m_bMainCentre = false;
 
     m_Vocoder.Take(m_pHop[0], m_pHop[1]);
+    if (m_bLow)
+        for (int ch = 0; ch < 2; ++ch)
+            for (int i = 0; i < hop; ++i)
+                m_pHop[ch][i] += m_pLowOut[ch][(m_nStretched + i) & (m_nLowRing - 1)];
     const int64_t from = std::max<int64_t>(m_nStretched, 0);
     const int64_t skip = from - m_nStretched;
     m_nStretched += hop;

@@ -24,10 +24,10 @@ void CCrispVocoder::Configure(int window) {
     m_nWindow = window;
     m_nBins = window / 2 + 1;
     m_Fft.Prepare(window);
-    // One zeroed allocation: the window and a frame, 14 spectra and two overlap-add windows.
+    // One zeroed allocation: the window and a frame, 15 spectra and two overlap-add windows.
     double** spectra[] = {&m_pLre,   &m_pLim,   &m_pRre,    &m_pRim,    &m_pMre,
                           &m_pMim,   &m_pPower, &m_pAttack, &m_pPrevRe, &m_pPrevIm,
-                          &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim};
+                          &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim,    &m_pMask};
     const size_t total = 2 * static_cast<size_t>(window) + std::size(spectra) * m_nBins +
                          4 * static_cast<size_t>(window);
     m_pStore = std::make_unique<double[]>(total);
@@ -44,13 +44,31 @@ void CCrispVocoder::Configure(int window) {
     // synthesis side divides out.
     for (int n = 0; n < window; ++n)
         m_pWin[n] = 0.5 - 0.5 * std::cos(kTwoPi * n / window);
+    m_nSplit = 0;
+    m_nActive = m_nBins;
     Restart();
+}
+
+void CCrispVocoder::Split(double from, double to, bool low) {
+    m_nSplit = low ? 1 : -1;
+    m_nActive = m_nBins;
+    for (int k = 0; k < m_nBins; ++k) {
+        const double f = double(k) / m_nWindow;
+        m_pMask[k] = f <= from ? 1.0
+                     : f >= to ? 0.0
+                               : 0.5 + 0.5 * std::cos(std::numbers::pi * (f - from) / (to - from));
+        // the low side works only up to its fade's end, and a margin for the peaks there
+        if (low && f >= to && m_nActive == m_nBins)
+            m_nActive = std::min(m_nBins, k + 8);
+    }
 }
 
 void CCrispVocoder::Restart() {
     m_bFirst = true;
     m_nAccAt = 0;
     std::fill(m_pAttack, m_pAttack + m_nBins, 0.0);
+    std::fill(m_pPrevRe, m_pPrevRe + m_nBins, 0.0);
+    std::fill(m_pPrevIm, m_pPrevIm + m_nBins, 0.0);
     for (double* acc : m_pAcc)
         std::fill(acc, acc + 2 * m_nWindow, 0.0);
 }
@@ -72,9 +90,10 @@ void CCrispVocoder::Attack(const float* left, const float* right) {
 
 // Identity phase locking: each peak's phase advances by its measured frequency over the
 // synthesis hop; every bin takes the turn of the peak whose region (up to the lowest bin
-// between two peaks) it lies in.
-void CCrispVocoder::Lock(int hop) {
-    const int bins = m_nBins;
+// between two peaks) it lies in. With align finite, each peak's phase is instead its input phase
+// moved on by its frequency over align samples.
+void CCrispVocoder::Lock(int hop, double align) {
+    const int bins = m_nActive;
     const double* p2 = m_pPower;
     double top = 0;
     for (int k = 0; k < bins; ++k)
@@ -83,8 +102,7 @@ void CCrispVocoder::Lock(int hop) {
     int peaks = 0;
     for (int k = 1; k + 1 < bins; ++k) {
         const double v = p2[k];
-        if (v > floor && v > p2[k - 1] && v >= p2[k + 1] && (k < 2 || v > p2[k - 2]) &&
-            (k + 2 >= bins || v >= p2[k + 2]))
+        if (v > floor && v > p2[k - 1] && v >= p2[k + 1])
             m_pPeaks[peaks++] = k;
     }
     const int synthesis = Hop();
@@ -97,7 +115,16 @@ void CCrispVocoder::Lock(int hop) {
         const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
         const double yr = m_pOutRe[p], yi = m_pOutIm[p];
         const double m = std::sqrt(mr * mr + mi * mi), y = std::sqrt(yr * yr + yi * yi);
-        if (m > 0 && y > 0 && (qr != 0 || qi != 0)) {
+        if (align == align && m > 0) {
+            double w = step * p;
+            if (qr != 0 || qi != 0) {
+                const double expected = step * p * hop;
+                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                w = (expected + PrincipalArgument(measured - expected)) / hop;
+            }
+            zr = std::cos(w * align);
+            zi = std::sin(w * align);
+        } else if (m > 0 && y > 0 && (qr != 0 || qi != 0)) {
             const double expected = step * p * hop;
             const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
             const double advance =
@@ -129,8 +156,9 @@ void CCrispVocoder::Lock(int hop) {
     }
 }
 
-void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset) {
-    const int bins = m_nBins;
+void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset, double share,
+                          double align) {
+    const int bins = m_nActive;
     Analyse(left, m_pLre, m_pLim);
     Analyse(right, m_pRre, m_pRim);
     for (int k = 0; k < bins; ++k) {
@@ -138,13 +166,13 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
         m_pMim[k] = m_pLim[k] + m_pRim[k];
         m_pPower[k] = m_pMre[k] * m_pMre[k] + m_pMim[k] * m_pMim[k];
     }
-    if (m_bFirst) {
+    if (m_bFirst && align != align) {
         std::fill(m_pZre, m_pZre + bins, 1.0);
         std::fill(m_pZim, m_pZim + bins, 0.0);
-        m_bFirst = false;
     } else {
-        Lock(std::max(hop, 1));
+        Lock(std::max(hop, 1), align);
     }
+    m_bFirst = false;
     if (reset) {
         for (int k = 0; k < bins; ++k)
             if (m_pAttack[k] > 4 * m_pPower[k]) {
@@ -166,6 +194,19 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
         i = m_pRim[k];
         m_pRre[k] = r * zr - i * zi;
         m_pRim[k] = r * zi + i * zr;
+    }
+    if (m_nSplit == 1 && share <= 0)
+        return; // nothing of this frame is heard
+    if (m_nSplit != 0) {
+        for (int k = 0; k < bins; ++k) {
+            const double g = m_nSplit > 0 ? share * m_pMask[k] : 1 - share * m_pMask[k];
+            m_pLre[k] *= g;
+            m_pLim[k] *= g;
+            m_pRre[k] *= g;
+            m_pRim[k] *= g;
+        }
+        for (auto* x : {m_pLre, m_pLim, m_pRre, m_pRim})
+            std::fill(x + bins, x + m_nBins, 0.0);
     }
     const double scale = 1.0 / 1.5;
     // the ring in two straight runs
