@@ -51,15 +51,18 @@ void CCrispVocoder::Configure(int window) {
 
 void CCrispVocoder::Split(double from, double to, bool low) {
     m_nSplit = low ? 1 : -1;
-    m_nActive = m_nBins;
+    m_nActive = m_nFade = m_nBins;
     for (int k = 0; k < m_nBins; ++k) {
         const double f = double(k) / m_nWindow;
         m_pMask[k] = f <= from ? 1.0
                      : f >= to ? 0.0
                                : 0.5 + 0.5 * std::cos(std::numbers::pi * (f - from) / (to - from));
         // the low side works only up to its fade's end, and a margin for the peaks there
-        if (low && f >= to && m_nActive == m_nBins)
-            m_nActive = std::min(m_nBins, k + 8);
+        if (f >= to && m_nFade == m_nBins) {
+            m_nFade = k; // the fade's end: the rest are whole, or none
+            if (low)
+                m_nActive = std::min(m_nBins, k + 8);
+        }
     }
 }
 
@@ -98,7 +101,7 @@ void CCrispVocoder::Lock(int hop, double align) {
     double top = 0;
     for (int k = 0; k < bins; ++k)
         top = std::max(top, p2[k]);
-    const double floor = top * 1e-14; // 140 dB down: numerical dust, not partials
+    const double floor = top * 1e-10; // 100 dB down: dust, not partials worth a turn of their own
     int peaks = 0;
     for (int k = 1; k + 1 < bins; ++k) {
         const double v = p2[k];
@@ -198,7 +201,7 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
     if (m_nSplit == 1 && share <= 0)
         return; // nothing of this frame is heard
     if (m_nSplit != 0) {
-        for (int k = 0; k < bins; ++k) {
+        for (int k = 0; k < std::min(bins, m_nFade); ++k) {
             const double g = m_nSplit > 0 ? share * m_pMask[k] : 1 - share * m_pMask[k];
             m_pLre[k] *= g;
             m_pLim[k] *= g;
