@@ -145,6 +145,7 @@ void CCrisp::Restart() {
     m_nFrame = m_nLastRead = 0;
     m_bMainCentre = false;
     m_nLowFrame = m_nLowLastRead = 0;
+    m_bLowSkipped = false;
     m_nLowFirst = m_nLowCount = 0;
     m_dLowPassed = -kInf;
     m_bLowAlignDue = true;
@@ -346,9 +347,20 @@ bool CCrisp::NextLowFrame() {
         align = o + m_dLowAlign - read;
         m_bLowAlignDue = false;
     }
-    Gather(at, window, m_pFrame[0], m_pFrame[1]);
-    m_Low.Frame(m_pFrame[0], m_pFrame[1], m_nLowFrame ? static_cast<int>(at - m_nLowLastRead) : hop,
-                false, share, align);
+    if (share > 0) {
+        // a frame not heard before this one is analysed now, for its peaks' frequencies
+        if (m_bLowSkipped) {
+            Gather(m_nLowLastRead, window, m_pFrame[0], m_pFrame[1]);
+            m_Low.Prime(m_pFrame[0], m_pFrame[1]);
+            if (align != align)
+                align = o + m_dLowAlign - read;
+        }
+        Gather(at, window, m_pFrame[0], m_pFrame[1]);
+        m_Low.Frame(m_pFrame[0], m_pFrame[1],
+                    m_nLowFrame ? static_cast<int>(at - m_nLowLastRead) : hop, false, share, align);
+    }
+    // Frames not heard are not made: the next one heard aligns its phases afresh.
+    m_bLowSkipped = share <= 0;
     m_nLowLastRead = at;
     m_dLowO[m_nLowFrame % kLowShares] = o;
     m_dLowS[m_nLowFrame % kLowShares] = share;

@@ -110,6 +110,7 @@ private:
     bool m_bLow = false;        // there is one (its window is longer)
     int64_t m_nLowFrame = 0;    // its frames made
     int64_t m_nLowLastRead = 0; // where the last one was read
+    bool m_bLowSkipped = false; // the last one was not made (not heard)
     int64_t m_nLowEnd = 0;      // the output it has given ends here
     float* m_pLowOut[2] = {};   // a ring of its output, by output position
     int m_nLowRing = 0;         // (a power of two)

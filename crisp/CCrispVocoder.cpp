@@ -201,7 +201,7 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
     if (m_nSplit == 1 && share <= 0)
         return; // nothing of this frame is heard
     if (m_nSplit != 0) {
-        for (int k = 0; k < std::min(bins, m_nFade); ++k) {
+        for (int k = 0; k < (m_nSplit > 0 ? bins : std::min(bins, m_nFade)); ++k) {
             const double g = m_nSplit > 0 ? share * m_pMask[k] : 1 - share * m_pMask[k];
             m_pLre[k] *= g;
             m_pLim[k] *= g;
@@ -223,6 +223,16 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
         for (int n = first; n < m_nWindow; ++n)
             acc[n - first] += m_pTime[n] * m_pWin[n] * scale;
     }
+}
+
+void CCrispVocoder::Prime(const float* left, const float* right) {
+    Analyse(left, m_pLre, m_pLim);
+    Analyse(right, m_pRre, m_pRim);
+    for (int k = 0; k < m_nActive; ++k) {
+        m_pPrevRe[k] = m_pLre[k] + m_pRre[k];
+        m_pPrevIm[k] = m_pLim[k] + m_pRim[k];
+    }
+    m_bFirst = false;
 }
 
 void CCrispVocoder::Take(float* left, float* right) {

@@ -48,6 +48,10 @@ public:
     void Frame(const float* left, const float* right, int hop, bool reset, double share = 1,
                double align = std::numeric_limits<double>::quiet_NaN());
 
+    // Analyses a frame that is not heard, for the next Frame to measure its peaks' frequencies
+    // against (with align: a frame that joins another vocoder's phases).
+    void Prime(const float* left, const float* right);
+
     // The hop of output that no later frame adds to; then moves on by a hop.
     void Take(float* left, float* right);
 

@@ -285,10 +285,13 @@ TEST(CrispVocoder, AtRateOneTheInputComesBack) {
 }
 
 // Split at a crossover between a vocoder and one four times as long, both at rate one: the two
-// outputs, laid on one timeline, add up to the input (steady tones, one of them in the fade,
-// away from the input's abrupt ends).
+// outputs, laid on one timeline, add up to the input (steady tones, one in the fade and one just
+// past it, away from the input's abrupt ends).
 TEST(CrispVocoder, TheTwoSidesOfASplitAddUpToTheWhole) {
-    const Signals::Planar in = MultiTone(44100);
+    Signals::Planar in = MultiTone(44100);
+    const auto past = Signals::Sine(44100, 1, 1520.0 / 44100, 0.2);
+    for (int i = 0; i < 44100; ++i)
+        in.left[i] += past[i];
     std::vector<double> sum[2] = {std::vector<double>(44100), std::vector<double>(44100)};
     for (int window : {2048, 8192}) {
         CCrispVocoder vocoder;
