@@ -64,6 +64,9 @@ private:
     double LowOutputCentre(int64_t frame) const;
     double LowShare(double c) const;  // of a low frame at input centre c
     double LowWeight(double o) const; // what the low frames made give output centre o
+    void Decimate();
+    void GatherDown(int64_t at); // a low frame from the quarter-rate input, into m_pFrame
+    void AddLow(int64_t from, int n);
     void Emit(float** out, int* produced, const float* left, const float* right, int n);
     void Finish(float** out, int* produced);
 
@@ -108,11 +111,16 @@ private:
 
     // the low band
     bool m_bLow = false;        // there is one (its window is longer)
+    int m_nLowWindow = 0;       // its window at the full rate
+    double m_dTaps[33] = {};    // the quarter rate's filter
+    float* m_pDown[2] = {};     // the input at a quarter of the rate, a ring ...
+    int64_t m_nDownRing = 0;    // ... of this many (a power of two) ...
+    int64_t m_nDown = 0;        // ... holding this many so far
     int64_t m_nLowFrame = 0;    // its frames made
     int64_t m_nLowLastRead = 0; // where the last one was read
     bool m_bLowSkipped = false; // the last one was not made (not heard)
     int64_t m_nLowEnd = 0;      // the output it has given ends here
-    float* m_pLowOut[2] = {};   // a ring of its output, by output position
+    float* m_pLowOut[2] = {};   // a ring of its output at a quarter of the rate
     int m_nLowRing = 0;         // (a power of two)
     static constexpr int kLowOnsets = 64;
     double m_dLowOnset[kLowOnsets] = {}; // onsets ahead of the low frames and just behind them

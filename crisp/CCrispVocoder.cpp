@@ -44,7 +44,7 @@ void CCrispVocoder::Configure(int window) {
     // synthesis side divides out.
     for (int n = 0; n < window; ++n)
         m_pWin[n] = 0.5 - 0.5 * std::cos(kTwoPi * n / window);
-    m_nSplit = 0;
+    m_nSplit = m_nNarrow = 0;
     m_nActive = m_nBins;
     Restart();
 }
@@ -52,6 +52,7 @@ void CCrispVocoder::Configure(int window) {
 void CCrispVocoder::Split(double from, double to, bool low) {
     m_nSplit = low ? 1 : -1;
     m_nActive = m_nFade = m_nBins;
+    m_nNarrow = std::min(m_nBins, static_cast<int>(4 * to * m_nWindow));
     for (int k = 0; k < m_nBins; ++k) {
         const double f = double(k) / m_nWindow;
         m_pMask[k] = f <= from ? 1.0
@@ -105,7 +106,9 @@ void CCrispVocoder::Lock(int hop, double align) {
     int peaks = 0;
     for (int k = 1; k + 1 < bins; ++k) {
         const double v = p2[k];
-        if (v > floor && v > p2[k - 1] && v >= p2[k + 1])
+        // (below m_nNarrow, two bins apart: the dense partials of low notes)
+        if (v > floor && v > p2[k - 1] && v >= p2[k + 1] &&
+            (k < m_nNarrow || ((k < 2 || v > p2[k - 2]) && (k + 2 >= bins || v >= p2[k + 2]))))
             m_pPeaks[peaks++] = k;
     }
     const int synthesis = Hop();

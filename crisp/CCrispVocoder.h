@@ -65,6 +65,7 @@ private:
     int m_nActive = 0; // bins processed: all, or those the low side of a split keeps
     int m_nSplit = 0;  // 0: none; 1: low side; -1: high side
     int m_nFade = 0;   // the first bin past the split's fade
+    int m_nNarrow = 0; // peaks below this bin need stand out of one neighbour each side, not two
     bool m_bFirst = true;
     std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
     double* m_pWin = nullptr;           // Hann window
