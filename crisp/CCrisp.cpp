@@ -109,7 +109,8 @@ void CCrisp::Size() {
     m_Vocoder.Configure(window);
     m_Onsets.Configure(window / 2, m_nRate);
     m_Map.Configure(window);
-    m_bLow = low > window;
+    // (and only while the crossover lies where the quarter rate's filter is flat: from 33 kHz)
+    m_bLow = low > window && kCrossTo <= 0.045 * m_nRate;
     m_nLowWindow = low;
     m_Low.Configure(low / kDown);
     // the filter, with a gain of 1 (interpolating takes kDown times it)
