@@ -177,7 +177,7 @@ void CCrisp::Restart() {
     m_bMainCentre = false;
     m_nLowFrame = m_nLowLastRead = 0;
     m_nDown = 0;
-    m_bLowSkipped = false;
+    m_bLowSkipped = m_bLowTracking = false;
     m_nLowFirst = m_nLowCount = 0;
     m_dLowPassed = -kInf;
     m_bLowAlignDue = true;
@@ -364,24 +364,32 @@ bool CCrisp::NextLowFrame() {
         --m_nLowCount;
     }
     const double share = LowShare(read);
+    // Up to an onset nothing is heard and nothing made; from the first frame past it the phases
+    // join the short window's reset there (a short way from the 1:1 stretch, so a glide's
+    // frequency matters little), and the frames until the next one heard follow them on.
+    for (int k = 0; k < m_nLowCount; ++k)
+        if (share <= 0 && onset(k) > read && onset(k) - read < window / 2.0)
+            m_bLowTracking = false;
     double align = std::numeric_limits<double>::quiet_NaN();
-    if (share > 0 && m_bLowAlignDue) {
-        if (!m_bLowAlignKnown) {
-            // the job's start: the short window's first frame
-            if (m_nFrame == 0) {
-                double c0 = 0;
-                if (!MainCentre(&c0))
-                    return false;
-                m_dLowAlign = std::llround(c0 - m_Vocoder.Window() / 2.0) +
-                              m_Vocoder.Window() / 2.0 - OutputCentre(0);
+    const bool make = share > 0 || m_bLowAlignDue || m_bLowTracking;
+    if (make) {
+        if (m_bLowAlignDue) {
+            if (!m_bLowAlignKnown) {
+                // the job's start: the short window's first frame
+                if (m_nFrame == 0) {
+                    double c0 = 0;
+                    if (!MainCentre(&c0))
+                        return false;
+                    m_dLowAlign = std::llround(c0 - m_Vocoder.Window() / 2.0) +
+                                  m_Vocoder.Window() / 2.0 - OutputCentre(0);
+                }
+                m_bLowAlignKnown = true;
             }
-            m_bLowAlignKnown = true;
+            align = o + m_dLowAlign - read;
+            m_bLowAlignDue = false;
+            m_bLowTracking = true;
         }
-        align = o + m_dLowAlign - read;
-        m_bLowAlignDue = false;
-    }
-    if (share > 0) {
-        // a frame not heard before this one is analysed now, for its peaks' frequencies
+        // a frame not made before this one is analysed now, for its peaks' frequencies
         if (m_bLowSkipped) {
             GatherDown(m_nLowLastRead / kDown);
             m_Low.Prime(m_pFrame[0], m_pFrame[1]);
@@ -393,8 +401,7 @@ bool CCrisp::NextLowFrame() {
                     static_cast<int>(m_nLowFrame ? (at - m_nLowLastRead) / kDown : m_Low.Hop()),
                     false, share, align / kDown);
     }
-    // Frames not heard are not made: the next one heard aligns its phases afresh.
-    m_bLowSkipped = share <= 0;
+    m_bLowSkipped = !make;
     m_nLowLastRead = at;
     m_dLowO[m_nLowFrame % kLowShares] = o;
     m_dLowS[m_nLowFrame % kLowShares] = share;

@@ -123,7 +123,7 @@ void CCrispVocoder::Lock(int hop, double align) {
         const double m = std::sqrt(mr * mr + mi * mi), y = std::sqrt(yr * yr + yi * yi);
         if (align == align && m > 0) {
             double w = step * p;
-            if (qr != 0 || qi != 0) {
+            if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
                 const double expected = step * p * hop;
                 const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
                 w = (expected + PrincipalArgument(measured - expected)) / hop;
