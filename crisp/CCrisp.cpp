@@ -43,6 +43,9 @@ constexpr double kCrossFrom = 1000, kCrossTo = 1500;
 // sinc cut at an eighth of the rate: flat to 2 kHz, 80 dB down from 9 kHz, where all that
 // would fold back below the crossover lies.
 constexpr int kDown = 4;
+// How alike two low frames' spectra must be (1 the same shape) before the low band is heard again
+// after an onset.
+constexpr double kSteady = 0.9;
 constexpr int kReach = 16; // taps each side of the centre
 int64_t FloorDiv(int64_t a, int64_t b) {
     return a >= 0 ? a / b : -((-a + b - 1) / b);
@@ -177,11 +180,9 @@ void CCrisp::Restart() {
     m_bMainCentre = false;
     m_nLowFrame = m_nLowLastRead = 0;
     m_nDown = 0;
-    m_bLowSkipped = m_bLowTracking = false;
+    m_bLowSkipped = m_bLowSettling = false;
     m_nLowFirst = m_nLowCount = 0;
     m_dLowPassed = -kInf;
-    m_bLowAlignDue = true;
-    m_bLowAlignKnown = false;
     std::fill(std::begin(m_dLowS), std::end(m_dLowS), 0.0);
     m_dLastOnset = -1;
     m_nStretchEnd = -1;
@@ -350,56 +351,47 @@ bool CCrisp::NextLowFrame() {
     if (!m_bFinal && at / kDown + m_Low.Window() > m_nDown)
         return false;
     const double read = double(at) + window / 2.0;
-    // An onset passed: the short window resets there, on the map's 1:1 stretch, where input
-    // and output centres keep one difference; the low band joins it at its next frame heard.
+    // An onset passed: the low band is heard again only once its spectrum holds still (a kick's
+    // glide, stretched over its long frames, would not sound whole).
     const auto onset = [&](int k) { return m_dLowOnset[(m_nLowFirst + k) % kLowOnsets]; };
     for (int k = 0; k < m_nLowCount && onset(k) <= read; ++k)
         if (onset(k) > m_dLowPassed) {
             m_dLowPassed = onset(k);
-            m_dLowAlign = onset(k) - m_LowMap.OutputAt(onset(k));
-            m_bLowAlignDue = m_bLowAlignKnown = true;
+            m_bLowSettling = true;
         }
     while (m_nLowCount && onset(0) + window / 2.0 <= read) {
         m_nLowFirst = (m_nLowFirst + 1) % kLowOnsets;
         --m_nLowCount;
     }
-    const double share = LowShare(read);
-    // Up to an onset nothing is heard and nothing made; from the first frame past it the phases
-    // join the short window's reset there (a short way from the 1:1 stretch, so a glide's
-    // frequency matters little), and the frames until the next one heard follow them on.
-    for (int k = 0; k < m_nLowCount; ++k)
-        if (share <= 0 && onset(k) > read && onset(k) - read < window / 2.0)
-            m_bLowTracking = false;
-    double align = std::numeric_limits<double>::quiet_NaN();
-    const bool make = share > 0 || m_bLowAlignDue || m_bLowTracking;
+    double share = LowShare(read);
+    const bool make = share > 0;
     if (make) {
-        if (m_bLowAlignDue) {
-            if (!m_bLowAlignKnown) {
-                // the job's start: the short window's first frame
-                if (m_nFrame == 0) {
-                    double c0 = 0;
-                    if (!MainCentre(&c0))
-                        return false;
-                    m_dLowAlign = std::llround(c0 - m_Vocoder.Window() / 2.0) +
-                                  m_Vocoder.Window() / 2.0 - OutputCentre(0);
-                }
-                m_bLowAlignKnown = true;
-            }
-            align = o + m_dLowAlign - read;
-            m_bLowAlignDue = false;
-            m_bLowTracking = true;
-        }
         // a frame not made before this one is analysed now, for its peaks' frequencies
         if (m_bLowSkipped) {
             GatherDown(m_nLowLastRead / kDown);
             m_Low.Prime(m_pFrame[0], m_pFrame[1]);
-            if (align != align)
-                align = o + m_dLowAlign - read;
+        }
+        double align = std::numeric_limits<double>::quiet_NaN();
+        if (m_bLowSkipped || m_bLowSettling || m_nLowFrame == 0) {
+            if (m_nFrame > 0) {
+                // taking the low bins back: the short window's phases, as it made them
+                m_Low.Join(&m_Vocoder, o - OutputCentre(m_nFrame - 1), kDown);
+            } else {
+                // the job's start: the short window's first frame, as it will read it
+                double c0 = 0;
+                if (!MainCentre(&c0))
+                    return false;
+                align = o + std::llround(c0 - m_Vocoder.Window() / 2.0) + m_Vocoder.Window() / 2.0 -
+                        OutputCentre(0) - read;
+            }
         }
         GatherDown(at / kDown);
-        m_Low.Frame(m_pFrame[0], m_pFrame[1],
-                    static_cast<int>(m_nLowFrame ? (at - m_nLowLastRead) / kDown : m_Low.Hop()),
-                    false, share, align / kDown);
+        share =
+            m_Low.Frame(m_pFrame[0], m_pFrame[1],
+                        static_cast<int>(m_nLowFrame ? (at - m_nLowLastRead) / kDown : m_Low.Hop()),
+                        false, share, align / kDown, m_bLowSettling ? kSteady : 0.0);
+        if (share > 0)
+            m_bLowSettling = false;
     }
     m_bLowSkipped = !make;
     m_nLowLastRead = at;
@@ -440,10 +432,6 @@ bool CCrisp::NextFrame(float** out, int* produced) {
         Gather(from, window, m_pFrame[0], m_pFrame[1]);
         m_Vocoder.Attack(m_pFrame[0], m_pFrame[1]);
         m_dLastOnset = onset;
-    }
-    if (m_nFrame == 0 && !m_bLowAlignKnown) {
-        m_dLowAlign = double(at) + window / 2.0 - OutputCentre(0);
-        m_bLowAlignKnown = true;
     }
     Gather(at, window, m_pFrame[0], m_pFrame[1]);
     m_Vocoder.Frame(m_pFrame[0], m_pFrame[1], m_nFrame ? static_cast<int>(at - m_nLastRead) : hop,

@@ -119,17 +119,14 @@ private:
     int64_t m_nLowFrame = 0;     // its frames made
     int64_t m_nLowLastRead = 0;  // where the last one was read
     bool m_bLowSkipped = false;  // the last one was not made (not heard)
-    bool m_bLowTracking = false; // its phases follow on from an onset's
+    bool m_bLowSettling = false; // an onset passed, its spectrum not yet still
     int64_t m_nLowEnd = 0;       // the output it has given ends here
     float* m_pLowOut[2] = {};    // a ring of its output at a quarter of the rate
     int m_nLowRing = 0;          // (a power of two)
     static constexpr int kLowOnsets = 64;
     double m_dLowOnset[kLowOnsets] = {}; // onsets ahead of the low frames and just behind them
     int m_nLowFirst = 0, m_nLowCount = 0;
-    double m_dLowPassed = 0;    // the last onset a low frame passed
-    double m_dLowAlign = 0;     // input minus output centre of the short window after it ...
-    bool m_bLowAlignDue = true; // ... which the next low frame heard aligns to
-    bool m_bLowAlignKnown = false;
+    double m_dLowPassed = 0; // the last onset a low frame passed
     static constexpr int kLowShares = 8;
     double m_dLowO[kLowShares] = {}, m_dLowS[kLowShares] = {}; // recent low frames' centres, shares
 

@@ -121,7 +121,24 @@ void CCrispVocoder::Lock(int hop, double align) {
         const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
         const double yr = m_pOutRe[p], yi = m_pOutIm[p];
         const double m = std::sqrt(mr * mr + mi * mi), y = std::sqrt(yr * yr + yi * yi);
-        if (align == align && m > 0) {
+        const CCrispVocoder* o = m_pJoin;
+        const double wj = step * p / m_nJoinDown;
+        const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
+        if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
+            (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
+            // the other's partial at its frame's centre, moved on to this one's
+            double w = wj;
+            if (qr * qr + qi * qi > 1e-6 * m * m) {
+                const double expected = step * p * hop;
+                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                w = (expected + PrincipalArgument(measured - expected)) / hop / m_nJoinDown;
+            }
+            const double target = std::atan2(o->m_pOutIm[kj], o->m_pOutRe[kj]) +
+                                  std::numbers::pi * double(kj) + w * m_dJoinShift;
+            const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
+            zr = std::cos(turn);
+            zi = std::sin(turn);
+        } else if (align == align && m > 0) {
             double w = step * p;
             if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
                 const double expected = step * p * hop;
@@ -162,23 +179,35 @@ void CCrispVocoder::Lock(int hop, double align) {
     }
 }
 
-void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset, double share,
-                          double align) {
+double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset,
+                            double share, double align, double steady) {
     const int bins = m_nActive;
     Analyse(left, m_pLre, m_pLim);
     Analyse(right, m_pRre, m_pRim);
+    double both = 0, now = 0, before = 0;
     for (int k = 0; k < bins; ++k) {
         m_pMre[k] = m_pLre[k] + m_pRre[k];
         m_pMim[k] = m_pLim[k] + m_pRim[k];
         m_pPower[k] = m_pMre[k] * m_pMre[k] + m_pMim[k] * m_pMim[k];
+        if (steady > 0) {
+            const double q = m_pPrevRe[k] * m_pPrevRe[k] + m_pPrevIm[k] * m_pPrevIm[k];
+            both += std::sqrt(m_pPower[k] * q);
+            now += m_pPower[k];
+            before += q;
+        }
     }
-    if (m_bFirst && align != align) {
+    // how alike the two spectra's shapes are
+    if (steady > 0 && (m_bFirst || both < steady * std::sqrt(now * before)))
+        share = 0;
+    if (m_bFirst && align != align && !m_pJoin) {
         std::fill(m_pZre, m_pZre + bins, 1.0);
         std::fill(m_pZim, m_pZim + bins, 0.0);
     } else {
         Lock(std::max(hop, 1), align);
     }
     m_bFirst = false;
+    if (share > 0)
+        m_pJoin = nullptr;
     if (reset) {
         for (int k = 0; k < bins; ++k)
             if (m_pAttack[k] > 4 * m_pPower[k]) {
@@ -202,7 +231,7 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
         m_pRim[k] = r * zi + i * zr;
     }
     if (m_nSplit == 1 && share <= 0)
-        return; // nothing of this frame is heard
+        return 0; // nothing of this frame is heard
     if (m_nSplit != 0) {
         for (int k = 0; k < (m_nSplit > 0 ? bins : std::min(bins, m_nFade)); ++k) {
             const double g = m_nSplit > 0 ? share * m_pMask[k] : 1 - share * m_pMask[k];
@@ -226,6 +255,13 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
         for (int n = first; n < m_nWindow; ++n)
             acc[n - first] += m_pTime[n] * m_pWin[n] * scale;
     }
+    return share;
+}
+
+void CCrispVocoder::Join(const CCrispVocoder* other, double shift, int down) {
+    m_pJoin = other;
+    m_dJoinShift = shift;
+    m_nJoinDown = down;
 }
 
 void CCrispVocoder::Prime(const float* left, const float* right) {

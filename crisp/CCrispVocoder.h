@@ -44,9 +44,16 @@ public:
     // adds the synthesised frame to the output, one synthesis hop after the last. share: of the
     // split's low side (see Split). align: when finite, each peak's phase becomes its input
     // phase as if read align samples later, which joins this frame to another vocoder's
-    // phases after a reset there.
-    void Frame(const float* left, const float* right, int hop, bool reset, double share = 1,
-               double align = std::numeric_limits<double>::quiet_NaN());
+    // phases after a reset there. steady: a frame whose spectrum differs more than this from the
+    // last one analysed (1 alike, 0 apart; a glide moving on) is not heard, and a Join waits.
+    // Returns the share the frame was heard at.
+    double Frame(const float* left, const float* right, int hop, bool reset, double share = 1,
+                 double align = std::numeric_limits<double>::quiet_NaN(), double steady = 0);
+
+    // For the next Frame: each peak takes the phase that other (a vocoder at down times this
+    // one's rate, whose last frame is centred shift of its samples before the next one here)
+    // gives a partial of its frequency there, moved on to this frame's centre.
+    void Join(const CCrispVocoder* other, double shift, int down);
 
     // Analyses a frame that is not heard, for the next Frame to measure its peaks' frequencies
     // against (with align: a frame that joins another vocoder's phases).
@@ -65,6 +72,9 @@ private:
     int m_nActive = 0; // bins processed: all, or those the low side of a split keeps
     int m_nSplit = 0;  // 0: none; 1: low side; -1: high side
     int m_nFade = 0;   // the first bin past the split's fade
+    const CCrispVocoder* m_pJoin = nullptr; // see Join
+    double m_dJoinShift = 0;
+    int m_nJoinDown = 1;
     int m_nNarrow = 0; // peaks below this bin need stand out of one neighbour each side, not two
     bool m_bFirst = true;
     std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
