@@ -38,9 +38,6 @@ public:
 
     // The onset whose 1:1 stretch holds c, or a negative number.
     double OnsetAt(double c) const;
-    // The output centre of input centre c, for c no earlier than the last onset before the last
-    // centre returned.
-    double OutputAt(double c) const { return F(c, PieceAt(c), c); }
     double Ratio() const { return m_dRatio; }
 
 private:
