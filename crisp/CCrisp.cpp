@@ -135,6 +135,11 @@ void CCrisp::Size() {
     }
     for (double& t : m_dTaps)
         t /= total;
+    // by phase, for interpolating: each output sample takes every kDown-th tap, times kDown
+    for (int phase = 0; phase < kDown; ++phase)
+        for (int k = 0; k < kPhaseTaps; ++k)
+            m_dPhase[phase][k] =
+                phase + kDown * k <= 2 * kReach ? kDown * m_dTaps[phase + kDown * k] : 0.0;
     m_LowMap.Configure(window);
     // a low frame needs the onsets within half its window each side
     m_LowMap.SetReach(0.75 * low);
@@ -466,27 +471,44 @@ void CCrisp::GatherDown(int64_t at) {
 
 // The low band's quarter-rate output, back at the full rate, added to the hop from `from`.
 void CCrisp::AddLow(int64_t from, int n) {
-    for (int ch = 0; ch < 2; ++ch)
+    // the quarter-rate samples that reach the hop, in a straight run (the frame's room is free)
+    const int64_t first = FloorDiv(from - kReach, kDown);
+    const int count = static_cast<int>(FloorDiv(from + n - 1 + kReach, kDown) - first + 1);
+    for (int ch = 0; ch < 2; ++ch) {
+        float* run = m_pFrame[ch];
+        for (int k = 0; k < count; ++k)
+            run[k] = m_pLowOut[ch][(first + k) & (m_nLowRing - 1)];
         for (int i = 0; i < n; ++i) {
-            const int64_t t = from + i;
+            const int64_t t = from + i, top = FloorDiv(t + kReach, kDown);
+            const double* taps = m_dPhase[t + kReach - kDown * top];
+            const float* x = run + (top - first);
             double sum = 0;
-            for (int64_t m = FloorDiv(t + kReach, kDown); kDown * m >= t - kReach; --m)
-                sum += m_pLowOut[ch][m & (m_nLowRing - 1)] * m_dTaps[t - kDown * m + kReach];
-            m_pHop[ch][i] += static_cast<float>(kDown * sum);
+            for (int k = 0; k < kPhaseTaps; ++k)
+                sum += taps[k] * x[-k];
+            m_pHop[ch][i] += static_cast<float>(sum);
         }
+    }
 }
 
 // The input at a quarter of the rate, as far as it can be filtered (all of it at the end).
 void CCrisp::Decimate() {
     for (;;) {
-        const int64_t t = kDown * m_nDown;
-        if (m_bFinal ? t - kReach >= m_nIn : t + kReach >= m_nIn)
+        const int64_t t = kDown * m_nDown, lo = t - kReach;
+        if (m_bFinal ? lo >= m_nIn : t + kReach >= m_nIn)
             break;
+        const int64_t at = lo & (m_nRingSize - 1);
+        const bool straight = lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nRingSize;
         for (int ch = 0; ch < 2; ++ch) {
             double sum = 0;
-            for (int i = -kReach; i <= kReach; ++i)
-                if (t + i >= 0 && t + i < m_nIn)
-                    sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
+            if (straight) {
+                const float* x = m_pRing[ch] + at;
+                for (int i = 0; i <= 2 * kReach; ++i)
+                    sum += m_dTaps[i] * x[i];
+            } else {
+                for (int i = -kReach; i <= kReach; ++i)
+                    if (t + i >= 0 && t + i < m_nIn)
+                        sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
+            }
             m_pDown[ch][m_nDown & (m_nDownRing - 1)] = static_cast<float>(sum);
         }
         ++m_nDown;

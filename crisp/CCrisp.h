@@ -110,19 +110,21 @@ private:
     bool m_bMainCentre = false; // m_dMainCentre is the next frame's
 
     // the low band
-    bool m_bLow = false;         // there is one (its window is longer)
-    int m_nLowWindow = 0;        // its window at the full rate
-    double m_dTaps[33] = {};     // the quarter rate's filter
-    float* m_pDown[2] = {};      // the input at a quarter of the rate, a ring ...
-    int64_t m_nDownRing = 0;     // ... of this many (a power of two) ...
-    int64_t m_nDown = 0;         // ... holding this many so far
-    int64_t m_nLowFrame = 0;     // its frames made
-    int64_t m_nLowLastRead = 0;  // where the last one was read
-    bool m_bLowSkipped = false;  // the last one was not made (not heard)
-    bool m_bLowSettling = false; // an onset passed, its spectrum not yet still
-    int64_t m_nLowEnd = 0;       // the output it has given ends here
-    float* m_pLowOut[2] = {};    // a ring of its output at a quarter of the rate
-    int m_nLowRing = 0;          // (a power of two)
+    bool m_bLow = false;     // there is one (its window is longer)
+    int m_nLowWindow = 0;    // its window at the full rate
+    double m_dTaps[33] = {}; // the quarter rate's filter
+    static constexpr int kPhaseTaps = 9;
+    double m_dPhase[4][kPhaseTaps] = {}; // the same, by phase, to interpolate
+    float* m_pDown[2] = {};              // the input at a quarter of the rate, a ring ...
+    int64_t m_nDownRing = 0;             // ... of this many (a power of two) ...
+    int64_t m_nDown = 0;                 // ... holding this many so far
+    int64_t m_nLowFrame = 0;             // its frames made
+    int64_t m_nLowLastRead = 0;          // where the last one was read
+    bool m_bLowSkipped = false;          // the last one was not made (not heard)
+    bool m_bLowSettling = false;         // an onset passed, its spectrum not yet still
+    int64_t m_nLowEnd = 0;               // the output it has given ends here
+    float* m_pLowOut[2] = {};            // a ring of its output at a quarter of the rate
+    int m_nLowRing = 0;                  // (a power of two)
     static constexpr int kLowOnsets = 64;
     double m_dLowOnset[kLowOnsets] = {}; // onsets ahead of the low frames and just behind them
     int m_nLowFirst = 0, m_nLowCount = 0;
