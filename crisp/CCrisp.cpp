@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <numbers>
 #include <utility>
 
 #include "SampleClean.h"
@@ -30,6 +31,24 @@ int WindowFor(int rate) {
            std::fabs(std::log2(2.0 * n / ideal)) < std::fabs(std::log2(n / ideal)))
         n *= 2;
     return n;
+}
+
+// The low band: a window four times as long (as far as the transform goes), below a crossover
+// fading out from 300 to 450 Hz.
+int LowWindowFor(int window) {
+    return std::min(4 * window, CRealFft::kMaxPoints);
+}
+constexpr double kCrossFrom = 1000, kCrossTo = 1500;
+// It runs at a quarter of the rate, its input and output filtered by a 33-tap Kaiser-windowed
+// sinc cut at an eighth of the rate: flat to 2 kHz, 80 dB down from 9 kHz, where all that
+// would fold back below the crossover lies.
+constexpr int kDown = 4;
+// How alike two low frames' spectra must be (1 the same shape) before the low band is heard again
+// after an onset.
+constexpr double kSteady = 0.9;
+constexpr int kReach = 16; // taps each side of the centre
+int64_t FloorDiv(int64_t a, int64_t b) {
+    return a >= 0 ? a / b : -((-a + b - 1) / b);
 }
 
 } // namespace
@@ -89,21 +108,60 @@ void CCrisp::SetSamplingRate(int rate) {
 }
 
 void CCrisp::Size() {
-    const int window = WindowFor(m_nRate);
+    const int window = WindowFor(m_nRate), low = LowWindowFor(window);
     m_Vocoder.Configure(window);
     m_Onsets.Configure(window / 2, m_nRate);
     m_Map.Configure(window);
+    // (and only while the crossover lies where the quarter rate's filter is flat: from 33 kHz)
+    m_bLow = low > window && kCrossTo <= 0.045 * m_nRate;
+    m_nLowWindow = low;
+    m_Low.Configure(low / kDown);
+    // the filter, with a gain of 1 (interpolating takes kDown times it)
+    const double beta = 8.0;
+    const auto bessel = [](double x) {
+        double sum = 1, term = 1;
+        for (int k = 1; k < 30; ++k) {
+            term *= (x / (2 * k)) * (x / (2 * k));
+            sum += term;
+        }
+        return sum;
+    };
+    double total = 0;
+    for (int i = -kReach; i <= kReach; ++i) {
+        const double r = double(i) / kReach, a = std::numbers::pi * i / kDown;
+        const double w = bessel(beta * std::sqrt(std::max(0.0, 1 - r * r))) / bessel(beta);
+        m_dTaps[i + kReach] = (i == 0 ? 1.0 : std::sin(a) / a) * w;
+        total += m_dTaps[i + kReach];
+    }
+    for (double& t : m_dTaps)
+        t /= total;
+    // by phase, for interpolating: each output sample takes every kDown-th tap, times kDown
+    for (int phase = 0; phase < kDown; ++phase)
+        for (int k = 0; k < kPhaseTaps; ++k)
+            m_dPhase[phase][k] =
+                phase + kDown * k <= 2 * kReach ? kDown * m_dTaps[phase + kDown * k] : 0.0;
+    m_LowMap.Configure(window);
+    // a low frame needs the onsets within half its window each side
+    m_LowMap.SetReach(0.75 * low);
+    if (m_bLow) {
+        m_Vocoder.Split(kCrossFrom / m_nRate, kCrossTo / m_nRate, false);
+        m_Low.Split(kDown * kCrossFrom / m_nRate, kDown * kCrossTo / m_nRate, true);
+    }
+    m_nLowRing = 4 * m_Low.Hop();
+    m_nDownRing = m_nRingSize / kDown;
     const int hop = m_Vocoder.Hop();
     m_nStretchRoom = 2 * kHistory + hop;
     // One zeroed allocation, in the order of the members that view it.
-    m_pStore = std::make_unique<float[]>(2 * (m_nRingSize + window + hop) + window / 2 +
-                                         2L * m_nStretchRoom);
+    m_pStore = std::make_unique<float[]>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) +
+                                         window / 2 + 2L * m_nStretchRoom);
     float* next = m_pStore.get();
     const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
     for (int c = 0; c < 2; ++c) {
         m_pRing[c] = take(m_nRingSize);
-        m_pFrame[c] = take(window);
+        m_pFrame[c] = take(low);
         m_pHop[c] = take(hop);
+        m_pLowOut[c] = take(m_nLowRing);
+        m_pDown[c] = take(m_nDownRing);
     }
     m_pMono = take(window / 2);
     m_pStretch = take(2L * m_nStretchRoom);
@@ -124,6 +182,13 @@ void CCrisp::Restart() {
     m_nIn = m_nKeepFrom = 0;
     m_bFinal = m_bDone = false;
     m_nFrame = m_nLastRead = 0;
+    m_bMainCentre = false;
+    m_nLowFrame = m_nLowLastRead = 0;
+    m_nDown = 0;
+    m_bLowSkipped = m_bLowSettling = false;
+    m_nLowFirst = m_nLowCount = 0;
+    m_dLowPassed = -kInf;
+    std::fill(std::begin(m_dLowS), std::end(m_dLowS), 0.0);
     m_dLastOnset = -1;
     m_nStretchEnd = -1;
     m_dOutBase = m_dInBase = 0;
@@ -140,8 +205,14 @@ void CCrisp::Rebuild() {
         Size();
     m_Map.Restart(m_dTime * m_dPitch);
     m_Map.SetHorizon(m_bOnsets ? -kInf : kInf);
+    m_LowMap.Restart(m_dTime * m_dPitch);
+    m_LowMap.SetHorizon(m_bOnsets ? -kInf : kInf);
     m_Onsets.Restart();
     m_Vocoder.Restart();
+    m_Low.Restart();
+    m_nLowEnd = static_cast<int64_t>(LowOutputCentre(0) - m_nLowWindow / 2.0);
+    for (float* x : m_pLowOut)
+        std::fill(x, x + m_nLowRing, 0.0f);
     m_Resample.Design(m_dPitch);
     std::fill(m_pStretch, m_pStretch + 2L * m_nStretchRoom, 0.0f);
     m_nStretched = static_cast<int64_t>(OutputCentre(0) - m_Vocoder.Window() / 2.0);
@@ -155,6 +226,11 @@ int64_t CCrisp::Target() const {
 double CCrisp::OutputCentre(int64_t frame) const {
     const int window = m_Vocoder.Window(), hop = m_Vocoder.Hop();
     // the first frames start before the output does, so that its first samples are whole
+    return double(frame) * hop - (window - hop) + window / 2.0;
+}
+
+double CCrisp::LowOutputCentre(int64_t frame) const {
+    const int window = m_nLowWindow, hop = window / 4;
     return double(frame) * hop - (window - hop) + window / 2.0;
 }
 
@@ -177,6 +253,9 @@ void CCrisp::ApplyRates() {
         m_Resample.Design(m_dPitch);
     }
     m_Map.Rebase(m_dTime * m_dPitch, c, o);
+    m_bMainCentre = false; // asked again, of the new map
+    // the low map goes on from the same point, so that both bands keep one map
+    m_LowMap.Rebase(m_dTime * m_dPitch, c, o);
 }
 
 void CCrisp::Gather(int64_t at, int n, float* left, float* right) const {
@@ -215,13 +294,121 @@ void CCrisp::FeedDetector() {
         const int64_t onset = m_Onsets.Analyse(GatherMono(centre - half, frame));
         if (onset >= 0) {
             GatherMono(onset - half, frame);
-            m_Map.AddOnset(double(onset - half + CCrispOnsets::Refine(m_pMono, frame, frame / 16)));
+            const double t =
+                double(onset - half + CCrispOnsets::Refine(m_pMono, frame, frame / 16));
+            m_Map.AddOnset(t);
+            m_LowMap.AddOnset(t);
+            if (m_nLowCount < kLowOnsets &&
+                (!m_nLowCount || t > m_dLowOnset[(m_nLowFirst + m_nLowCount - 1) % kLowOnsets]))
+                m_dLowOnset[(m_nLowFirst + m_nLowCount++) % kLowOnsets] = t;
         }
     }
     const bool all =
         m_bFinal && m_Onsets.NextCentre() - half > m_nIn + CCrispOnsets::kLead * m_Onsets.Hop();
     // A refined onset lies at most half a frame before its frame's centre.
     m_Map.SetHorizon(all ? kInf : double(m_Onsets.Undecided() - half));
+    m_LowMap.SetHorizon(all ? kInf : double(m_Onsets.Undecided() - half));
+}
+
+bool CCrisp::MainCentre(double* c) {
+    if (!m_bMainCentre && !m_Map.Centre(OutputCentre(m_nFrame), &m_dMainCentre))
+        return false;
+    m_bMainCentre = true;
+    *c = m_dMainCentre;
+    return true;
+}
+
+// None within half a low window of an onset or of the job's start: its frames there would
+// smear the attack before and after it.
+double CCrisp::LowShare(double c) const {
+    const double reach = m_nLowWindow / 2.0;
+    if (c < reach)
+        return 0;
+    for (int k = 0; k < m_nLowCount; ++k)
+        if (std::fabs(c - m_dLowOnset[(m_nLowFirst + k) % kLowOnsets]) < reach)
+            return 0;
+    return 1;
+}
+
+// The low frames' shares under their synthesis windows (squared, over their sum of 1.5): the
+// short window takes the rest, so that the bands add up to the whole as shares change.
+double CCrisp::LowWeight(double o) const {
+    const int window = m_nLowWindow;
+    double sum = 0;
+    for (int k = 0; k < kLowShares; ++k) {
+        const double n = o - m_dLowO[k] + window / 2.0;
+        if (m_dLowS[k] > 0 && n > 0 && n < window) {
+            const double w = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / window);
+            sum += m_dLowS[k] * w * w;
+        }
+    }
+    return std::min(sum / 1.5, 1.0);
+}
+
+bool CCrisp::NextLowFrame() {
+    const int window = m_nLowWindow, hop = window / 4;
+    const double o = LowOutputCentre(m_nLowFrame);
+    double c = 0;
+    if (!m_LowMap.Centre(o, &c))
+        return false;
+    // read at a multiple of kDown, from the quarter-rate input
+    const int64_t at = kDown * std::llround((c - window / 2.0) / kDown);
+    if (!m_bFinal && at / kDown + m_Low.Window() > m_nDown)
+        return false;
+    const double read = double(at) + window / 2.0;
+    // An onset passed: the low band is heard again only once its spectrum holds still (a kick's
+    // glide, stretched over its long frames, would not sound whole).
+    const auto onset = [&](int k) { return m_dLowOnset[(m_nLowFirst + k) % kLowOnsets]; };
+    for (int k = 0; k < m_nLowCount && onset(k) <= read; ++k)
+        if (onset(k) > m_dLowPassed) {
+            m_dLowPassed = onset(k);
+            m_bLowSettling = true;
+        }
+    while (m_nLowCount && onset(0) + window / 2.0 <= read) {
+        m_nLowFirst = (m_nLowFirst + 1) % kLowOnsets;
+        --m_nLowCount;
+    }
+    double share = LowShare(read);
+    const bool make = share > 0;
+    if (make) {
+        // a frame not made before this one is analysed now, for its peaks' frequencies
+        if (m_bLowSkipped) {
+            GatherDown(m_nLowLastRead / kDown);
+            m_Low.Prime(m_pFrame[0], m_pFrame[1]);
+        }
+        double align = std::numeric_limits<double>::quiet_NaN();
+        if (m_bLowSkipped || m_bLowSettling || m_nLowFrame == 0) {
+            if (m_nFrame > 0) {
+                // taking the low bins back: the short window's phases, as it made them
+                m_Low.Join(&m_Vocoder, o - OutputCentre(m_nFrame - 1), kDown);
+            } else {
+                // the job's start: the short window's first frame, as it will read it
+                double c0 = 0;
+                if (!MainCentre(&c0))
+                    return false;
+                align = o + std::llround(c0 - m_Vocoder.Window() / 2.0) + m_Vocoder.Window() / 2.0 -
+                        OutputCentre(0) - read;
+            }
+        }
+        GatherDown(at / kDown);
+        share =
+            m_Low.Frame(m_pFrame[0], m_pFrame[1],
+                        static_cast<int>(m_nLowFrame ? (at - m_nLowLastRead) / kDown : m_Low.Hop()),
+                        false, share, align / kDown, m_bLowSettling ? kSteady : 0.0);
+        if (share > 0)
+            m_bLowSettling = false;
+    }
+    m_bLowSkipped = !make;
+    m_nLowLastRead = at;
+    m_dLowO[m_nLowFrame % kLowShares] = o;
+    m_dLowS[m_nLowFrame % kLowShares] = share;
+    ++m_nLowFrame;
+    m_Low.Take(m_pFrame[0], m_pFrame[1]); // the frame is read: its room holds a hop
+    for (int ch = 0; ch < 2; ++ch)
+        for (int i = 0; i < m_Low.Hop(); ++i)
+            m_pLowOut[ch][(m_nLowEnd / kDown + i) & (m_nLowRing - 1)] = m_pFrame[ch][i];
+    m_nLowEnd += hop;
+    return true;
 }
 
 bool CCrisp::NextFrame(float** out, int* produced) {
@@ -230,8 +417,12 @@ bool CCrisp::NextFrame(float** out, int* produced) {
         Finish(out, produced);
         return false;
     }
+    // the low band first, far enough for this hop and the shares under this frame
+    while (m_bLow && m_nLowEnd < m_nStretched + window / 2 + kReach)
+        if (!NextLowFrame())
+            return false;
     double c = 0;
-    if (!m_Map.Centre(OutputCentre(m_nFrame), &c))
+    if (!MainCentre(&c))
         return false;
     const int64_t at = std::llround(c - window / 2.0);
     if (!m_bFinal && at + window > m_nIn)
@@ -249,12 +440,16 @@ bool CCrisp::NextFrame(float** out, int* produced) {
     }
     Gather(at, window, m_pFrame[0], m_pFrame[1]);
     m_Vocoder.Frame(m_pFrame[0], m_pFrame[1], m_nFrame ? static_cast<int>(at - m_nLastRead) : hop,
-                    reset);
+                    reset, m_bLow ? LowWeight(OutputCentre(m_nFrame)) : 0.0);
     m_nLastRead = at;
-    m_nKeepFrom = std::clamp<int64_t>(at, m_nKeepFrom, m_nIn);
+    m_nKeepFrom =
+        std::clamp<int64_t>(m_bLow ? std::min(at, m_nLowLastRead) : at, m_nKeepFrom, m_nIn);
     ++m_nFrame;
+    m_bMainCentre = false;
 
     m_Vocoder.Take(m_pHop[0], m_pHop[1]);
+    if (m_bLow)
+        AddLow(m_nStretched, hop);
     const int64_t from = std::max<int64_t>(m_nStretched, 0);
     const int64_t skip = from - m_nStretched;
     m_nStretched += hop;
@@ -262,6 +457,62 @@ bool CCrisp::NextFrame(float** out, int* produced) {
         Emit(out, produced, m_pHop[0] + skip, m_pHop[1] + skip,
              static_cast<int>(m_nStretched - from));
     return true;
+}
+
+void CCrisp::GatherDown(int64_t at) {
+    for (int ch = 0; ch < 2; ++ch)
+        for (int i = 0; i < m_Low.Window(); ++i) {
+            const int64_t m = at + i;
+            m_pFrame[ch][i] = m >= 0 && m < m_nDown && m >= m_nDown - m_nDownRing
+                                  ? m_pDown[ch][m & (m_nDownRing - 1)]
+                                  : 0.0f;
+        }
+}
+
+// The low band's quarter-rate output, back at the full rate, added to the hop from `from`.
+void CCrisp::AddLow(int64_t from, int n) {
+    // the quarter-rate samples that reach the hop, in a straight run (the frame's room is free)
+    const int64_t first = FloorDiv(from - kReach, kDown);
+    const int count = static_cast<int>(FloorDiv(from + n - 1 + kReach, kDown) - first + 1);
+    for (int ch = 0; ch < 2; ++ch) {
+        float* run = m_pFrame[ch];
+        for (int k = 0; k < count; ++k)
+            run[k] = m_pLowOut[ch][(first + k) & (m_nLowRing - 1)];
+        for (int i = 0; i < n; ++i) {
+            const int64_t t = from + i, top = FloorDiv(t + kReach, kDown);
+            const double* taps = m_dPhase[t + kReach - kDown * top];
+            const float* x = run + (top - first);
+            double sum = 0;
+            for (int k = 0; k < kPhaseTaps; ++k)
+                sum += taps[k] * x[-k];
+            m_pHop[ch][i] += static_cast<float>(sum);
+        }
+    }
+}
+
+// The input at a quarter of the rate, as far as it can be filtered (all of it at the end).
+void CCrisp::Decimate() {
+    for (;;) {
+        const int64_t t = kDown * m_nDown, lo = t - kReach;
+        if (m_bFinal ? lo >= m_nIn : t + kReach >= m_nIn)
+            break;
+        const int64_t at = lo & (m_nRingSize - 1);
+        const bool straight = lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nRingSize;
+        for (int ch = 0; ch < 2; ++ch) {
+            double sum = 0;
+            if (straight) {
+                const float* x = m_pRing[ch] + at;
+                for (int i = 0; i <= 2 * kReach; ++i)
+                    sum += m_dTaps[i] * x[i];
+            } else {
+                for (int i = -kReach; i <= kReach; ++i)
+                    if (t + i >= 0 && t + i < m_nIn)
+                        sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
+            }
+            m_pDown[ch][m_nDown & (m_nDownRing - 1)] = static_cast<float>(sum);
+        }
+        ++m_nDown;
+    }
 }
 
 void CCrisp::Emit(float** out, int* produced, const float* left, const float* right, int n) {
@@ -336,6 +587,8 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
             }
         }
         FeedDetector();
+        if (m_bLow)
+            Decimate();
         bool moved = false;
         while (NextFrame(out, &produced))
             moved = true;

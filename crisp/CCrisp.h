@@ -16,6 +16,11 @@
 // operation but construction takes the engine lock. The output of a job is exactly
 // round(input frames x time rate) long.
 //
+// Below a crossover a second vocoder with a window four times as long takes over, so that the
+// partials of low notes stay apart; its frames follow the same time map. Around each onset it
+// hands the low bins back to the short window, whose frames keep the attack in its place, and
+// when it takes them again it joins its phases to the short window's.
+//
 // LowSound on looks for onsets and keeps them; off stretches everything alike, which suits
 // material without attacks (pads, strings, drones).
 class CCrisp {
@@ -53,7 +58,15 @@ private:
     void Gather(int64_t at, int n, float* left, float* right) const;
     const float* GatherMono(int64_t at, int n); // the channels' mean, into m_pMono
     void FeedDetector();
+    bool MainCentre(double* c); // of the next synthesis frame, asked of the map once
     bool NextFrame(float** out, int* produced);
+    bool NextLowFrame();
+    double LowOutputCentre(int64_t frame) const;
+    double LowShare(double c) const;  // of a low frame at input centre c
+    double LowWeight(double o) const; // what the low frames made give output centre o
+    void Decimate();
+    void GatherDown(int64_t at); // a low frame from the quarter-rate input, into m_pFrame
+    void AddLow(int64_t from, int n);
     void Emit(float** out, int* produced, const float* left, const float* right, int n);
     void Finish(float** out, int* produced);
 
@@ -61,6 +74,8 @@ private:
     CCrispOnsets m_Onsets;
     CCrispTimeMap m_Map;
     CCrispVocoder m_Vocoder;
+    CCrispTimeMap m_LowMap; // the same map, asked for the low frames' centres
+    CCrispVocoder m_Low;
     CCrispResample m_Resample;
 
     int m_nRate = 0;
@@ -81,7 +96,7 @@ private:
     int64_t m_nIn = 0;        // frames received this job
     int64_t m_nKeepFrom = 0;  // the oldest frame still needed
     bool m_bFinal = false;    // the input has ended
-    float* m_pFrame[2] = {};  // one window per channel
+    float* m_pFrame[2] = {};  // one window per channel (the longer of the two)
     float* m_pMono = nullptr; // one detector frame
 
     // frames
@@ -91,6 +106,31 @@ private:
     int64_t m_nStretched = 0;   // vocoder output taken, counted from the output's start
     int64_t m_nStretchEnd = -1; // the vocoder output the job needs, once the input has ended
     float* m_pHop[2] = {};
+    double m_dMainCentre = 0;
+    bool m_bMainCentre = false; // m_dMainCentre is the next frame's
+
+    // the low band
+    bool m_bLow = false;     // there is one (its window is longer)
+    int m_nLowWindow = 0;    // its window at the full rate
+    double m_dTaps[33] = {}; // the quarter rate's filter
+    static constexpr int kPhaseTaps = 9;
+    double m_dPhase[4][kPhaseTaps] = {}; // the same, by phase, to interpolate
+    float* m_pDown[2] = {};              // the input at a quarter of the rate, a ring ...
+    int64_t m_nDownRing = 0;             // ... of this many (a power of two) ...
+    int64_t m_nDown = 0;                 // ... holding this many so far
+    int64_t m_nLowFrame = 0;             // its frames made
+    int64_t m_nLowLastRead = 0;          // where the last one was read
+    bool m_bLowSkipped = false;          // the last one was not made (not heard)
+    bool m_bLowSettling = false;         // an onset passed, its spectrum not yet still
+    int64_t m_nLowEnd = 0;               // the output it has given ends here
+    float* m_pLowOut[2] = {};            // a ring of its output at a quarter of the rate
+    int m_nLowRing = 0;                  // (a power of two)
+    static constexpr int kLowOnsets = 64;
+    double m_dLowOnset[kLowOnsets] = {}; // onsets ahead of the low frames and just behind them
+    int m_nLowFirst = 0, m_nLowCount = 0;
+    double m_dLowPassed = 0; // the last onset a low frame passed
+    static constexpr int kLowShares = 8;
+    double m_dLowO[kLowShares] = {}, m_dLowS[kLowShares] = {}; // recent low frames' centres, shares
 
     // resampler input: history, then new frames, then room for its flush
     float* m_pStretch = nullptr;

@@ -14,6 +14,14 @@ constexpr double kCompress = 100.0;
 constexpr double kAboveAverage = 0.025;
 constexpr double kOverAverage = 1.3;
 constexpr int kAverageBefore = 10;
+// The bass band, up to this (Hz), and how much its mean rise counts against the whole band's.
+constexpr double kBassTop = 250;
+constexpr double kBassShare = 0.25;
+// A low note's every pitch period (up to 40 ms, E1 and below) rises like an attack in frames
+// shorter than it: a rise that came as large or nearly (this share) within 40 ms, with a dip
+// between, repeats.
+constexpr double kRepeat = 0.6;
+constexpr double kRepeatSpan = 0.04;
 } // namespace
 
 void CCrispOnsets::Configure(int frame, int rate) {
@@ -38,10 +46,13 @@ void CCrispOnsets::Configure(int frame, int rate) {
     const double binHz = double(rate) / frame;
     m_nLow = std::max(1, static_cast<int>(40 / binHz));
     m_nHigh = std::clamp(static_cast<int>(16000 / binHz), m_nLow + 1, frame / 2);
+    m_nBass = std::clamp(static_cast<int>(std::ceil(kBassTop / binHz)), m_nLow, m_nHigh);
     // A Hann window sums to frame / 2, and a sine's energy splits between two bins.
     m_dNorm = 4.0 / frame;
     // 30 ms between onsets
     m_nMinGap = std::max(1, static_cast<int>(0.03 * rate / Hop()));
+    m_nRepeat =
+        std::clamp(static_cast<int>(std::ceil(kRepeatSpan * rate / Hop())), kLead, kAverageBefore);
     Restart();
 }
 
@@ -57,13 +68,18 @@ int64_t CCrispOnsets::Analyse(const float* x) {
     for (int n = 0; n < m_nFrame; ++n)
         m_pTime[n] = x[n] * m_pWin[n];
     m_Fft.Forward(m_pTime, m_pRe, m_pIm);
-    double flux = 0;
+    double flux = 0, bass = 0;
     for (int k = m_nLow; k <= m_nHigh; ++k) {
         const double m = std::sqrt(m_pRe[k] * m_pRe[k] + m_pIm[k] * m_pIm[k]) * m_dNorm;
         m_pLog[k] = std::log1p(kCompress * m);
-        flux += std::max(0.0, m_pLog[k] - m_pPrev[k]);
+        const double rise = std::max(0.0, m_pLog[k] - m_pPrev[k]);
+        flux += rise;
+        if (k <= m_nBass)
+            bass += rise;
     }
     flux /= m_nHigh - m_nLow + 1;
+    // a kick or a bass note rises in a few bins only: the lowest ones count on their own too
+    flux = std::max(flux, kBassShare * bass / (m_nBass - m_nLow + 1));
     for (int k = m_nLow; k <= m_nHigh; ++k)
         m_pPrev[k] = std::max({m_pLog[k - 1], m_pLog[k], m_pLog[k + 1]});
     const int64_t j = m_nNext++;
@@ -85,6 +101,19 @@ int64_t CCrispOnsets::Analyse(const float* x) {
         ++count;
     }
     if (v < kOverAverage * sum / count + kAboveAverage || d - m_nLastOnset < m_nMinGap)
+        return -1;
+    // An earlier peak nearly as large with a dip between, itself after one such: the periods of
+    // a low note going on, not its first one.
+    const auto repeats = [&](int64_t e) {
+        double dip = Flux(e);
+        for (int64_t i = e - 1; i >= std::max<int64_t>(0, e - m_nRepeat); --i) {
+            if (Flux(i) >= kRepeat * Flux(e) && dip < 0.5 * Flux(i))
+                return i;
+            dip = std::min(dip, Flux(i));
+        }
+        return int64_t{-1};
+    };
+    if (const int64_t p = repeats(d); p >= 0 && repeats(p) >= 0)
         return -1;
     m_nLastOnset = d;
     return d * Hop();

@@ -41,6 +41,7 @@ private:
     CRealFft m_Fft;
     int m_nFrame = 0;
     int m_nLow = 1, m_nHigh = 1;        // band of bins summed
+    int m_nBass = 1;                    // the last bin of its bass end
     double m_dNorm = 1;                 // full-scale sine to magnitude 1
     std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
     double* m_pWin = nullptr;
@@ -53,4 +54,5 @@ private:
     int64_t m_nNext = 0;
     int64_t m_nLastOnset = -1000;
     int m_nMinGap = 4; // frames between two onsets
+    int m_nRepeat = 7; // frames looked back at for a repeated rise
 };

@@ -37,7 +37,7 @@ void CCrispTimeMap::Rebase(double ratio, double c, double o) {
         m_dMaxSlope = kInf;
     m_dShare = std::isinf(m_dMaxSlope) ? 1.0 : (m_dMaxSlope - 1) / m_dMaxSlope;
     const double half = kHalfShare * m_nWindow;
-    m_dLookahead = 2 * half / m_dShare + 2 * half + 2 * Ramp(half) + m_nWindow;
+    m_dLookahead = std::max(2 * half / m_dShare + 2 * half + 2 * Ramp(half) + m_nWindow, m_dReach);
     // Continue from where the map stands: A(c) here becomes the new anchor.
     if (m_dLast > -kInf) {
         const Piece p = PieceAt(c);
@@ -47,6 +47,11 @@ void CCrispTimeMap::Rebase(double ratio, double c, double o) {
         m_dC0 = c;
         m_dO0 = o;
     }
+}
+
+void CCrispTimeMap::SetReach(double reach) {
+    m_dReach = reach;
+    m_dLookahead = std::max(m_dLookahead, reach);
 }
 
 void CCrispTimeMap::AddOnset(double t) {

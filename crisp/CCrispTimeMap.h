@@ -27,8 +27,10 @@ public:
     void AddOnset(double t);
     // Every onset before input time h has been added (infinite at the end of the input).
     void SetHorizon(double h) { m_dHorizon = h; }
-    // How far past a centre the onsets must be known to place it.
+    // How far past a centre the onsets must be known to place it: at least reach, which the
+    // caller may want for its own use of the onsets.
     double Lookahead() const { return m_dLookahead; }
+    void SetReach(double reach);
 
     // The input centre whose frame goes out at output centre o. Calls come with o increasing.
     // False when the onsets it depends on are not all known yet.
@@ -56,6 +58,7 @@ private:
     double m_dMaxSlope = 0; // of A on ramps, from the ratio
     double m_dShare = 1.0;  // of a gap that two 1:1 stretches may take
     double m_dLookahead = 0;
+    double m_dReach = 0;
     double m_dC0 = 0, m_dO0 = 0;
     double m_dHorizon = 0;
     double m_dLast = -1e300; // the last centre returned

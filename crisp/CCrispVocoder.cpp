@@ -24,10 +24,10 @@ void CCrispVocoder::Configure(int window) {
     m_nWindow = window;
     m_nBins = window / 2 + 1;
     m_Fft.Prepare(window);
-    // One zeroed allocation: the window and a frame, 14 spectra and two overlap-add windows.
+    // One zeroed allocation: the window and a frame, 15 spectra and two overlap-add windows.
     double** spectra[] = {&m_pLre,   &m_pLim,   &m_pRre,    &m_pRim,    &m_pMre,
                           &m_pMim,   &m_pPower, &m_pAttack, &m_pPrevRe, &m_pPrevIm,
-                          &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim};
+                          &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim,    &m_pMask};
     const size_t total = 2 * static_cast<size_t>(window) + std::size(spectra) * m_nBins +
                          4 * static_cast<size_t>(window);
     m_pStore = std::make_unique<double[]>(total);
@@ -44,13 +44,35 @@ void CCrispVocoder::Configure(int window) {
     // synthesis side divides out.
     for (int n = 0; n < window; ++n)
         m_pWin[n] = 0.5 - 0.5 * std::cos(kTwoPi * n / window);
+    m_nSplit = m_nNarrow = 0;
+    m_nActive = m_nBins;
     Restart();
+}
+
+void CCrispVocoder::Split(double from, double to, bool low) {
+    m_nSplit = low ? 1 : -1;
+    m_nActive = m_nFade = m_nBins;
+    m_nNarrow = std::min(m_nBins, static_cast<int>(4 * to * m_nWindow));
+    for (int k = 0; k < m_nBins; ++k) {
+        const double f = double(k) / m_nWindow;
+        m_pMask[k] = f <= from ? 1.0
+                     : f >= to ? 0.0
+                               : 0.5 + 0.5 * std::cos(std::numbers::pi * (f - from) / (to - from));
+        // the low side works only up to its fade's end, and a margin for the peaks there
+        if (f >= to && m_nFade == m_nBins) {
+            m_nFade = k; // the fade's end: the rest are whole, or none
+            if (low)
+                m_nActive = std::min(m_nBins, k + 8);
+        }
+    }
 }
 
 void CCrispVocoder::Restart() {
     m_bFirst = true;
     m_nAccAt = 0;
     std::fill(m_pAttack, m_pAttack + m_nBins, 0.0);
+    std::fill(m_pPrevRe, m_pPrevRe + m_nBins, 0.0);
+    std::fill(m_pPrevIm, m_pPrevIm + m_nBins, 0.0);
     for (double* acc : m_pAcc)
         std::fill(acc, acc + 2 * m_nWindow, 0.0);
 }
@@ -72,19 +94,21 @@ void CCrispVocoder::Attack(const float* left, const float* right) {
 
 // Identity phase locking: each peak's phase advances by its measured frequency over the
 // synthesis hop; every bin takes the turn of the peak whose region (up to the lowest bin
-// between two peaks) it lies in.
-void CCrispVocoder::Lock(int hop) {
-    const int bins = m_nBins;
+// between two peaks) it lies in. With align finite, each peak's phase is instead its input phase
+// moved on by its frequency over align samples.
+void CCrispVocoder::Lock(int hop, double align) {
+    const int bins = m_nActive;
     const double* p2 = m_pPower;
     double top = 0;
     for (int k = 0; k < bins; ++k)
         top = std::max(top, p2[k]);
-    const double floor = top * 1e-14; // 140 dB down: numerical dust, not partials
+    const double floor = top * 1e-10; // 100 dB down: dust, not partials worth a turn of their own
     int peaks = 0;
     for (int k = 1; k + 1 < bins; ++k) {
         const double v = p2[k];
-        if (v > floor && v > p2[k - 1] && v >= p2[k + 1] && (k < 2 || v > p2[k - 2]) &&
-            (k + 2 >= bins || v >= p2[k + 2]))
+        // (below m_nNarrow, two bins apart: the dense partials of low notes)
+        if (v > floor && v > p2[k - 1] && v >= p2[k + 1] &&
+            (k < m_nNarrow || ((k < 2 || v > p2[k - 2]) && (k + 2 >= bins || v >= p2[k + 2]))))
             m_pPeaks[peaks++] = k;
     }
     const int synthesis = Hop();
@@ -97,7 +121,33 @@ void CCrispVocoder::Lock(int hop) {
         const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
         const double yr = m_pOutRe[p], yi = m_pOutIm[p];
         const double m = std::sqrt(mr * mr + mi * mi), y = std::sqrt(yr * yr + yi * yi);
-        if (m > 0 && y > 0 && (qr != 0 || qi != 0)) {
+        const CCrispVocoder* o = m_pJoin;
+        const double wj = step * p / m_nJoinDown;
+        const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
+        if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
+            (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
+            // the other's partial at its frame's centre, moved on to this one's
+            double w = wj;
+            if (qr * qr + qi * qi > 1e-6 * m * m) {
+                const double expected = step * p * hop;
+                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                w = (expected + PrincipalArgument(measured - expected)) / hop / m_nJoinDown;
+            }
+            const double target = std::atan2(o->m_pOutIm[kj], o->m_pOutRe[kj]) +
+                                  std::numbers::pi * double(kj) + w * m_dJoinShift;
+            const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
+            zr = std::cos(turn);
+            zi = std::sin(turn);
+        } else if (align == align && m > 0) {
+            double w = step * p;
+            if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
+                const double expected = step * p * hop;
+                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                w = (expected + PrincipalArgument(measured - expected)) / hop;
+            }
+            zr = std::cos(w * align);
+            zi = std::sin(w * align);
+        } else if (m > 0 && y > 0 && (qr != 0 || qi != 0)) {
             const double expected = step * p * hop;
             const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
             const double advance =
@@ -129,22 +179,35 @@ void CCrispVocoder::Lock(int hop) {
     }
 }
 
-void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset) {
-    const int bins = m_nBins;
+double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset,
+                            double share, double align, double steady) {
+    const int bins = m_nActive;
     Analyse(left, m_pLre, m_pLim);
     Analyse(right, m_pRre, m_pRim);
+    double both = 0, now = 0, before = 0;
     for (int k = 0; k < bins; ++k) {
         m_pMre[k] = m_pLre[k] + m_pRre[k];
         m_pMim[k] = m_pLim[k] + m_pRim[k];
         m_pPower[k] = m_pMre[k] * m_pMre[k] + m_pMim[k] * m_pMim[k];
+        if (steady > 0) {
+            const double q = m_pPrevRe[k] * m_pPrevRe[k] + m_pPrevIm[k] * m_pPrevIm[k];
+            both += std::sqrt(m_pPower[k] * q);
+            now += m_pPower[k];
+            before += q;
+        }
     }
-    if (m_bFirst) {
+    // how alike the two spectra's shapes are
+    if (steady > 0 && (m_bFirst || both < steady * std::sqrt(now * before)))
+        share = 0;
+    if (m_bFirst && align != align && !m_pJoin) {
         std::fill(m_pZre, m_pZre + bins, 1.0);
         std::fill(m_pZim, m_pZim + bins, 0.0);
-        m_bFirst = false;
     } else {
-        Lock(std::max(hop, 1));
+        Lock(std::max(hop, 1), align);
     }
+    m_bFirst = false;
+    if (share > 0)
+        m_pJoin = nullptr;
     if (reset) {
         for (int k = 0; k < bins; ++k)
             if (m_pAttack[k] > 4 * m_pPower[k]) {
@@ -167,6 +230,19 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
         m_pRre[k] = r * zr - i * zi;
         m_pRim[k] = r * zi + i * zr;
     }
+    if (m_nSplit == 1 && share <= 0)
+        return 0; // nothing of this frame is heard
+    if (m_nSplit != 0) {
+        for (int k = 0; k < (m_nSplit > 0 ? bins : std::min(bins, m_nFade)); ++k) {
+            const double g = m_nSplit > 0 ? share * m_pMask[k] : 1 - share * m_pMask[k];
+            m_pLre[k] *= g;
+            m_pLim[k] *= g;
+            m_pRre[k] *= g;
+            m_pRim[k] *= g;
+        }
+        for (auto* x : {m_pLre, m_pLim, m_pRre, m_pRim})
+            std::fill(x + bins, x + m_nBins, 0.0);
+    }
     const double scale = 1.0 / 1.5;
     // the ring in two straight runs
     const int first = std::min(m_nWindow, 2 * m_nWindow - m_nAccAt);
@@ -179,6 +255,23 @@ void CCrispVocoder::Frame(const float* left, const float* right, int hop, bool r
         for (int n = first; n < m_nWindow; ++n)
             acc[n - first] += m_pTime[n] * m_pWin[n] * scale;
     }
+    return share;
+}
+
+void CCrispVocoder::Join(const CCrispVocoder* other, double shift, int down) {
+    m_pJoin = other;
+    m_dJoinShift = shift;
+    m_nJoinDown = down;
+}
+
+void CCrispVocoder::Prime(const float* left, const float* right) {
+    Analyse(left, m_pLre, m_pLim);
+    Analyse(right, m_pRre, m_pRim);
+    for (int k = 0; k < m_nActive; ++k) {
+        m_pPrevRe[k] = m_pLre[k] + m_pRre[k];
+        m_pPrevIm[k] = m_pLim[k] + m_pRim[k];
+    }
+    m_bFirst = false;
 }
 
 void CCrispVocoder::Take(float* left, float* right) {

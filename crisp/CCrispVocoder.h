@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 
 #include "CRealFft.h"
@@ -13,6 +14,10 @@
 // bins that rise take the input's phases again, which rebuilds the attack as it was.
 //
 // Frames are a fixed synthesis hop of a quarter window apart; Hann windows on both sides.
+//
+// Two vocoders of different lengths can split the spectrum between them: the longer one takes
+// the bins below a crossover (a raised-cosine fade), the shorter one the rest, each frame at a
+// share of the split that the caller sets, so that the two outputs add up to the whole.
 class CCrispVocoder {
 public:
     CCrispVocoder() = default;
@@ -27,24 +32,50 @@ public:
     // A new stream: the next frame keeps its input phases, and the output starts silent.
     void Restart();
 
+    // Splits the spectrum at a crossover fading from from to to (cycles per sample): the low
+    // side keeps share x the bins below, the other side the rest. No split: every bin, whole.
+    void Split(double from, double to, bool low);
+
     // The spectrum just after an attack, for the next Frame with reset: the frame's bins that
     // rise 6 dB or more towards it take their input phases.
     void Attack(const float* left, const float* right);
 
     // Analyses window samples of each channel, read hop samples after the last frame's, and
-    // adds the synthesised frame to the output, one synthesis hop after the last.
-    void Frame(const float* left, const float* right, int hop, bool reset);
+    // adds the synthesised frame to the output, one synthesis hop after the last. share: of the
+    // split's low side (see Split). align: when finite, each peak's phase becomes its input
+    // phase as if read align samples later, which joins this frame to another vocoder's
+    // phases after a reset there. steady: a frame whose spectrum differs more than this from the
+    // last one analysed (1 alike, 0 apart; a glide moving on) is not heard, and a Join waits.
+    // Returns the share the frame was heard at.
+    double Frame(const float* left, const float* right, int hop, bool reset, double share = 1,
+                 double align = std::numeric_limits<double>::quiet_NaN(), double steady = 0);
+
+    // For the next Frame: each peak takes the phase that other (a vocoder at down times this
+    // one's rate, whose last frame is centred shift of its samples before the next one here)
+    // gives a partial of its frequency there, moved on to this frame's centre.
+    void Join(const CCrispVocoder* other, double shift, int down);
+
+    // Analyses a frame that is not heard, for the next Frame to measure its peaks' frequencies
+    // against (with align: a frame that joins another vocoder's phases).
+    void Prime(const float* left, const float* right);
 
     // The hop of output that no later frame adds to; then moves on by a hop.
     void Take(float* left, float* right);
 
 private:
     void Analyse(const float* x, double* re, double* im);
-    void Lock(int hop);
+    void Lock(int hop, double align);
 
     CRealFft m_Fft;
     int m_nWindow = 0;
     int m_nBins = 0;
+    int m_nActive = 0; // bins processed: all, or those the low side of a split keeps
+    int m_nSplit = 0;  // 0: none; 1: low side; -1: high side
+    int m_nFade = 0;   // the first bin past the split's fade
+    const CCrispVocoder* m_pJoin = nullptr; // see Join
+    double m_dJoinShift = 0;
+    int m_nJoinDown = 1;
+    int m_nNarrow = 0; // peaks below this bin need stand out of one neighbour each side, not two
     bool m_bFirst = true;
     std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
     double* m_pWin = nullptr;           // Hann window
@@ -63,6 +94,7 @@ private:
     double* m_pOutIm = nullptr;
     double* m_pZre = nullptr; // the turn of each bin
     double* m_pZim = nullptr;
+    double* m_pMask = nullptr; // the low side's fade
     std::unique_ptr<int[]> m_pPeaks;
     double* m_pAcc[2] = {}; // overlap-add, a ring of two windows
     int m_nAccAt = 0;

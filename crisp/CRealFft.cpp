@@ -61,8 +61,10 @@ void CRealFft::Inverse(const double* re, const double* im, double* x) {
     double* z = m_pWork.get();
     for (int k = 0; k <= h / 2; ++k) {
         const int j = h - k;
-        const double ar = re[k], ai = im[k];
-        const double br = re[j], bi = -im[j]; // conj X[h-k]
+        // a real signal's bins 0 and n / 2 are real: their imaginary parts are not read, or
+        // they would come out as a tone at the Nyquist frequency
+        const double ar = re[k], ai = k == 0 ? 0.0 : im[k];
+        const double br = re[j], bi = j == h ? 0.0 : -im[j]; // conj X[h-k]
         const double er = 0.5 * (ar + br), ei = 0.5 * (ai + bi);
         const double dr = 0.5 * (ar - br), di = 0.5 * (ai - bi);
         // O = (X[k] - conj X[h-k]) W^-k / 2

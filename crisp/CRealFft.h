@@ -22,7 +22,8 @@ public:
     int Points() const { return m_nPoints; }
 
     void Forward(const double* x, double* re, double* im);
-    // Overwrites nothing it is given: re and im keep the spectrum.
+    // Overwrites nothing it is given: re and im keep the spectrum. The imaginary parts of bins 0
+    // and n / 2 are taken as zero, as for any real signal.
     void Inverse(const double* re, const double* im, double* x);
 
 private:

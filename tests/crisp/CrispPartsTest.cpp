@@ -284,6 +284,43 @@ TEST(CrispVocoder, AtRateOneTheInputComesBack) {
     EXPECT_LT(worst, 1e-6); // float rounding
 }
 
+// Split at a crossover between a vocoder and one four times as long, both at rate one: the two
+// outputs, laid on one timeline, add up to the input (steady tones, one in the fade and one just
+// past it, away from the input's abrupt ends).
+TEST(CrispVocoder, TheTwoSidesOfASplitAddUpToTheWhole) {
+    Signals::Planar in = MultiTone(44100);
+    const auto past = Signals::Sine(44100, 1, 1520.0 / 44100, 0.2);
+    for (int i = 0; i < 44100; ++i)
+        in.left[i] += past[i];
+    std::vector<double> sum[2] = {std::vector<double>(44100), std::vector<double>(44100)};
+    for (int window : {2048, 8192}) {
+        CCrispVocoder vocoder;
+        vocoder.Configure(window);
+        vocoder.Split(1000.0 / 44100, 1500.0 / 44100, window == 8192);
+        const int hop = vocoder.Hop(), lead = window - hop;
+        Signals::Planar x = in;
+        for (auto* ch : {&x.left, &x.right}) {
+            ch->insert(ch->begin(), lead, 0.0f);
+            ch->resize(44100 + lead + 2 * window, 0.0f);
+        }
+        std::vector<float> left(hop), right(hop);
+        for (int at = 0; at < 44100 + lead; at += hop) {
+            vocoder.Frame(&x.left[at], &x.right[at], hop, false);
+            vocoder.Take(left.data(), right.data());
+            for (int i = 0; i < hop; ++i)
+                if (at + i >= lead && at + i - lead < 44100) {
+                    sum[0][at + i - lead] += left[i];
+                    sum[1][at + i - lead] += right[i];
+                }
+        }
+    }
+    double worst = 0;
+    for (int i = 8192; i < 44100 - 8192; ++i)
+        worst = std::max(
+            {worst, std::fabs(sum[0][i] - in.left[i]), std::fabs(sum[1][i] - in.right[i])});
+    EXPECT_LT(worst, 3e-4); // -70 dB
+}
+
 TEST(CrispVocoder, IdenticalChannelsStayIdentical) {
     auto in = MultiTone(44100);
     in.right = in.left;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <vector>
 
 #include "MorvaneEngine.h"
@@ -53,10 +54,9 @@ Planar HitsOverATone(int frames, std::vector<double>* hits) {
     return p;
 }
 
-// Attacks: 5 ms blocks whose energy is 6 dB above the quietest of the 30 ms before; the tone's
-// own start is not one.
-std::vector<double> Attacks(const std::vector<float>& x) {
-    const int block = 220;
+// Attacks: blocks (5 ms; longer than a period for low sounds) whose energy is 6 dB above the
+// quietest of the six before, and within 30 dB of the loudest; the tone's own start is not one.
+std::vector<double> Attacks(const std::vector<float>& x, int block = 220) {
     std::vector<double> e;
     for (size_t b = 0; (b + 1) * block <= x.size(); ++b) {
         double s = 0;
@@ -65,12 +65,41 @@ std::vector<double> Attacks(const std::vector<float>& x) {
         e.push_back(s + 1e-12);
     }
     std::vector<double> at;
-    for (size_t b = 40; b < e.size(); ++b) {
+    const double loudest = *std::max_element(e.begin(), e.end());
+    for (size_t b = 8800 / block; b < e.size(); ++b) {
         const double floor = *std::min_element(e.begin() + b - 6, e.begin() + b);
-        if (e[b] > 4 * floor && (at.empty() || b * block - at.back() > 6.0 * block))
+        if (e[b] > 4 * floor && e[b] > 1e-3 * loudest &&
+            (at.empty() || b * block - at.back() > 6.0 * block))
             at.push_back(double(b * block));
     }
     return at;
+}
+
+// A sine kick: f falls from `from` to `to` Hz over 0.3 s (an 808) or stays, dying away over
+// 0.2 s; one every 1.2 s from 0.5 s on.
+Planar Kicks(int frames, double from, double to, std::vector<double>* hits) {
+    Planar p;
+    p.left.assign(frames, 0.0f);
+    for (int at = 22050; at + 44100 < frames; at += 52920) {
+        hits->push_back(at);
+        double phase = 0;
+        for (int i = 0; i < 44100; ++i) {
+            const double t = double(i) / 44100;
+            phase += 2 * M_PI * from * std::pow(to / from, std::min(t, 0.3) / 0.3) / 44100;
+            p.left[at + i] += static_cast<float>(0.8 * std::sin(phase) * std::exp(-t / 0.2));
+        }
+    }
+    p.right = p.left;
+    return p;
+}
+
+// x's spectrum at f Hz, from a 2 s Hann window on its middle (dB).
+double Level(const std::vector<float>& x, double f) {
+    const size_t n = 88200, from = x.size() / 2 - n / 2;
+    std::complex<double> sum = 0, turn = std::polar(1.0, -2 * M_PI * f / 44100), z = 1;
+    for (size_t i = 0; i < n; ++i, z *= turn)
+        sum += double(x[from + i]) * (0.5 - 0.5 * std::cos(2 * M_PI * i / n)) * z;
+    return 20 * std::log10(std::abs(sum) + 1e-30);
 }
 
 TEST(CrispEngine, ChosenByTheHostAndTakenAtTheNextJob) {
@@ -128,6 +157,20 @@ TEST(CrispEngine, EachAttackOnceAndInItsPlace) {
     };
     PluginHost host(MORVANE_PLUGIN);
     Choose(host, MorvaneEngine::kCrisp);
+    // long low kicks, plain and 808, sound once each: their decays keep their shape
+    for (double to : {50.0, 45.0}) {
+        std::vector<double> kicks;
+        const Planar kick = Kicks(44100 * 6, to == 50 ? 50 : 150, to, &kicks);
+        for (float time : {1.5f, 2.0f}) {
+            ASSERT_EQ(kicks.size(), Attacks(kick.left, 882).size());
+            const std::vector<double> found = Attacks(Render(host, kick, time).left, 882);
+            ASSERT_EQ(kicks.size(), found.size()) << to << " Hz kicks, time " << time;
+            // (20 ms blocks: the block before the hit may hold its first samples)
+            for (size_t k = 0; k < kicks.size(); ++k)
+                EXPECT_NEAR(kicks[k] * time - 441, found[k], 0.035 * 44100)
+                    << to << " Hz, time " << time;
+        }
+    }
     for (float time : {2.0f, 0.5f}) {
         const Planar out = Render(host, in, time);
         const std::vector<double> found = Attacks(out.left);
@@ -162,6 +205,44 @@ TEST(CrispEngine, PitchLengthAndStereoExact) {
         const double f = Signals::ZeroCrossingFrequency(out.left.data(), 1, n / 8, n - n / 8);
         EXPECT_NEAR(cents, 1200 * std::log2(f * 44100 / 196.0), 0.1) << time;
         EXPECT_EQ(out.left, out.right) << "identical channels stay identical";
+    }
+    // Low notes stretched keep their partials where they were, and nothing between them: sawtooth
+    // E1 and A1, and two tones a fifth apart (55 and 82.5 Hz, beating every 36 ms).
+    struct Note {
+        double f0;
+        int first, last; // harmonics of f0 present
+        double floor;    // most between them, dB under the strongest
+    };
+    for (const Note& note : {Note{41.2, 1, 24, -30}, Note{55, 1, 18, -40}, Note{27.5, 2, 3, -40}}) {
+        Planar in;
+        for (int i = 0; i < N; ++i) {
+            double x = 0;
+            for (int h = note.first; h <= note.last; ++h)
+                x += (note.first == 1 ? 0.3 / h : 0.25) *
+                     std::sin(2 * M_PI * h * note.f0 * i / 44100);
+            in.left.push_back(static_cast<float>(x * std::min(1.0, std::min(i, N - i) / 882.0)));
+        }
+        in.right = in.left;
+        for (float time : {1.5f, 2.0f}) {
+            const std::vector<float> y = Render(host, in, time).left;
+            const double top = Level(y, note.f0 * note.first);
+            for (int h = note.first; h <= std::min(note.last, 7); ++h) {
+                // the peak from the levels a quarter hertz either side
+                const double f = h * note.f0, a = Level(y, f - 0.25), b = Level(y, f),
+                             c = Level(y, f + 0.25);
+                EXPECT_GT(b, top - 20) << note.f0 << " Hz x " << h << ", time " << time;
+                EXPECT_LT(std::fabs(0.125 * (a - c) / (a - 2 * b + c)), 0.5)
+                    << note.f0 << " Hz x " << h << ", time " << time;
+            }
+            double most = -1e9, where = 0;
+            for (double f = 20; f < 1000; f += 1) {
+                const double k = std::round(f / note.f0);
+                if ((k < note.first || k > note.last || std::fabs(f - k * note.f0) > 3) &&
+                    Level(y, f) > most)
+                    most = Level(y, f), where = f;
+            }
+            EXPECT_LT(most - top, note.floor) << note.f0 << " Hz at " << where << ", time " << time;
+        }
     }
     // music, its channels alike
     Planar music = Signals::Split(Signals::Music(44100 * 3, 44100));
