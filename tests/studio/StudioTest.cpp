@@ -313,13 +313,16 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
         WaitFor([&] { return person.Focus() != from; });
         return person.Focus();
     };
-    const Window before = person.Focus();
-    person.Click(w, kPanelLeft + 274, kPanelTop + 193);
-    const Window field = focusLeaves(before);
-    person.SelectAll();
-    person.Type("150");
-    person.Tap(XK_Return);
-    focusLeaves(field);
+    const auto typeInto = [&](int x, const char* value) {
+        const Window before = person.Focus();
+        person.Click(w, kPanelLeft + x, kPanelTop + 193);
+        const Window field = focusLeaves(before);
+        person.SelectAll();
+        person.Type(value);
+        person.Tap(XK_Return);
+        focusLeaves(field);
+    };
+    typeInto(274, "150");
     fs::remove(out); // the render writes beside it and renames it when done
     Keys(w, {XK_r});
     WaitFor([&] { return fs::exists(out); });
@@ -370,8 +373,9 @@ TEST_F(Studio, ProgramsPanelFilesAndStopWithoutASoundServer) {
     // no sound server: said, and the rest works
     Keys(w, {XK_F6});
     Title("Cannot play: no sound server");
+    // the Output read-out at +6 dB: the result clips, and F10 fits the level
+    typeInto(420, "6");
     Keys(w, {XK_F3, XK_Return}); // Return in a file's field renders
-    // the clicks' peaks grow with the crisp engine: the result clips, and F10 fits the level
     EXPECT_NE(std::string::npos, Title("wrote renamed.wav with the crisp engine").find("clips"));
     EXPECT_TRUE(WaitFor([&] { return Pixels(w, kResultLane, kClipMark) > 0; }))
         << "the result's lane marks where it clips";
