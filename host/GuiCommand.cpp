@@ -37,7 +37,8 @@ MorvaneStudioEntry LoadStudio() {
 
 GuiCommand::GuiCommand(CLI::App& parent)
     : Command(parent, "gui",
-              "The plug-in's panel in a window with programs, files, render and playback; "
+              "The plug-in's panel in a window with programs, files, render, the waves, playback "
+              "with loops and a live preview of every change; "
               "IN OUT renders at once") {
     m_cmd
         ->add_option("files", m_files,
