@@ -1,5 +1,7 @@
 #include "CCrispOnsets.h"
 
+#include "CCrispKernels.h"
+
 #include <algorithm>
 #include <cmath>
 #include <iterator>
@@ -69,9 +71,8 @@ int64_t CCrispOnsets::Analyse(const float* x) {
         m_pTime[n] = x[n] * m_pWin[n];
     m_Fft.Forward(m_pTime, m_pRe, m_pIm);
     double flux = 0, bass = 0;
+    CCrispKernels::LogMagnitudes(m_pRe, m_pIm, m_nLow, m_nHigh, m_dNorm, kCompress, m_pLog);
     for (int k = m_nLow; k <= m_nHigh; ++k) {
-        const double m = std::sqrt(m_pRe[k] * m_pRe[k] + m_pIm[k] * m_pIm[k]) * m_dNorm;
-        m_pLog[k] = std::log1p(kCompress * m);
         const double rise = std::max(0.0, m_pLog[k] - m_pPrev[k]);
         flux += rise;
         if (k <= m_nBass)

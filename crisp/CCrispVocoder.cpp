@@ -1,5 +1,7 @@
 #include "CCrispVocoder.h"
 
+#include "CCrispKernels.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -103,60 +105,71 @@ void CCrispVocoder::Lock(int hop, double align) {
     for (int k = 0; k < bins; ++k)
         top = std::max(top, p2[k]);
     const double floor = top * 1e-10; // 100 dB down: dust, not partials worth a turn of their own
-    int peaks = 0;
-    for (int k = 1; k + 1 < bins; ++k) {
+    // A peak stands out of one neighbour each side, below m_nNarrow (the dense partials of low
+    // notes), else of two. Counted without branches: most bins are not peaks, unpredictably.
+    const auto peak = [&](int k) {
         const double v = p2[k];
-        // (below m_nNarrow, two bins apart: the dense partials of low notes)
-        if (v > floor && v > p2[k - 1] && v >= p2[k + 1] &&
-            (k < m_nNarrow || ((k < 2 || v > p2[k - 2]) && (k + 2 >= bins || v >= p2[k + 2]))))
+        return v > floor && v > p2[k - 1] && v >= p2[k + 1] &&
+               (k < m_nNarrow || ((k < 2 || v > p2[k - 2]) && (k + 2 >= bins || v >= p2[k + 2])));
+    };
+    int peaks = 0;
+    int k = 1;
+    for (; k < std::min(2, bins - 1); ++k)
+        if (peak(k))
             m_pPeaks[peaks++] = k;
+    for (; k + 2 < bins; ++k) {
+        const double v = p2[k];
+        const bool wide = (v > p2[k - 2]) & (v >= p2[k + 2]);
+        m_pPeaks[peaks] = k;
+        peaks += (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < m_nNarrow) | wide);
     }
-    const int synthesis = Hop();
+    for (; k + 1 < bins; ++k)
+        if (peak(k))
+            m_pPeaks[peaks++] = k;
     const double step = kTwoPi / m_nWindow;
+    // The peaks' own turns in one vectorised run, into the frame's room (free until the
+    // inverse transforms); a peak that joins another vocoder or aligns takes its own instead.
+    const bool dense = align != align;
+    double* ownRe = m_pTime;
+    double* ownIm = m_pTime + m_nWindow / 2;
+    if (dense)
+        CCrispKernels::Turns(m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm,
+                             m_pPeaks.get(), peaks, m_nWindow, hop, Hop(), ownRe, ownIm);
     int from = 0;
     for (int i = 0; i < peaks; ++i) {
         const int p = m_pPeaks[i];
-        double zr = 1, zi = 0;
-        const double mr = m_pMre[p], mi = m_pMim[p];
-        const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
-        const double yr = m_pOutRe[p], yi = m_pOutIm[p];
-        const double m = std::sqrt(mr * mr + mi * mi), y = std::sqrt(yr * yr + yi * yi);
-        const CCrispVocoder* o = m_pJoin;
-        const double wj = step * p / m_nJoinDown;
-        const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
-        if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
-            (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
-            // the other's partial at its frame's centre, moved on to this one's
-            double w = wj;
-            if (qr * qr + qi * qi > 1e-6 * m * m) {
-                const double expected = step * p * hop;
-                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                w = (expected + PrincipalArgument(measured - expected)) / hop / m_nJoinDown;
+        double zr = dense ? ownRe[i] : 1, zi = dense ? ownIm[i] : 0;
+        if (m_pJoin || !dense) {
+            const double mr = m_pMre[p], mi = m_pMim[p];
+            const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
+            const double m = std::sqrt(mr * mr + mi * mi);
+            const CCrispVocoder* o = m_pJoin;
+            const double wj = step * p / m_nJoinDown;
+            const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
+            if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
+                (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
+                // the other's partial at its frame's centre, moved on to this one's
+                double w = wj;
+                if (qr * qr + qi * qi > 1e-6 * m * m) {
+                    const double expected = step * p * hop;
+                    const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                    w = (expected + PrincipalArgument(measured - expected)) / hop / m_nJoinDown;
+                }
+                const double target = std::atan2(o->m_pOutIm[kj], o->m_pOutRe[kj]) +
+                                      std::numbers::pi * double(kj) + w * m_dJoinShift;
+                const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
+                zr = std::cos(turn);
+                zi = std::sin(turn);
+            } else if (!dense && m > 0) {
+                double w = step * p;
+                if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
+                    const double expected = step * p * hop;
+                    const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                    w = (expected + PrincipalArgument(measured - expected)) / hop;
+                }
+                zr = std::cos(w * align);
+                zi = std::sin(w * align);
             }
-            const double target = std::atan2(o->m_pOutIm[kj], o->m_pOutRe[kj]) +
-                                  std::numbers::pi * double(kj) + w * m_dJoinShift;
-            const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
-            zr = std::cos(turn);
-            zi = std::sin(turn);
-        } else if (align == align && m > 0) {
-            double w = step * p;
-            if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
-                const double expected = step * p * hop;
-                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                w = (expected + PrincipalArgument(measured - expected)) / hop;
-            }
-            zr = std::cos(w * align);
-            zi = std::sin(w * align);
-        } else if (m > 0 && y > 0 && (qr != 0 || qi != 0)) {
-            const double expected = step * p * hop;
-            const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-            const double advance =
-                (expected + PrincipalArgument(measured - expected)) * synthesis / hop;
-            const double c = std::cos(advance), s = std::sin(advance);
-            // the last output phase, advanced, less this frame's input phase
-            const double vr = (yr * c - yi * s) / y, vi = (yr * s + yi * c) / y;
-            zr = (vr * mr + vi * mi) / m;
-            zi = (vi * mr - vr * mi) / m;
         }
         // the region ends at the lowest bin before the next peak
         int to = bins;
@@ -173,7 +186,7 @@ void CCrispVocoder::Lock(int hop, double align) {
         }
         from = to;
     }
-    for (int k = from; k < bins; ++k) {
+    for (k = from; k < bins; ++k) {
         m_pZre[k] = 1;
         m_pZim[k] = 0;
     }
@@ -184,12 +197,10 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     const int bins = m_nActive;
     Analyse(left, m_pLre, m_pLim);
     Analyse(right, m_pRre, m_pRim);
+    CCrispKernels::Mix(m_pLre, m_pLim, m_pRre, m_pRim, m_pMre, m_pMim, m_pPower, bins);
     double both = 0, now = 0, before = 0;
-    for (int k = 0; k < bins; ++k) {
-        m_pMre[k] = m_pLre[k] + m_pRre[k];
-        m_pMim[k] = m_pLim[k] + m_pRim[k];
-        m_pPower[k] = m_pMre[k] * m_pMre[k] + m_pMim[k] * m_pMim[k];
-        if (steady > 0) {
+    if (steady > 0) {
+        for (int k = 0; k < bins; ++k) {
             const double q = m_pPrevRe[k] * m_pPrevRe[k] + m_pPrevIm[k] * m_pPrevIm[k];
             both += std::sqrt(m_pPower[k] * q);
             now += m_pPower[k];
@@ -216,20 +227,8 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
             }
         std::fill(m_pAttack, m_pAttack + bins, 0.0);
     }
-    for (int k = 0; k < bins; ++k) {
-        const double zr = m_pZre[k], zi = m_pZim[k];
-        m_pPrevRe[k] = m_pMre[k];
-        m_pPrevIm[k] = m_pMim[k];
-        m_pOutRe[k] = m_pMre[k] * zr - m_pMim[k] * zi;
-        m_pOutIm[k] = m_pMre[k] * zi + m_pMim[k] * zr;
-        double r = m_pLre[k], i = m_pLim[k];
-        m_pLre[k] = r * zr - i * zi;
-        m_pLim[k] = r * zi + i * zr;
-        r = m_pRre[k];
-        i = m_pRim[k];
-        m_pRre[k] = r * zr - i * zi;
-        m_pRim[k] = r * zi + i * zr;
-    }
+    CCrispKernels::Apply(m_pZre, m_pZim, m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm,
+                         m_pLre, m_pLim, m_pRre, m_pRim, bins);
     if (m_nSplit == 1 && share <= 0)
         return 0; // nothing of this frame is heard
     if (m_nSplit != 0) {
@@ -250,10 +249,8 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     for (const auto& [re, im] : {std::pair{m_pLre, m_pLim}, std::pair{m_pRre, m_pRim}}) {
         m_Fft.Inverse(re, im, m_pTime);
         double* acc = m_pAcc[c++];
-        for (int n = 0; n < first; ++n)
-            acc[m_nAccAt + n] += m_pTime[n] * m_pWin[n] * scale;
-        for (int n = first; n < m_nWindow; ++n)
-            acc[n - first] += m_pTime[n] * m_pWin[n] * scale;
+        CCrispKernels::AddWindowed(acc + m_nAccAt, m_pTime, m_pWin, scale, first);
+        CCrispKernels::AddWindowed(acc, m_pTime + first, m_pWin + first, scale, m_nWindow - first);
     }
     return share;
 }

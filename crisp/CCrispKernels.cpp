@@ -1,0 +1,229 @@
+#include "CCrispKernels.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <numbers>
+
+#include "CMorvaneIsa.h"
+
+// Each kernel's body is inlined into one function per instruction set, where the compiler
+// vectorises it at that width; selects stand where branches would stop it.
+#define CRISP_INLINE __attribute__((always_inline)) inline
+#define CRISP_AVX512 __attribute__((target("avx2,avx512f,avx512dq,prefer-vector-width=512")))
+#define CRISP_AVX2 __attribute__((target("avx2")))
+
+namespace {
+
+constexpr double kPi = std::numbers::pi;
+constexpr double kHalfPi = kPi / 2;
+// Adding 1.5 * 2^52 rounds a double below 2^51 to an integer, to nearest even, and leaves it in
+// the low bits of the sum.
+constexpr double kMagic = 6755399441055744.0;
+// pi / 2 in two parts, the first with 33 significant bits, so that k times it is exact.
+constexpr double kHalfPiHi = 1.5707963267341256;
+constexpr double kHalfPiLo = 6.077100506506192e-11;
+
+CRISP_INLINE double Round(double x) {
+    return (x + kMagic) - kMagic;
+}
+
+// atan(a) / a for a in [0, 1] as a polynomial in a^2 (Chebyshev fit, within 1.2e-8 rad).
+CRISP_INLINE double Atan2(double y, double x) {
+    const double ax = std::fabs(x), ay = std::fabs(y);
+    const double hi = std::max(ax, ay), lo = std::min(ax, ay);
+    const double a = lo / (hi > 0 ? hi : 1.0), t = a * a;
+    double r = 0.0028340990535335744 * t - 0.0160052252961844; // highest powers first
+    r = r * t + 0.04258803075277964;
+    r = r * t - 0.07495492400032608;
+    r = r * t + 0.10636782977434134;
+    r = r * t - 0.14202580389422537;
+    r = r * t + 0.19992485343081934;
+    r = r * t - 0.3333306692052772;
+    r = r * t + 0.9999999842747127;
+    r *= a;
+    r = ay > ax ? kHalfPi - r : r;
+    r = x < 0 ? kPi - r : r;
+    return std::copysign(r, y);
+}
+
+// Sine and cosine near zero (|r| <= pi / 4) as polynomials in r^2 (within 5e-11).
+CRISP_INLINE void SinCos(double x, double* sine, double* cosine) {
+    const double q = x * (2 / kPi) + kMagic;
+    const uint64_t quadrant = std::bit_cast<uint64_t>(q);
+    const double k = q - kMagic;
+    const double r = (x - k * kHalfPiHi) - k * kHalfPiLo, t = r * r;
+    double s = 2.7173515612883774e-06 * t - 0.0001983920299879191;
+    s = s * t + 0.008333328785876552;
+    s = s * t - 0.16666666631643648;
+    s = s * t + 0.9999999999957703;
+    s *= r;
+    double c = 2.437988213282474e-05 * t - 0.0013886618662613684;
+    c = c * t + 0.041666616720040434;
+    c = c * t - 0.4999999961524287;
+    c = c * t + 0.9999999999526701;
+    const bool odd = (quadrant & 1) != 0;
+    const double sv = odd ? c : s, cv = odd ? s : c;
+    *sine = (quadrant & 2) != 0 ? -sv : sv;
+    *cosine = ((quadrant + 1) & 2) != 0 ? -cv : cv;
+}
+
+// log(v) for v >= 1: v = 2^e f with f in [sqrt(1/2), sqrt(2)), log f = 2 atanh((f - 1) / (f + 1))
+// as a series (within 1e-10).
+CRISP_INLINE double Log(double v) {
+    constexpr uint64_t kSqrtHalf = 0x3FE6A09E667F3BCDull;
+    const uint64_t bits = std::bit_cast<uint64_t>(v);
+    const uint64_t e = (bits - kSqrtHalf) >> 52;
+    const double f = std::bit_cast<double>(bits - (e << 52));
+    const double power = std::bit_cast<double>(e | 0x4330000000000000ull) - 4503599627370496.0;
+    const double s = (f - 1) / (f + 1), t = s * s;
+    double p = t * (1.0 / 11) + 1.0 / 9;
+    p = p * t + 1.0 / 7;
+    p = p * t + 1.0 / 5;
+    p = p * t + 1.0 / 3;
+    return power * std::numbers::ln2 + (2 * s + 2 * s * t * p);
+}
+
+CRISP_INLINE void MixBody(const double* __restrict lre, const double* __restrict lim,
+                          const double* __restrict rre, const double* __restrict rim,
+                          double* __restrict mre, double* __restrict mim, double* __restrict power,
+                          int n) {
+    for (int k = 0; k < n; ++k) {
+        const double re = lre[k] + rre[k], im = lim[k] + rim[k];
+        mre[k] = re;
+        mim[k] = im;
+        power[k] = re * re + im * im;
+    }
+}
+
+CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restrict mim,
+                            const double* __restrict qre, const double* __restrict qim,
+                            const double* __restrict yre, const double* __restrict yim,
+                            const int* __restrict at, int n, int window, int hop, int synthesis,
+                            double* __restrict zre, double* __restrict zim) {
+    const double step = 2 * kPi / window, ratio = double(synthesis) / hop;
+    for (int i = 0; i < n; ++i) {
+        const int k = at[i];
+        const double mr = mre[k], mi = mim[k], qr = qre[k], qi = qim[k], yr = yre[k], yi = yim[k];
+        const double m2 = mr * mr + mi * mi, y2 = yr * yr + yi * yi, q2 = qr * qr + qi * qi;
+        const bool turned = m2 > 0 && y2 > 0 && q2 > 0;
+        const double expected = step * k * hop;
+        const double measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+        const double deviation = measured - expected;
+        const double advance =
+            (expected + (deviation - 2 * kPi * Round(deviation * (1 / (2 * kPi))))) * ratio;
+        double s = 0, c = 0;
+        SinCos(advance, &s, &c);
+        // the last output phase, advanced, less this frame's input phase
+        const double norm = 1 / std::sqrt(turned ? m2 * y2 : 1.0);
+        const double vr = yr * c - yi * s, vi = yr * s + yi * c;
+        zre[i] = turned ? (vr * mr + vi * mi) * norm : 1.0;
+        zim[i] = turned ? (vi * mr - vr * mi) * norm : 0.0;
+    }
+}
+
+CRISP_INLINE void ApplyBody(const double* __restrict zre, const double* __restrict zim,
+                            const double* __restrict mre, const double* __restrict mim,
+                            double* __restrict qre, double* __restrict qim, double* __restrict yre,
+                            double* __restrict yim, double* __restrict lre, double* __restrict lim,
+                            double* __restrict rre, double* __restrict rim, int n) {
+    for (int k = 0; k < n; ++k) {
+        const double zr = zre[k], zi = zim[k], mr = mre[k], mi = mim[k];
+        qre[k] = mr;
+        qim[k] = mi;
+        yre[k] = mr * zr - mi * zi;
+        yim[k] = mr * zi + mi * zr;
+        double r = lre[k], i = lim[k];
+        lre[k] = r * zr - i * zi;
+        lim[k] = r * zi + i * zr;
+        r = rre[k];
+        i = rim[k];
+        rre[k] = r * zr - i * zi;
+        rim[k] = r * zi + i * zr;
+    }
+}
+
+CRISP_INLINE void AddWindowedBody(double* __restrict acc, const double* __restrict x,
+                                  const double* __restrict w, double scale, int n) {
+    for (int i = 0; i < n; ++i)
+        acc[i] += x[i] * w[i] * scale;
+}
+
+CRISP_INLINE void LogMagnitudesBody(const double* __restrict re, const double* __restrict im,
+                                    int from, int to, double norm, double compress,
+                                    double* __restrict out) {
+    for (int k = from; k <= to; ++k)
+        out[k] = Log(1 + compress * (std::sqrt(re[k] * re[k] + im[k] * im[k]) * norm));
+}
+
+// One function per level for each kernel, and a dispatcher that picks one.
+#define CRISP_KERNEL(name, params, args)                                                           \
+    CRISP_AVX512 void name##512 params {                                                           \
+        name##Body args;                                                                           \
+    }                                                                                              \
+    CRISP_AVX2 void name##256 params {                                                             \
+        name##Body args;                                                                           \
+    }                                                                                              \
+    void name##Plain params {                                                                      \
+        name##Body args;                                                                           \
+    }                                                                                              \
+    void name##Any params {                                                                        \
+        static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();                           \
+        if (level == CMorvaneIsa::Avx512)                                                          \
+            name##512 args;                                                                        \
+        else if (level == CMorvaneIsa::Avx2)                                                       \
+            name##256 args;                                                                        \
+        else                                                                                       \
+            name##Plain args;                                                                      \
+    }
+
+CRISP_KERNEL(Mix,
+             (const double* lre, const double* lim, const double* rre, const double* rim,
+              double* mre, double* mim, double* power, int n),
+             (lre, lim, rre, rim, mre, mim, power, n))
+CRISP_KERNEL(Turns,
+             (const double* mre, const double* mim, const double* qre, const double* qim,
+              const double* yre, const double* yim, const int* at, int n, int window, int hop,
+              int synthesis, double* zre, double* zim),
+             (mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim))
+CRISP_KERNEL(Apply,
+             (const double* zre, const double* zim, const double* mre, const double* mim,
+              double* qre, double* qim, double* yre, double* yim, double* lre, double* lim,
+              double* rre, double* rim, int n),
+             (zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n))
+CRISP_KERNEL(AddWindowed, (double* acc, const double* x, const double* w, double scale, int n),
+             (acc, x, w, scale, n))
+CRISP_KERNEL(LogMagnitudes,
+             (const double* re, const double* im, int from, int to, double norm, double compress,
+              double* out),
+             (re, im, from, to, norm, compress, out))
+
+} // namespace
+
+void CCrispKernels::Mix(const double* lre, const double* lim, const double* rre, const double* rim,
+                        double* mre, double* mim, double* power, int n) {
+    MixAny(lre, lim, rre, rim, mre, mim, power, n);
+}
+
+void CCrispKernels::Turns(const double* mre, const double* mim, const double* qre,
+                          const double* qim, const double* yre, const double* yim, const int* at,
+                          int n, int window, int hop, int synthesis, double* zre, double* zim) {
+    TurnsAny(mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim);
+}
+
+void CCrispKernels::Apply(const double* zre, const double* zim, const double* mre,
+                          const double* mim, double* qre, double* qim, double* yre, double* yim,
+                          double* lre, double* lim, double* rre, double* rim, int n) {
+    ApplyAny(zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n);
+}
+
+void CCrispKernels::AddWindowed(double* acc, const double* x, const double* w, double scale,
+                                int n) {
+    AddWindowedAny(acc, x, w, scale, n);
+}
+
+void CCrispKernels::LogMagnitudes(const double* re, const double* im, int from, int to, double norm,
+                                  double compress, double* out) {
+    LogMagnitudesAny(re, im, from, to, norm, compress, out);
+}

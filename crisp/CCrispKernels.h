@@ -1,0 +1,35 @@
+#pragma once
+
+// The crisp engine's per-bin loops, compiled for each instruction set the splice engine has
+// kernels for and chosen by CMorvaneIsa::Detected() (so MORVANE_SIMD caps them too). They use
+// only additions, multiplications, divisions and square roots, never contracted, in the same
+// order on every path: each gives the same bits at every level.
+//
+// The trigonometry and logarithm are polynomials: atan2 within 2e-8 rad, sine and cosine within
+// 1e-10 of arguments up to 1e6 rad, the logarithm within 1e-10.
+class CCrispKernels {
+public:
+    // The sum of two channels' spectra and its power, over n bins.
+    static void Mix(const double* lre, const double* lim, const double* rre, const double* rim,
+                    double* mre, double* mim, double* power, int n);
+
+    // The turn (zre[i], zim[i]) of bin at[i], i < n, that moves its phase on from the last output
+    // frame at the pace of its own frequency: the frame's sum m against the last frame's q, at
+    // analysis hop `hop`, with the last output y advanced over the synthesis hop. A bin with no
+    // m, q or y is not turned. window: the transform's length.
+    static void Turns(const double* mre, const double* mim, const double* qre, const double* qim,
+                      const double* yre, const double* yim, const int* at, int n, int window,
+                      int hop, int synthesis, double* zre, double* zim);
+
+    // Applies the turns to the sum (kept in q as analysed, y as turned) and both channels.
+    static void Apply(const double* zre, const double* zim, const double* mre, const double* mim,
+                      double* qre, double* qim, double* yre, double* yim, double* lre, double* lim,
+                      double* rre, double* rim, int n);
+
+    // acc[i] += x[i] w[i] scale.
+    static void AddWindowed(double* acc, const double* x, const double* w, double scale, int n);
+
+    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out.
+    static void LogMagnitudes(const double* re, const double* im, int from, int to, double norm,
+                              double compress, double* out);
+};
