@@ -2,18 +2,20 @@
 
 #include <memory>
 
-#include "CMorvaneFft.h"
+#include "CMorvaneIsa.h"
 
-// A transform of n real samples through the engine's complex transform of n / 2 points: even and
-// odd samples ride as one complex sequence and are told apart afterwards. The spectrum has the
-// n / 2 + 1 bins from 0 to Nyquist as separate real and imaginary arrays. Forward is the plain
-// DFT (a full-scale sine of amplitude A peaks near A n / 4 under a Hann window); Inverse
-// returns its input.
+// A transform of n real samples through a complex transform of n / 2 points: even and odd
+// samples ride as one complex sequence and are told apart afterwards. The complex transform is a
+// radix-2 Stockham one on separate real and imaginary arrays, whose stages are straight runs that
+// vectorise; it is compiled for each instruction set the splice engine has kernels for
+// (MORVANE_SIMD caps it), every path giving the same bits. The spectrum has the n / 2 + 1 bins
+// from 0 to Nyquist as separate real and imaginary arrays. Forward is the plain DFT (a full-scale
+// sine of amplitude A peaks near A n / 4 under a Hann window); Inverse returns its input.
 class CRealFft {
 public:
-    static constexpr int kMaxPoints = 2 * CMorvaneFft::kMaxPoints;
+    static constexpr int kMaxPoints = 16384;
 
-    CRealFft();
+    explicit CRealFft(CMorvaneIsa::Level isa = CMorvaneIsa::Detected());
     CRealFft(const CRealFft&) = delete;
     CRealFft& operator=(const CRealFft&) = delete;
 
@@ -27,9 +29,10 @@ public:
     void Inverse(const double* re, const double* im, double* x);
 
 private:
-    CMorvaneFft m_Fft;
+    CMorvaneIsa::Level m_Isa;
     int m_nPoints = 0;
-    std::unique_ptr<double[]> m_pWork; // n / 2 complex values, interleaved
-    std::unique_ptr<double[]> m_pTwRe; // cos and sin of -2 pi k / n, k < n / 4 + 1
+    std::unique_ptr<double[]> m_pWork;   // two complex sequences of n / 2, real and imaginary apart
+    std::unique_ptr<double[]> m_pStages; // each stage's twiddles, real parts then imaginary
+    std::unique_ptr<double[]> m_pTwRe;   // cos and sin of -2 pi k / n, k < n / 2
     std::unique_ptr<double[]> m_pTwIm;
 };

@@ -11,6 +11,7 @@
 #include "CCrispOnsets.h"
 #include "CCrispTimeMap.h"
 #include "CCrispVocoder.h"
+#include "CMorvaneIsa.h"
 #include "CRealFft.h"
 #include "support/Signals.h"
 
@@ -18,11 +19,13 @@ namespace {
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
+// Every instruction set's path gives the same bits.
 TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
     CRealFft fft;
     EXPECT_FALSE(fft.Prepare(96));
     EXPECT_FALSE(fft.Prepare(2 * CRealFft::kMaxPoints));
-    for (int n : {64, 256}) {
+    CRealFft baseline(CMorvaneIsa::Baseline), avx2(CMorvaneIsa::Avx2);
+    for (int n : {4, 64, 256, 2048}) {
         ASSERT_TRUE(fft.Prepare(n));
         const auto noise = Signals::Noise(n, 1, 1.0, n);
         const std::vector<double> x(noise.begin(), noise.end());
@@ -40,6 +43,15 @@ TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
         EXPECT_EQ(spectrum, re); // the spectrum is kept
         for (int j = 0; j < n; ++j)
             ASSERT_NEAR(x[j], back[j], 1e-12) << n << " " << j;
+        for (CRealFft* other : {&baseline, &avx2}) {
+            ASSERT_TRUE(other->Prepare(n));
+            std::vector<double> re2(n / 2 + 1), im2(n / 2 + 1), back2(n);
+            other->Forward(x.data(), re2.data(), im2.data());
+            other->Inverse(re.data(), im.data(), back2.data());
+            EXPECT_EQ(re, re2) << n;
+            EXPECT_EQ(im, im2) << n;
+            EXPECT_EQ(back, back2) << n;
+        }
     }
 }
 
