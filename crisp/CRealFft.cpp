@@ -15,11 +15,8 @@ namespace {
 // One radix-4 stage, decimation in frequency, natural order in and out: m groups p of `stride`
 // elements q, each four (p, p + m, p + 2m, p + 3m) going to 4p ... 4p + 3 through a 4-point
 // transform, output j turned by W^(jp) (w: W^p, W^2p, W^3p, each its real parts then imaginary).
-// The inputs come as four streams a..d, the outputs go to four, each at its own pointer, so that
-// the compiler sees that none overlaps.
-struct Streams {
-    const double *ar, *ai, *br, *bi, *cr, *ci, *dr, *di;
-};
+// The inputs come as four streams a..d and the outputs go to four, each at its own pointer; the
+// loops around it say (ivdep) that no stream overlaps another.
 
 CRISP_INLINE void Radix4(const double* __restrict ar, const double* __restrict ai,
                          const double* __restrict br, const double* __restrict bi,
@@ -129,7 +126,7 @@ CRISP_INLINE bool Complex(double* xr, double* xi, double* yr, double* yi, const 
 
 struct Plan {
     int h;
-    double* work;      // 4 h + 2: xr, xi, yr, yi
+    double* work;      // 4 h: xr, xi, yr, yi
     const double* w;   // the stages' twiddles
     const double* twr; // the real transform's
     const double* twi;
