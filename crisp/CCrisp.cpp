@@ -9,6 +9,7 @@
 #include <numbers>
 #include <utility>
 
+#include "CCrispKernels.h"
 #include "SampleClean.h"
 #include "SampleRateRange.h"
 
@@ -501,9 +502,7 @@ void CCrisp::Decimate() {
         for (int ch = 0; ch < 2; ++ch) {
             double sum = 0;
             if (straight) {
-                const float* x = m_pRing[ch] + at;
-                for (int i = 0; i <= 2 * kReach; ++i)
-                    sum += m_dTaps[i] * x[i];
+                sum = CCrispKernels::Dot(m_dTaps, m_pRing[ch] + at, 2 * kReach + 1);
             } else {
                 for (int i = -kReach; i <= kReach; ++i)
                     if (t + i >= 0 && t + i < m_nIn)

@@ -157,6 +157,20 @@ CRISP_INLINE void LogMagnitudesBody(const double* __restrict re, const double* _
         out[k] = Log(1 + compress * (std::sqrt(re[k] * re[k] + im[k] * im[k]) * norm));
 }
 
+CRISP_INLINE double DotBody(const double* __restrict taps, const float* __restrict x, int n) {
+    double part[8] = {};
+    int k = 0;
+    for (; k + 8 <= n; k += 8)
+        for (int j = 0; j < 8; ++j)
+            part[j] += taps[k + j] * x[k + j];
+    double rest = 0;
+    for (; k < n; ++k)
+        rest += taps[k] * x[k];
+    return (((part[0] + part[1]) + (part[2] + part[3])) +
+            ((part[4] + part[5]) + (part[6] + part[7]))) +
+           rest;
+}
+
 // One function per level for each kernel, and a dispatcher that picks one.
 #define CRISP_KERNEL(name, params, args)                                                           \
     CRISP_AVX512 void name##512 params {                                                           \
@@ -199,7 +213,24 @@ CRISP_KERNEL(LogMagnitudes,
               double* out),
              (re, im, from, to, norm, compress, out))
 
+// (Dot returns a value)
+CRISP_AVX512 double Dot512(const double* taps, const float* x, int n) {
+    return DotBody(taps, x, n);
+}
+CRISP_AVX2 double Dot256(const double* taps, const float* x, int n) {
+    return DotBody(taps, x, n);
+}
+double DotPlain(const double* taps, const float* x, int n) {
+    return DotBody(taps, x, n);
+}
 } // namespace
+
+double CCrispKernels::Dot(const double* taps, const float* x, int n) {
+    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
+    return level == CMorvaneIsa::Avx512 ? Dot512(taps, x, n)
+           : level == CMorvaneIsa::Avx2 ? Dot256(taps, x, n)
+                                        : DotPlain(taps, x, n);
+}
 
 void CCrispKernels::Mix(const double* lre, const double* lim, const double* rre, const double* rim,
                         double* mre, double* mim, double* power, int n) {

@@ -29,6 +29,10 @@ public:
     // acc[i] += x[i] w[i] scale.
     static void AddWindowed(double* acc, const double* x, const double* w, double scale, int n);
 
+    // The sum of taps[k] x[k] for k < n, in eight interleaved partial sums (the same at every
+    // level).
+    static double Dot(const double* taps, const float* x, int n);
+
     // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out.
     static void LogMagnitudes(const double* re, const double* im, int from, int to, double norm,
                               double compress, double* out);
