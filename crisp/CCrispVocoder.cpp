@@ -101,9 +101,17 @@ void CCrispVocoder::Attack(const float* left, const float* right) {
 void CCrispVocoder::Lock(int hop, double align) {
     const int bins = m_nActive;
     const double* p2 = m_pPower;
+    // the largest, in eight interleaved runs that vectorise
+    double part[8] = {};
+    int k = 0;
+    for (; k + 8 <= bins; k += 8)
+        for (int j = 0; j < 8; ++j)
+            part[j] = std::max(part[j], p2[k + j]);
     double top = 0;
-    for (int k = 0; k < bins; ++k)
+    for (; k < bins; ++k)
         top = std::max(top, p2[k]);
+    for (double v : part)
+        top = std::max(top, v);
     const double floor = top * 1e-10; // 100 dB down: dust, not partials worth a turn of their own
     // A peak stands out of one neighbour each side, below m_nNarrow (the dense partials of low
     // notes), else of two. Counted without branches: most bins are not peaks, unpredictably.
@@ -112,20 +120,21 @@ void CCrispVocoder::Lock(int hop, double align) {
         return v > floor && v > p2[k - 1] && v >= p2[k + 1] &&
                (k < m_nNarrow || ((k < 2 || v > p2[k - 2]) && (k + 2 >= bins || v >= p2[k + 2])));
     };
+    int* found = m_pPeaks.get();
+    const int narrow = m_nNarrow; // (not read again after each store into found)
     int peaks = 0;
-    int k = 1;
-    for (; k < std::min(2, bins - 1); ++k)
+    for (k = 1; k < std::min(2, bins - 1); ++k)
         if (peak(k))
-            m_pPeaks[peaks++] = k;
+            found[peaks++] = k;
     for (; k + 2 < bins; ++k) {
         const double v = p2[k];
         const bool wide = (v > p2[k - 2]) & (v >= p2[k + 2]);
-        m_pPeaks[peaks] = k;
-        peaks += (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < m_nNarrow) | wide);
+        found[peaks] = k;
+        peaks += (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < narrow) | wide);
     }
     for (; k + 1 < bins; ++k)
         if (peak(k))
-            m_pPeaks[peaks++] = k;
+            found[peaks++] = k;
     const double step = kTwoPi / m_nWindow;
     // The peaks' own turns in one vectorised run, into the frame's room (free until the
     // inverse transforms); a peak that joins another vocoder or aligns takes its own instead.
@@ -175,14 +184,16 @@ void CCrispVocoder::Lock(int hop, double align) {
         int to = bins;
         if (i + 1 < peaks) {
             to = p + 1;
-            for (int k = p + 1; k < m_pPeaks[i + 1]; ++k)
-                if (p2[k] < p2[to])
-                    to = k;
-            to = std::max(to, p + 1);
+            double lowest = p2[to];
+            for (int j = p + 2, next = m_pPeaks[i + 1]; j < next; ++j)
+                if (p2[j] < lowest) {
+                    lowest = p2[j];
+                    to = j;
+                }
         }
-        for (int k = from; k < to; ++k) {
-            m_pZre[k] = zr;
-            m_pZim[k] = zi;
+        for (int j = from; j < to; ++j) {
+            m_pZre[j] = zr;
+            m_pZim[j] = zi;
         }
         from = to;
     }
