@@ -479,15 +479,11 @@ void CCrisp::AddLow(int64_t from, int n) {
         float* run = m_pFrame[ch];
         for (int k = 0; k < count; ++k)
             run[k] = m_pLowOut[ch][(first + k) & (m_nLowRing - 1)];
-        for (int i = 0; i < n; ++i) {
-            const int64_t t = from + i, top = FloorDiv(t + kReach, kDown);
-            const double* taps = m_dPhase[t + kReach - kDown * top];
-            const float* x = run + (top - first);
-            double sum = 0;
-            for (int k = 0; k < kPhaseTaps; ++k)
-                sum += taps[k] * x[-k];
-            m_pHop[ch][i] += static_cast<float>(sum);
-        }
+        // output i: phase (from + i + kReach) mod kDown, from quarter-rate sample (...) / kDown
+        static_assert(kDown == 4, "the kernel interpolates by four");
+        const int64_t top = FloorDiv(from + kReach, kDown);
+        CCrispKernels::Upsample(&m_dPhase[0][0], kPhaseTaps, run + (top - first),
+                                static_cast<int>(from + kReach - kDown * top), n, m_pHop[ch]);
     }
 }
 

@@ -171,6 +171,31 @@ CRISP_INLINE double DotBody(const double* __restrict taps, const float* __restri
            rest;
 }
 
+// By phase, in blocks: the outputs of one phase are every fourth, their inputs consecutive.
+CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const float* __restrict x,
+                               int j0, int n, float* __restrict out) {
+    constexpr int kBlock = 64;
+    double acc[kBlock];
+    for (int start = 0; start < n; start += 4 * kBlock) {
+        const int end = std::min(n, start + 4 * kBlock);
+        for (int j = 0; j < 4; ++j) {
+            const int i0 = start + ((j - j0 - start) & 3);
+            if (i0 >= end)
+                continue;
+            const int count = (end - 1 - i0) / 4 + 1;
+            const float* from = x + ((j0 + i0) >> 2);
+            const double* c = phase + j * taps;
+            for (int r = 0; r < count; ++r)
+                acc[r] = 0;
+            for (int k = 0; k < taps; ++k)
+                for (int r = 0; r < count; ++r)
+                    acc[r] += c[k] * from[r - k];
+            for (int r = 0; r < count; ++r)
+                out[i0 + 4 * r] += static_cast<float>(acc[r]);
+        }
+    }
+}
+
 // One function per level for each kernel, and a dispatcher that picks one.
 #define CRISP_KERNEL(name, params, args)                                                           \
     CRISP_AVX512 void name##512 params {                                                           \
@@ -208,6 +233,8 @@ CRISP_KERNEL(Apply,
              (zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n))
 CRISP_KERNEL(AddWindowed, (double* acc, const double* x, const double* w, double scale, int n),
              (acc, x, w, scale, n))
+CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
+             (phase, taps, x, j0, n, out))
 CRISP_KERNEL(LogMagnitudes,
              (const double* re, const double* im, int from, int to, double norm, double compress,
               double* out),
@@ -252,6 +279,11 @@ void CCrispKernels::Apply(const double* zre, const double* zim, const double* mr
 void CCrispKernels::AddWindowed(double* acc, const double* x, const double* w, double scale,
                                 int n) {
     AddWindowedAny(acc, x, w, scale, n);
+}
+
+void CCrispKernels::Upsample(const double* phase, int taps, const float* x, int j0, int n,
+                             float* out) {
+    UpsampleAny(phase, taps, x, j0, n, out);
 }
 
 void CCrispKernels::LogMagnitudes(const double* re, const double* im, int from, int to, double norm,

@@ -33,6 +33,11 @@ public:
     // level).
     static double Dot(const double* taps, const float* x, int n);
 
+    // Interpolation to four times the rate through a filter by phase: out[i] gets the sum of
+    // phase[j taps + k] x[m - k] for k < taps, where m and j are the quotient and the remainder
+    // of (j0 + i) / 4 (j0 < 4). Summed in the order of k, per output, as a plain loop would.
+    static void Upsample(const double* phase, int taps, const float* x, int j0, int n, float* out);
+
     // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out.
     static void LogMagnitudes(const double* re, const double* im, int from, int to, double norm,
                               double compress, double* out);
