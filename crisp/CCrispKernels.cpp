@@ -85,6 +85,28 @@ CRISP_INLINE double Log(double v) {
     return power * std::numbers::ln2 + (2 * s + 2 * s * t * p);
 }
 
+// Flags in vectorised runs, then their bins gathered without branches.
+CRISP_INLINE int PeaksBody(const double* __restrict p2, int from, int to, int narrow, double floor,
+                           int* __restrict found) {
+    constexpr int kBlock = 256;
+    unsigned char flag[kBlock];
+    int count = 0;
+    for (int start = from; start < to; start += kBlock) {
+        const int end = std::min(to, start + kBlock);
+        for (int k = start; k < end; ++k) {
+            const double v = p2[k];
+            const bool wide = (v > p2[k - 2]) & (v >= p2[k + 2]);
+            flag[k - start] =
+                (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < narrow) | wide);
+        }
+        for (int k = start; k < end; ++k) {
+            found[count] = k;
+            count += flag[k - start];
+        }
+    }
+    return count;
+}
+
 CRISP_INLINE void MixBody(const double* __restrict lre, const double* __restrict lim,
                           const double* __restrict rre, const double* __restrict rim,
                           double* __restrict mre, double* __restrict mim, double* __restrict power,
@@ -240,7 +262,18 @@ CRISP_KERNEL(LogMagnitudes,
               double* out),
              (re, im, from, to, norm, compress, out))
 
-// (Dot returns a value)
+// (these return a value)
+CRISP_AVX512 int Peaks512(const double* p2, int from, int to, int narrow, double floor,
+                          int* found) {
+    return PeaksBody(p2, from, to, narrow, floor, found);
+}
+CRISP_AVX2 int Peaks256(const double* p2, int from, int to, int narrow, double floor, int* found) {
+    return PeaksBody(p2, from, to, narrow, floor, found);
+}
+int PeaksPlain(const double* p2, int from, int to, int narrow, double floor, int* found) {
+    return PeaksBody(p2, from, to, narrow, floor, found);
+}
+
 CRISP_AVX512 double Dot512(const double* taps, const float* x, int n) {
     return DotBody(taps, x, n);
 }
@@ -251,6 +284,14 @@ double DotPlain(const double* taps, const float* x, int n) {
     return DotBody(taps, x, n);
 }
 } // namespace
+
+int CCrispKernels::Peaks(const double* power, int from, int to, int narrow, double floor,
+                         int* found) {
+    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
+    return level == CMorvaneIsa::Avx512 ? Peaks512(power, from, to, narrow, floor, found)
+           : level == CMorvaneIsa::Avx2 ? Peaks256(power, from, to, narrow, floor, found)
+                                        : PeaksPlain(power, from, to, narrow, floor, found);
+}
 
 double CCrispKernels::Dot(const double* taps, const float* x, int n) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();

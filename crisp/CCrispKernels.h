@@ -9,6 +9,11 @@
 // 1e-10 of arguments up to 1e6 rad, the logarithm within 1e-10.
 class CCrispKernels {
 public:
+    // The peaks among bins from to to - 1 (each with two neighbours either side) into found, in
+    // order; returns their count. A peak is above floor, above the bin below and not below the
+    // bin above, and, from bin narrow on, the same against the bins two away.
+    static int Peaks(const double* power, int from, int to, int narrow, double floor, int* found);
+
     // The sum of two channels' spectra and its power, over n bins.
     static void Mix(const double* lre, const double* lim, const double* rre, const double* rim,
                     double* mre, double* mim, double* power, int n);

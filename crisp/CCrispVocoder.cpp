@@ -80,9 +80,7 @@ void CCrispVocoder::Restart() {
 }
 
 void CCrispVocoder::Analyse(const float* x, double* re, double* im) {
-    for (int n = 0; n < m_nWindow; ++n)
-        m_pTime[n] = x[n] * m_pWin[n];
-    m_Fft.Forward(m_pTime, re, im);
+    m_Fft.Forward(x, m_pWin, re, im);
 }
 
 void CCrispVocoder::Attack(const float* left, const float* right) {
@@ -114,23 +112,20 @@ void CCrispVocoder::Lock(int hop, double align) {
         top = std::max(top, v);
     const double floor = top * 1e-10; // 100 dB down: dust, not partials worth a turn of their own
     // A peak stands out of one neighbour each side, below m_nNarrow (the dense partials of low
-    // notes), else of two. Counted without branches: most bins are not peaks, unpredictably.
+    // notes), else of two.
     const auto peak = [&](int k) {
         const double v = p2[k];
         return v > floor && v > p2[k - 1] && v >= p2[k + 1] &&
                (k < m_nNarrow || ((k < 2 || v > p2[k - 2]) && (k + 2 >= bins || v >= p2[k + 2])));
     };
     int* found = m_pPeaks.get();
-    const int narrow = m_nNarrow; // (not read again after each store into found)
     int peaks = 0;
     for (k = 1; k < std::min(2, bins - 1); ++k)
         if (peak(k))
             found[peaks++] = k;
-    for (; k + 2 < bins; ++k) {
-        const double v = p2[k];
-        const bool wide = (v > p2[k - 2]) & (v >= p2[k + 2]);
-        found[peaks] = k;
-        peaks += (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < narrow) | wide);
+    if (k + 2 < bins) {
+        peaks += CCrispKernels::Peaks(p2, k, bins - 2, m_nNarrow, floor, found + peaks);
+        k = bins - 2;
     }
     for (; k + 1 < bins; ++k)
         if (peak(k))
