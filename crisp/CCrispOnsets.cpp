@@ -31,12 +31,11 @@ void CCrispOnsets::Configure(int frame, int rate) {
         m_nFrame = frame;
         m_Fft.Prepare(frame);
         const int bins = frame / 2 + 1;
-        // One zeroed allocation: the window, a frame, a spectrum and two rows of magnitudes.
-        m_pStore = std::make_unique<double[]>(2 * frame + 2 * bins + 2 * (bins + 1));
+        // One zeroed allocation: the window, a spectrum and two rows of magnitudes.
+        m_pStore = std::make_unique<double[]>(frame + 2 * bins + 2 * (bins + 1));
         double* next = m_pStore.get();
         const auto take = [&](int n) { return std::exchange(next, next + n); };
         m_pWin = take(frame);
-        m_pTime = take(frame);
         m_pRe = take(bins);
         m_pIm = take(bins);
         m_pLog = take(bins + 1);
@@ -67,9 +66,7 @@ void CCrispOnsets::Restart() {
 }
 
 int64_t CCrispOnsets::Analyse(const float* x) {
-    for (int n = 0; n < m_nFrame; ++n)
-        m_pTime[n] = x[n] * m_pWin[n];
-    m_Fft.Forward(m_pTime, m_pRe, m_pIm);
+    m_Fft.Forward(x, m_pWin, m_pRe, m_pIm);
     double flux = 0, bass = 0;
     CCrispKernels::LogMagnitudes(m_pRe, m_pIm, m_nLow, m_nHigh, m_dNorm, kCompress, m_pLog);
     for (int k = m_nLow; k <= m_nHigh; ++k) {

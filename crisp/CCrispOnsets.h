@@ -45,7 +45,6 @@ private:
     double m_dNorm = 1;                 // full-scale sine to magnitude 1
     std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
     double* m_pWin = nullptr;
-    double* m_pTime = nullptr;
     double* m_pRe = nullptr;
     double* m_pIm = nullptr;
     double* m_pLog = nullptr;  // this frame's compressed magnitudes

@@ -173,14 +173,30 @@ CRISP_INLINE void Pack(const double* __restrict tr, const double* __restrict ti,
     }
 }
 
-CRISP_INLINE void ForwardBody(const Plan& plan, const double* __restrict x, double* __restrict re,
+// The samples, times the window when there is one, into even and odd.
+template <typename T>
+CRISP_INLINE void Split(const T* __restrict x, const double* __restrict window, int h,
+                        double* __restrict xr, double* __restrict xi) {
+    if (window) {
+        for (int i = 0; i < h; ++i) {
+            xr[i] = x[2 * i] * window[2 * i];
+            xi[i] = x[2 * i + 1] * window[2 * i + 1];
+        }
+    } else {
+        for (int i = 0; i < h; ++i) {
+            xr[i] = x[2 * i];
+            xi[i] = x[2 * i + 1];
+        }
+    }
+}
+
+template <typename T>
+CRISP_INLINE void ForwardBody(const Plan& plan, const T* __restrict x,
+                              const double* __restrict window, double* __restrict re,
                               double* __restrict im) {
     const int h = plan.h;
     double *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
-    for (int i = 0; i < h; ++i) {
-        xr[i] = x[2 * i];
-        xi[i] = x[2 * i + 1];
-    }
+    Split(x, window, h, xr, xi);
     if (Complex(xr, xi, yr, yi, plan.w, h))
         Unpack(yr, yi, plan.twr, plan.twi, h, re, im);
     else
@@ -204,14 +220,19 @@ CRISP_INLINE void InverseBody(const Plan& plan, const double* __restrict re,
     }
 }
 
-CRISP_AVX512 void Forward512(const Plan& plan, const double* x, double* re, double* im) {
-    ForwardBody(plan, x, re, im);
+template <typename T>
+CRISP_AVX512 void Forward512(const Plan& plan, const T* x, const double* window, double* re,
+                             double* im) {
+    ForwardBody(plan, x, window, re, im);
 }
-CRISP_AVX2 void Forward256(const Plan& plan, const double* x, double* re, double* im) {
-    ForwardBody(plan, x, re, im);
+template <typename T>
+CRISP_AVX2 void Forward256(const Plan& plan, const T* x, const double* window, double* re,
+                           double* im) {
+    ForwardBody(plan, x, window, re, im);
 }
-void ForwardPlain(const Plan& plan, const double* x, double* re, double* im) {
-    ForwardBody(plan, x, re, im);
+template <typename T>
+void ForwardPlain(const Plan& plan, const T* x, const double* window, double* re, double* im) {
+    ForwardBody(plan, x, window, re, im);
 }
 CRISP_AVX512 void Inverse512(const Plan& plan, const double* re, const double* im, double* x) {
     InverseBody(plan, re, im, x);
@@ -256,15 +277,24 @@ bool CRealFft::Prepare(int n) {
     return true;
 }
 
-void CRealFft::Forward(const double* x, double* re, double* im) {
+template <typename T>
+void CRealFft::Transform(const T* x, const double* window, double* re, double* im) {
     const int h = m_nPoints / 2;
     const Plan plan{h, m_pWork.get(), m_pStages.get(), m_pTwRe.get(), m_pTwIm.get()};
     if (m_Isa == CMorvaneIsa::Avx512)
-        Forward512(plan, x, re, im);
+        Forward512(plan, x, window, re, im);
     else if (m_Isa == CMorvaneIsa::Avx2)
-        Forward256(plan, x, re, im);
+        Forward256(plan, x, window, re, im);
     else
-        ForwardPlain(plan, x, re, im);
+        ForwardPlain(plan, x, window, re, im);
+}
+
+void CRealFft::Forward(const double* x, double* re, double* im) {
+    Transform(x, nullptr, re, im);
+}
+
+void CRealFft::Forward(const float* x, const double* window, double* re, double* im) {
+    Transform(x, window, re, im);
 }
 
 void CRealFft::Inverse(const double* re, const double* im, double* x) {

@@ -24,11 +24,15 @@ public:
     int Points() const { return m_nPoints; }
 
     void Forward(const double* x, double* re, double* im);
+    // The same of x[i] window[i], each product taken in double precision.
+    void Forward(const float* x, const double* window, double* re, double* im);
     // Overwrites nothing it is given: re and im keep the spectrum. The imaginary parts of bins 0
     // and n / 2 are taken as zero, as for any real signal.
     void Inverse(const double* re, const double* im, double* x);
 
 private:
+    template <typename T> void Transform(const T* x, const double* window, double* re, double* im);
+
     CMorvaneIsa::Level m_Isa;
     int m_nPoints = 0;
     std::unique_ptr<double[]> m_pWork;   // two complex sequences of n / 2, real and imaginary apart
