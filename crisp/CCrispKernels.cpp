@@ -50,9 +50,10 @@ CRISP_INLINE double Atan2(double y, double x) {
 
 // Sine and cosine near zero (|r| <= pi / 4) as polynomials in r^2 (within 5e-11).
 CRISP_INLINE void SinCos(double x, double* sine, double* cosine) {
-    const double q = x * (2 / kPi) + kMagic;
-    const uint64_t quadrant = std::bit_cast<uint64_t>(q);
-    const double k = q - kMagic;
+    const double k = Round(x * (2 / kPi));
+    // k mod 4 in doubles, exactly: no 64-bit integer compares, which SSE2 lacks
+    const double quarter = k * 0.25, near = Round(quarter);
+    const double quadrant = k - 4 * (near > quarter ? near - 1 : near);
     const double r = (x - k * kHalfPiHi) - k * kHalfPiLo, t = r * r;
     double s = 2.7173515612883774e-06 * t - 0.0001983920299879191;
     s = s * t + 0.008333328785876552;
@@ -63,10 +64,10 @@ CRISP_INLINE void SinCos(double x, double* sine, double* cosine) {
     c = c * t + 0.041666616720040434;
     c = c * t - 0.4999999961524287;
     c = c * t + 0.9999999999526701;
-    const bool odd = (quadrant & 1) != 0;
+    const bool odd = quadrant == 1 || quadrant == 3;
     const double sv = odd ? c : s, cv = odd ? s : c;
-    *sine = (quadrant & 2) != 0 ? -sv : sv;
-    *cosine = ((quadrant + 1) & 2) != 0 ? -cv : cv;
+    *sine = quadrant >= 2 ? -sv : sv;
+    *cosine = quadrant == 1 || quadrant == 2 ? -cv : cv;
 }
 
 // log(v) for v >= 1: v = 2^e f with f in [sqrt(1/2), sqrt(2)), log f = 2 atanh((f - 1) / (f + 1))
@@ -125,23 +126,39 @@ CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restri
                             const int* __restrict at, int n, int window, int hop, int synthesis,
                             double* __restrict zre, double* __restrict zim) {
     const double step = 2 * kPi / window, ratio = double(synthesis) / hop;
-    for (int i = 0; i < n; ++i) {
-        const int k = at[i];
-        const double mr = mre[k], mi = mim[k], qr = qre[k], qi = qim[k], yr = yre[k], yi = yim[k];
-        const double m2 = mr * mr + mi * mi, y2 = yr * yr + yi * yi, q2 = qr * qr + qi * qi;
-        const bool turned = m2 > 0 && y2 > 0 && q2 > 0;
-        const double expected = step * k * hop;
-        const double measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-        const double deviation = measured - expected;
-        const double advance =
-            (expected + (deviation - 2 * kPi * Round(deviation * (1 / (2 * kPi))))) * ratio;
-        double s = 0, c = 0;
-        SinCos(advance, &s, &c);
-        // the last output phase, advanced, less this frame's input phase
-        const double norm = 1 / std::sqrt(turned ? m2 * y2 : 1.0);
-        const double vr = yr * c - yi * s, vi = yr * s + yi * c;
-        zre[i] = turned ? (vr * mr + vi * mi) * norm : 1.0;
-        zim[i] = turned ? (vi * mr - vr * mi) * norm : 0.0;
+    // gathered a block at a time into straight runs, which vectorise at every level
+    constexpr int kBlock = 64;
+    double bins[kBlock], g[6][kBlock];
+    for (int start = 0; start < n; start += kBlock) {
+        const int count = std::min(kBlock, n - start);
+        for (int j = 0; j < count; ++j) {
+            const int k = at[start + j];
+            bins[j] = k;
+            g[0][j] = mre[k];
+            g[1][j] = mim[k];
+            g[2][j] = qre[k];
+            g[3][j] = qim[k];
+            g[4][j] = yre[k];
+            g[5][j] = yim[k];
+        }
+        for (int j = 0; j < count; ++j) {
+            const double mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], yr = g[4][j],
+                         yi = g[5][j];
+            const double m2 = mr * mr + mi * mi, y2 = yr * yr + yi * yi, q2 = qr * qr + qi * qi;
+            const bool turned = m2 > 0 && y2 > 0 && q2 > 0;
+            const double expected = step * bins[j] * hop;
+            const double measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+            const double deviation = measured - expected;
+            const double advance =
+                (expected + (deviation - 2 * kPi * Round(deviation * (1 / (2 * kPi))))) * ratio;
+            double s = 0, c = 0;
+            SinCos(advance, &s, &c);
+            // the last output phase, advanced, less this frame's input phase
+            const double norm = 1 / std::sqrt(turned ? m2 * y2 : 1.0);
+            const double vr = yr * c - yi * s, vi = yr * s + yi * c;
+            zre[start + j] = turned ? (vr * mr + vi * mi) * norm : 1.0;
+            zim[start + j] = turned ? (vi * mr - vr * mi) * norm : 0.0;
+        }
     }
 }
 
