@@ -7,7 +7,8 @@
 
 // Each body is inlined into one function per instruction set, where the compiler vectorises it.
 #define CRISP_INLINE __attribute__((always_inline)) inline
-#define CRISP_AVX512 __attribute__((target("avx2,avx512f,avx512dq,prefer-vector-width=512")))
+// (only what CMorvaneIsa::Supported checks for the level: F and BW)
+#define CRISP_AVX512 __attribute__((target("avx2,avx512f,avx512bw,prefer-vector-width=512")))
 #define CRISP_AVX2 __attribute__((target("avx2")))
 
 namespace {
