@@ -184,12 +184,6 @@ CRISP_INLINE void ApplyBody(const double* __restrict zre, const double* __restri
     }
 }
 
-CRISP_INLINE void AddWindowedBody(double* __restrict acc, const double* __restrict x,
-                                  const double* __restrict w, double scale, int n) {
-    for (int i = 0; i < n; ++i)
-        acc[i] += x[i] * w[i] * scale;
-}
-
 CRISP_INLINE void LogMagnitudesBody(const double* __restrict re, const double* __restrict im,
                                     int from, int to, double norm, double compress,
                                     double* __restrict out) {
@@ -271,8 +265,6 @@ CRISP_KERNEL(Apply,
               double* qre, double* qim, double* yre, double* yim, double* lre, double* lim,
               double* rre, double* rim, int n),
              (zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n))
-CRISP_KERNEL(AddWindowed, (double* acc, const double* x, const double* w, double scale, int n),
-             (acc, x, w, scale, n))
 CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
              (phase, taps, x, j0, n, out))
 CRISP_KERNEL(LogMagnitudes,
@@ -333,11 +325,6 @@ void CCrispKernels::Apply(const double* zre, const double* zim, const double* mr
                           const double* mim, double* qre, double* qim, double* yre, double* yim,
                           double* lre, double* lim, double* rre, double* rim, int n) {
     ApplyAny(zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n);
-}
-
-void CCrispKernels::AddWindowed(double* acc, const double* x, const double* w, double scale,
-                                int n) {
-    AddWindowedAny(acc, x, w, scale, n);
 }
 
 void CCrispKernels::Upsample(const double* phase, int taps, const float* x, int j0, int n,

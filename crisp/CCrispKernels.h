@@ -31,9 +31,6 @@ public:
                       double* qre, double* qim, double* yre, double* yim, double* lre, double* lim,
                       double* rre, double* rim, int n);
 
-    // acc[i] += x[i] w[i] scale.
-    static void AddWindowed(double* acc, const double* x, const double* w, double scale, int n);
-
     // The sum of taps[k] x[k] for k < n, in eight interleaved partial sums (the same at every
     // level).
     static double Dot(const double* taps, const float* x, int n);

@@ -26,7 +26,8 @@ void CCrispVocoder::Configure(int window) {
     m_nWindow = window;
     m_nBins = window / 2 + 1;
     m_Fft.Prepare(window);
-    // One zeroed allocation: the window and a frame, 15 spectra and two overlap-add windows.
+    // One zeroed allocation: the window, the phase lock's room, 15 spectra and two overlap-add
+    // windows.
     double** spectra[] = {&m_pLre,   &m_pLim,   &m_pRre,    &m_pRim,    &m_pMre,
                           &m_pMim,   &m_pPower, &m_pAttack, &m_pPrevRe, &m_pPrevIm,
                           &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim,    &m_pMask};
@@ -36,7 +37,7 @@ void CCrispVocoder::Configure(int window) {
     double* next = m_pStore.get();
     const auto take = [&](size_t n) { return std::exchange(next, next + n); };
     m_pWin = take(window);
-    m_pTime = take(window);
+    m_pScratch = take(window);
     for (double** p : spectra)
         *p = take(m_nBins);
     m_pAcc[0] = take(2 * static_cast<size_t>(window));
@@ -131,11 +132,11 @@ void CCrispVocoder::Lock(int hop, double align) {
         if (peak(k))
             found[peaks++] = k;
     const double step = kTwoPi / m_nWindow;
-    // The peaks' own turns in one vectorised run, into the frame's room (free until the
-    // inverse transforms); a peak that joins another vocoder or aligns takes its own instead.
+    // The peaks' own turns in one vectorised run; a peak that joins another vocoder or aligns
+    // takes its own instead.
     const bool dense = align != align;
-    double* ownRe = m_pTime;
-    double* ownIm = m_pTime + m_nWindow / 2;
+    double* ownRe = m_pScratch;
+    double* ownIm = m_pScratch + m_nWindow / 2;
     if (dense)
         CCrispKernels::Turns(m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm,
                              m_pPeaks.get(), peaks, m_nWindow, hop, Hop(), ownRe, ownIm);
@@ -253,10 +254,8 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     const int first = std::min(m_nWindow, 2 * m_nWindow - m_nAccAt);
     int c = 0;
     for (const auto& [re, im] : {std::pair{m_pLre, m_pLim}, std::pair{m_pRre, m_pRim}}) {
-        m_Fft.Inverse(re, im, m_pTime);
         double* acc = m_pAcc[c++];
-        CCrispKernels::AddWindowed(acc + m_nAccAt, m_pTime, m_pWin, scale, first);
-        CCrispKernels::AddWindowed(acc, m_pTime + first, m_pWin + first, scale, m_nWindow - first);
+        m_Fft.InverseAdd(re, im, m_pWin, scale, acc + m_nAccAt, first, acc);
     }
     return share;
 }

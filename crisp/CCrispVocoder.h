@@ -79,7 +79,7 @@ private:
     bool m_bFirst = true;
     std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
     double* m_pWin = nullptr;           // Hann window
-    double* m_pTime = nullptr;          // one frame of samples
+    double* m_pScratch = nullptr;       // a window's room for the phase lock
     double* m_pLre = nullptr;           // left spectrum ...
     double* m_pLim = nullptr;
     double* m_pRre = nullptr; // ... right spectrum ...

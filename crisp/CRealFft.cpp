@@ -206,8 +206,29 @@ CRISP_INLINE void ForwardBody(const Plan& plan, const T* __restrict x,
 
 // The inverse complex transform is the forward one with real and imaginary parts swapped on the
 // way in and out, divided by h.
+// The samples go to x, or, with a window, are added times window and gain to to (below split)
+// and rest (from split on, an even count).
+struct Output {
+    double* x;
+    const double* window;
+    double gain;
+    double* to;
+    int split;
+    double* rest;
+};
+
+// Samples 2 from to 2 until - 1, added to to[m - base].
+CRISP_INLINE void Merge(const double* __restrict zr, const double* __restrict zi, double scale,
+                        int from, int until, const double* __restrict w, double gain,
+                        double* __restrict to, int base) {
+    for (int i = from; i < until; ++i) {
+        to[2 * i - base] += zr[i] * scale * w[2 * i] * gain;
+        to[2 * i + 1 - base] += zi[i] * scale * w[2 * i + 1] * gain;
+    }
+}
+
 CRISP_INLINE void InverseBody(const Plan& plan, const double* __restrict re,
-                              const double* __restrict im, double* __restrict x) {
+                              const double* __restrict im, const Output& out) {
     const int h = plan.h;
     double *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
     Pack(re, im, plan.twr, plan.twi, h, xr, xi);
@@ -215,6 +236,13 @@ CRISP_INLINE void InverseBody(const Plan& plan, const double* __restrict re,
     const double* __restrict zi = inY ? yr : xr; // swapped back
     const double* __restrict zr = inY ? yi : xi;
     const double scale = 1.0 / h;
+    if (out.window) {
+        const int half = out.split / 2;
+        Merge(zr, zi, scale, 0, half, out.window, out.gain, out.to, 0);
+        Merge(zr, zi, scale, half, h, out.window, out.gain, out.rest, out.split);
+        return;
+    }
+    double* __restrict x = out.x;
     for (int i = 0; i < h; ++i) {
         x[2 * i] = zr[i] * scale;
         x[2 * i + 1] = zi[i] * scale;
@@ -235,14 +263,26 @@ template <typename T>
 void ForwardPlain(const Plan& plan, const T* x, const double* window, double* re, double* im) {
     ForwardBody(plan, x, window, re, im);
 }
-CRISP_AVX512 void Inverse512(const Plan& plan, const double* re, const double* im, double* x) {
-    InverseBody(plan, re, im, x);
+CRISP_AVX512 void Inverse512(const Plan& plan, const double* re, const double* im,
+                             const Output& out) {
+    InverseBody(plan, re, im, out);
 }
-CRISP_AVX2 void Inverse256(const Plan& plan, const double* re, const double* im, double* x) {
-    InverseBody(plan, re, im, x);
+CRISP_AVX2 void Inverse256(const Plan& plan, const double* re, const double* im,
+                           const Output& out) {
+    InverseBody(plan, re, im, out);
 }
-void InversePlain(const Plan& plan, const double* re, const double* im, double* x) {
-    InverseBody(plan, re, im, x);
+void InversePlain(const Plan& plan, const double* re, const double* im, const Output& out) {
+    InverseBody(plan, re, im, out);
+}
+
+void InverseAt(CMorvaneIsa::Level isa, const Plan& plan, const double* re, const double* im,
+               const Output& out) {
+    if (isa == CMorvaneIsa::Avx512)
+        Inverse512(plan, re, im, out);
+    else if (isa == CMorvaneIsa::Avx2)
+        Inverse256(plan, re, im, out);
+    else
+        InversePlain(plan, re, im, out);
 }
 
 } // namespace
@@ -299,12 +339,12 @@ void CRealFft::Forward(const float* x, const double* window, double* re, double*
 }
 
 void CRealFft::Inverse(const double* re, const double* im, double* x) {
-    const int h = m_nPoints / 2;
-    const Plan plan{h, m_pWork.get(), m_pStages.get(), m_pTwRe.get(), m_pTwIm.get()};
-    if (m_Isa == CMorvaneIsa::Avx512)
-        Inverse512(plan, re, im, x);
-    else if (m_Isa == CMorvaneIsa::Avx2)
-        Inverse256(plan, re, im, x);
-    else
-        InversePlain(plan, re, im, x);
+    const Plan plan{m_nPoints / 2, m_pWork.get(), m_pStages.get(), m_pTwRe.get(), m_pTwIm.get()};
+    InverseAt(m_Isa, plan, re, im, Output{x, nullptr, 0, nullptr, 0, nullptr});
+}
+
+void CRealFft::InverseAdd(const double* re, const double* im, const double* window, double gain,
+                          double* to, int split, double* rest) {
+    const Plan plan{m_nPoints / 2, m_pWork.get(), m_pStages.get(), m_pTwRe.get(), m_pTwIm.get()};
+    InverseAt(m_Isa, plan, re, im, Output{nullptr, window, gain, to, split, rest});
 }

@@ -29,6 +29,10 @@ public:
     // Overwrites nothing it is given: re and im keep the spectrum. The imaginary parts of bins 0
     // and n / 2 are taken as zero, as for any real signal.
     void Inverse(const double* re, const double* im, double* x);
+    // Adds the samples of Inverse times window and gain, sample m to to[m] below split (even)
+    // and to rest[m - split] from there: an overlap-add into two runs of a ring.
+    void InverseAdd(const double* re, const double* im, const double* window, double gain,
+                    double* to, int split, double* rest);
 
 private:
     template <typename T> void Transform(const T* x, const double* window, double* re, double* im);

@@ -43,6 +43,13 @@ TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
         EXPECT_EQ(spectrum, re); // the spectrum is kept
         for (int j = 0; j < n; ++j)
             ASSERT_NEAR(x[j], back[j], 1e-12) << n << " " << j;
+        // the same samples windowed and added into the two runs of a ring
+        const int split = n / 2 + 2 * (n / 8);
+        std::vector<double> ring(n, 1.0);
+        fft.InverseAdd(re.data(), im.data(), x.data(), 0.5, ring.data() + (n - split), split,
+                       ring.data());
+        for (int j = 0; j < n; ++j)
+            ASSERT_EQ(1.0 + back[j] * x[j] * 0.5, ring[(j + n - split) % n]) << n << " " << j;
         for (CRealFft* other : {&baseline, &avx2}) {
             ASSERT_TRUE(other->Prepare(n));
             std::vector<double> re2(n / 2 + 1), im2(n / 2 + 1), back2(n);
