@@ -87,6 +87,13 @@ CRISP_INLINE double Log(double v) {
     return power * std::numbers::ln2 + (2 * s + 2 * s * t * p);
 }
 
+CRISP_INLINE bool SilentBody(const float* __restrict x, int n) {
+    uint32_t bits = 0;
+    for (int i = 0; i < n; ++i)
+        bits |= std::bit_cast<uint32_t>(x[i]) & 0x7fffffffu;
+    return bits == 0;
+}
+
 // Flags in vectorised runs, then their bins gathered without branches.
 CRISP_INLINE int PeaksBody(const double* __restrict p2, int from, int to, int narrow, double floor,
                            int* __restrict found) {
@@ -273,6 +280,15 @@ CRISP_KERNEL(LogMagnitudes,
              (re, im, from, to, norm, compress, out))
 
 // (these return a value)
+CRISP_AVX512 bool Silent512(const float* x, int n) {
+    return SilentBody(x, n);
+}
+CRISP_AVX2 bool Silent256(const float* x, int n) {
+    return SilentBody(x, n);
+}
+bool SilentPlain(const float* x, int n) {
+    return SilentBody(x, n);
+}
 CRISP_AVX512 int Peaks512(const double* p2, int from, int to, int narrow, double floor,
                           int* found) {
     return PeaksBody(p2, from, to, narrow, floor, found);
@@ -294,6 +310,13 @@ double DotPlain(const double* taps, const float* x, int n) {
     return DotBody(taps, x, n);
 }
 } // namespace
+
+bool CCrispKernels::Silent(const float* x, int n) {
+    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
+    return level == CMorvaneIsa::Avx512 ? Silent512(x, n)
+           : level == CMorvaneIsa::Avx2 ? Silent256(x, n)
+                                        : SilentPlain(x, n);
+}
 
 int CCrispKernels::Peaks(const double* power, int from, int to, int narrow, double floor,
                          int* found) {

@@ -9,6 +9,9 @@
 // 1e-10 of arguments up to 1e6 rad, the logarithm within 1e-10.
 class CCrispKernels {
 public:
+    // Whether every one of n samples is zero (of either sign).
+    static bool Silent(const float* x, int n);
+
     // The peaks among bins from to to - 1 (each with two neighbours either side) into found, in
     // order; returns their count. A peak is above floor, above the bin below and not below the
     // bin above, and, from bin narrow on, the same against the bins two away.

@@ -66,7 +66,12 @@ void CCrispOnsets::Restart() {
 }
 
 int64_t CCrispOnsets::Analyse(const float* x) {
-    m_Fft.Forward(x, m_pWin, m_pRe, m_pIm);
+    if (CCrispKernels::Silent(x, m_nFrame)) {
+        std::fill(m_pRe, m_pRe + m_nFrame / 2 + 1, 0.0);
+        std::fill(m_pIm, m_pIm + m_nFrame / 2 + 1, 0.0);
+    } else {
+        m_Fft.Forward(x, m_pWin, m_pRe, m_pIm);
+    }
     double flux = 0, bass = 0;
     CCrispKernels::LogMagnitudes(m_pRe, m_pIm, m_nLow, m_nHigh, m_dNorm, kCompress, m_pLog);
     for (int k = m_nLow; k <= m_nHigh; ++k) {

@@ -80,8 +80,14 @@ void CCrispVocoder::Restart() {
         std::fill(acc, acc + 2 * m_nWindow, 0.0);
 }
 
-void CCrispVocoder::Analyse(const float* x, double* re, double* im) {
+bool CCrispVocoder::Analyse(const float* x, double* re, double* im) {
+    if (CCrispKernels::Silent(x, m_nWindow)) {
+        std::fill(re, re + m_nBins, 0.0);
+        std::fill(im, im + m_nBins, 0.0);
+        return false;
+    }
     m_Fft.Forward(x, m_pWin, re, im);
+    return true;
 }
 
 void CCrispVocoder::Attack(const float* left, const float* right) {
@@ -202,8 +208,8 @@ void CCrispVocoder::Lock(int hop, double align) {
 double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset,
                             double share, double align, double steady) {
     const int bins = m_nActive;
-    Analyse(left, m_pLre, m_pLim);
-    Analyse(right, m_pRre, m_pRim);
+    // a silent channel's spectrum stays zero through the turns: nothing of it to synthesise
+    const bool heard[2] = {Analyse(left, m_pLre, m_pLim), Analyse(right, m_pRre, m_pRim)};
     CCrispKernels::Mix(m_pLre, m_pLim, m_pRre, m_pRim, m_pMre, m_pMim, m_pPower, bins);
     double both = 0, now = 0, before = 0;
     if (steady > 0) {
@@ -254,8 +260,9 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     const int first = std::min(m_nWindow, 2 * m_nWindow - m_nAccAt);
     int c = 0;
     for (const auto& [re, im] : {std::pair{m_pLre, m_pLim}, std::pair{m_pRre, m_pRim}}) {
-        double* acc = m_pAcc[c++];
-        m_Fft.InverseAdd(re, im, m_pWin, scale, acc + m_nAccAt, first, acc);
+        double* acc = m_pAcc[c];
+        if (heard[c++])
+            m_Fft.InverseAdd(re, im, m_pWin, scale, acc + m_nAccAt, first, acc);
     }
     return share;
 }

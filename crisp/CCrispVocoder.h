@@ -63,7 +63,8 @@ public:
     void Take(float* left, float* right);
 
 private:
-    void Analyse(const float* x, double* re, double* im);
+    // false: a silent frame, whose spectrum is zero without a transform
+    bool Analyse(const float* x, double* re, double* im);
     void Lock(int hop, double align);
 
     CRealFft m_Fft;
