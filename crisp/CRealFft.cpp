@@ -7,9 +7,19 @@
 
 // Each body is inlined into one function per instruction set, where the compiler vectorises it.
 #define CRISP_INLINE __attribute__((always_inline)) inline
-// (only what CMorvaneIsa::Supported checks for the level: F and BW)
+// (only what CMorvaneIsa::Supported checks for the level: F and BW; GCC would keep to 256 bits)
+#if defined(__clang__)
+#define CRISP_AVX512 __attribute__((target("avx2,avx512f,avx512bw")))
+#else
 #define CRISP_AVX512 __attribute__((target("avx2,avx512f,avx512bw,prefer-vector-width=512")))
+#endif
 #define CRISP_AVX2 __attribute__((target("avx2")))
+// A loop whose streams never overlap, though they are views of one array.
+#if defined(__clang__)
+#define CRISP_NO_OVERLAP _Pragma("clang loop vectorize(assume_safety)")
+#else
+#define CRISP_NO_OVERLAP _Pragma("GCC ivdep")
+#endif
 
 namespace {
 
@@ -17,7 +27,7 @@ namespace {
 // elements q, each four (p, p + m, p + 2m, p + 3m) going to 4p ... 4p + 3 through a 4-point
 // transform, output j turned by W^(jp) (w: W^p, W^2p, W^3p, each its real parts then imaginary).
 // The inputs come as four streams a..d and the outputs go to four, each at its own pointer; the
-// loops around it say (ivdep) that no stream overlaps another.
+// loops around it say (CRISP_NO_OVERLAP) that no stream overlaps another.
 
 CRISP_INLINE void Radix4(const double* __restrict ar, const double* __restrict ai,
                          const double* __restrict br, const double* __restrict bi,
@@ -50,7 +60,7 @@ CRISP_INLINE void FirstStage(const double* __restrict xr, const double* __restri
                              const double* __restrict w, int m) {
     const double *ar = xr, *ai = xi, *br = xr + m, *bi = xi + m, *cr = xr + 2 * m, *ci = xi + 2 * m,
                  *dr = xr + 3 * m, *di = xi + 3 * m;
-#pragma GCC ivdep
+    CRISP_NO_OVERLAP
     for (int p = 0; p < m; ++p) {
         const double pr = ar[p] + cr[p], pi = ai[p] + ci[p];
         const double nr = ar[p] - cr[p], ni = ai[p] - ci[p];
@@ -81,7 +91,7 @@ CRISP_INLINE void WideStage(const double* __restrict xr, const double* __restric
         const double w1r = w[p], w1i = w[m + p], w2r = w[2 * m + p], w2i = w[3 * m + p],
                      w3r = w[4 * m + p], w3i = w[5 * m + p];
         const int a = s * p, o = 4 * s * p;
-#pragma GCC ivdep
+        CRISP_NO_OVERLAP
         for (int q = 0; q < s; ++q)
             Radix4(xr + a, xi + a, xr + a + l, xi + a + l, xr + a + 2 * l, xi + a + 2 * l,
                    xr + a + 3 * l, xi + a + 3 * l, q, yr + o, yi + o, yr + o + s, yi + o + s,
