@@ -58,12 +58,13 @@ private:
     void Gather(int64_t at, int n, float* left, float* right) const;
     const float* GatherMono(int64_t at, int n); // the channels' mean, into m_pMono
     void FeedDetector();
+    void KeepLowAway(double t); // no low frame heard within half its window of t
     bool MainCentre(double* c); // of the next synthesis frame, asked of the map once
     bool NextFrame(float** out, int* produced);
     bool NextLowFrame();
     double LowOutputCentre(int64_t frame) const;
-    double LowShare(double c) const;  // of a low frame at input centre c
-    double LowWeight(double o) const; // what the low frames made give output centre o
+    double LowShare(double c, double o) const; // of a low frame at input centre c, output o
+    double LowWeight(double o) const;          // what the low frames made give output centre o
     void Decimate();
     void GatherDown(int64_t at); // a low frame from the quarter-rate input, into m_pFrame
     void AddLow(int64_t from, int n);
@@ -120,14 +121,17 @@ private:
     int64_t m_nDown = 0;                 // ... holding this many so far
     int64_t m_nLowFrame = 0;             // its frames made
     int64_t m_nLowLastRead = 0;          // where the last one was read
+    double m_dLowMadeAt = 0;             // the output centre of the last one analysed and turned
     bool m_bLowSkipped = false;          // the last one was not made (not heard)
     bool m_bLowSettling = false;         // an onset passed, its spectrum not yet still
     int64_t m_nLowEnd = 0;               // the output it has given ends here
     float* m_pLowOut[2] = {};            // a ring of its output at a quarter of the rate
     int m_nLowRing = 0;                  // (a power of two)
     static constexpr int kLowOnsets = 64;
-    double m_dLowOnset[kLowOnsets] = {}; // onsets ahead of the low frames and just behind them
+    double m_dLowOnset[kLowOnsets] =
+        {}; // onsets and stops ahead of the low frames and just behind them
     int m_nLowFirst = 0, m_nLowCount = 0;
+    int64_t m_nLastStop = 0; // the last detector frame in which a sound stopped short
     double m_dLowPassed = 0; // the last onset a low frame passed
     static constexpr int kLowShares = 8;
     double m_dLowO[kLowShares] = {}, m_dLowS[kLowShares] = {}; // recent low frames' centres, shares

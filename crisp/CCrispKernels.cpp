@@ -157,7 +157,10 @@ CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restri
             const double mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], yr = g[4][j],
                          yi = g[5][j];
             const double m2 = mr * mr + mi * mi, y2 = yr * yr + yi * yi, q2 = qr * qr + qi * qi;
-            const bool turned = m2 > 0 && y2 > 0 && q2 > 0;
+            // (a partial that rises 6 dB or more since the last frame is new: it keeps its own
+            // phase, as one the last frame barely held would give it a turn at random)
+            const double m = std::sqrt(m2);
+            const bool turned = m2 > 0 && y2 > 0 && 4 * q2 >= m * m;
             const double expected = step * bins[j] * hop;
             const double measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
             const double deviation = measured - expected;

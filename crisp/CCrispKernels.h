@@ -23,8 +23,9 @@ public:
 
     // The turn (zre[i], zim[i]) of bin at[i], i < n, that moves its phase on from the last output
     // frame at the pace of its own frequency: the frame's sum m against the last frame's q, at
-    // analysis hop `hop`, with the last output y advanced over the synthesis hop. A bin with no
-    // m, q or y is not turned. window: the transform's length.
+    // analysis hop `hop`, with the last output y advanced over the synthesis hop. A bin without
+    // m or y, or whose m is twice q or more (a new partial), is not turned. window: the
+    // transform's length.
     static void Turns(const double* mre, const double* mim, const double* qre, const double* qim,
                       const double* yre, const double* yim, const int* at, int n, int window,
                       int hop, int synthesis, double* zre, double* zim);

@@ -137,5 +137,30 @@ int CCrispOnsets::Refine(const float* x, int n, int block) {
         }
         before = e;
     }
-    return best * block;
+    // The slope of a low note swells and dips within each period, so its largest rise may come
+    // a period after the attack: the attack starts where the signal first stands clear of what
+    // came before it, up to a period of 40 Hz back.
+    const int at = best * block;
+    const int from = std::max(0, at - std::max(4 * block, n / 4));
+    double calm = 0, peak = 0;
+    for (int i = std::max(0, from - 2 * block); i < from; ++i)
+        calm = std::max(calm, std::fabs(double(x[i])));
+    for (int i = at; i < std::min(n, at + 4 * block); ++i)
+        peak = std::max(peak, std::fabs(double(x[i])));
+    const double clear = std::max(2 * calm, 0.03 * peak);
+    if (from == 0 && at > 0)
+        return at; // nothing seen before to stand clear of
+    for (int i = from; i < at; ++i)
+        if (std::fabs(double(x[i])) > clear)
+            return i;
+    return at;
+}
+
+bool CCrispOnsets::Stops(const float* x, int n) {
+    double first = 0, second = 0;
+    for (int i = 0; i < n / 2; ++i) {
+        first += double(x[i]) * x[i];
+        second += double(x[n / 2 + i]) * x[n / 2 + i];
+    }
+    return first > 1e-7 * (n / 2) && second < 1e-4 * first;
 }

@@ -33,6 +33,9 @@ public:
     // Where in x (n samples) the attack starts: the short block at which the energy of the
     // signal's slope rises most.
     static int Refine(const float* x, int n, int block);
+    // Whether a sound stops short in x (n samples): its second half 40 dB or more below its
+    // first, which is above -70 dBFS. No natural decay falls that fast.
+    static bool Stops(const float* x, int n);
 
 private:
     static constexpr int kHistory = 32;

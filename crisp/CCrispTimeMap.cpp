@@ -167,3 +167,7 @@ double CCrispTimeMap::OnsetAt(double c) const {
             return T(k);
     return -1;
 }
+
+double CCrispTimeMap::Output(double c) const {
+    return F(c, PieceAt(c), c);
+}

@@ -36,6 +36,8 @@ public:
     // False when the onsets it depends on are not all known yet.
     bool Centre(double o, double* c);
 
+    // The output centre of input centre c, near the centres asked for lately.
+    double Output(double c) const;
     // The onset whose 1:1 stretch holds c, or a negative number.
     double OnsetAt(double c) const;
     double Ratio() const { return m_dRatio; }

@@ -155,7 +155,7 @@ void CCrispVocoder::Lock(int hop, double align) {
             const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
             const double m = std::sqrt(mr * mr + mi * mi);
             const CCrispVocoder* o = m_pJoin;
-            const double wj = step * p / m_nJoinDown;
+            const double wj = step * p / m_dJoinDown;
             const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
             if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
                 (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
@@ -164,7 +164,7 @@ void CCrispVocoder::Lock(int hop, double align) {
                 if (qr * qr + qi * qi > 1e-6 * m * m) {
                     const double expected = step * p * hop;
                     const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                    w = (expected + PrincipalArgument(measured - expected)) / hop / m_nJoinDown;
+                    w = (expected + PrincipalArgument(measured - expected)) / hop / m_dJoinDown;
                 }
                 const double target = std::atan2(o->m_pOutIm[kj], o->m_pOutRe[kj]) +
                                       std::numbers::pi * double(kj) + w * m_dJoinShift;
@@ -267,10 +267,10 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     return share;
 }
 
-void CCrispVocoder::Join(const CCrispVocoder* other, double shift, int down) {
+void CCrispVocoder::Join(const CCrispVocoder* other, double shift, double down) {
     m_pJoin = other;
     m_dJoinShift = shift;
-    m_nJoinDown = down;
+    m_dJoinDown = down;
 }
 
 void CCrispVocoder::Prime(const float* left, const float* right) {

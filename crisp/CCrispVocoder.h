@@ -52,8 +52,9 @@ public:
 
     // For the next Frame: each peak takes the phase that other (a vocoder at down times this
     // one's rate, whose last frame is centred shift of its samples before the next one here)
-    // gives a partial of its frequency there, moved on to this frame's centre.
-    void Join(const CCrispVocoder* other, double shift, int down);
+    // gives a partial of its frequency there, moved on to this frame's centre. Peaks that other
+    // does not hold keep their own.
+    void Join(const CCrispVocoder* other, double shift, double down);
 
     // Analyses a frame that is not heard, for the next Frame to measure its peaks' frequencies
     // against (with align: a frame that joins another vocoder's phases).
@@ -75,7 +76,7 @@ private:
     int m_nFade = 0;   // the first bin past the split's fade
     const CCrispVocoder* m_pJoin = nullptr; // see Join
     double m_dJoinShift = 0;
-    int m_nJoinDown = 1;
+    double m_dJoinDown = 1;
     int m_nNarrow = 0; // peaks below this bin need stand out of one neighbour each side, not two
     bool m_bFirst = true;
     std::unique_ptr<double[]> m_pStore; // the arrays below are views into it

@@ -133,6 +133,34 @@ TEST(CrispOnsets, ClicksAreFoundWithinAMillisecondAndAHalf) {
     }
 }
 
+// A low kick's slope swells with its period: its onset is still its first sample, not a period on.
+// Where a sound is cut off short, it stops; where it fades, it does not.
+TEST(CrispOnsets, LowKicksFromTheirFirstSampleAndCutsAsStops) {
+    const std::vector<int> kicks = {5000, 50011, 95000};
+    std::vector<float> x(140000, 0.0f);
+    for (int at : kicks) {
+        double phase = 0;
+        for (int i = 0; i < 44100; ++i) {
+            phase += 2 * M_PI * 150 * std::pow(0.3, std::min(i / 13230.0, 1.0)) / 44100;
+            x[at + i] = static_cast<float>(0.8 * std::sin(phase) * std::exp(-i / 8820.0));
+        }
+    }
+    const auto found = FindOnsets(x);
+    ASSERT_EQ(kicks.size(), found.size());
+    for (size_t i = 0; i < kicks.size(); ++i)
+        EXPECT_NEAR(kicks[i], found[i], 0.0005 * 44100) << i;
+
+    const std::vector<float> tone = Tone(4410, 0.5, 4410 / 2); // faded in and out over 50 ms
+    std::vector<float> cut = Tone(4410, 0.5, 441);
+    std::fill(cut.begin() + 2500, cut.end(), 0.0f);
+    int stops = 0;
+    for (int at = 0; at + 1024 <= 4410; at += 256) {
+        EXPECT_FALSE(CCrispOnsets::Stops(tone.data() + at, 1024)) << at;
+        stops += CCrispOnsets::Stops(cut.data() + at, 1024);
+    }
+    EXPECT_GT(stops, 0);
+}
+
 TEST(CrispOnsets, ASteadyToneHasNone) {
     // (faded over 100 ms: a swell is no attack, and a cut would be one)
     EXPECT_TRUE(FindOnsets(Tone(88200, 0.5, 4410)).empty());
