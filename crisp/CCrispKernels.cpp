@@ -160,7 +160,7 @@ CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restri
             // (a partial that rises 6 dB or more since the last frame is new: it keeps its own
             // phase, as one the last frame barely held would give it a turn at random)
             const double m = std::sqrt(m2);
-            const bool turned = m2 > 0 && y2 > 0 && 4 * q2 >= m * m;
+            const bool turned = (m2 > 0) & (y2 > 0) & (4 * q2 >= m * m); // (& vectorises, && not)
             const double expected = step * bins[j] * hop;
             const double measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
             const double deviation = measured - expected;
