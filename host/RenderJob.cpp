@@ -369,14 +369,20 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     result.inputFrames = total;
     result.sampleRate = rate;
     result.missingFrames = reader.MissingFrames();
-    const auto interleaved = std::unique_ptr<float[]>(new float[Room(rate) * channels]);
+    // The plug-in's output goes to the file a small piece at a time, through one buffer whose
+    // pages stay warm however much a call gives.
+    constexpr sf_count_t kPiece = 4096;
+    const auto interleaved = std::make_unique<float[]>(kPiece * channels);
     sf_count_t written = 0;
     const bool whole =
         Drive(p, channels, rate, total, latency, length, read,
               [&](const float* left, const float* right, sf_count_t n, sf_count_t taken) {
-                  result.peak =
-                      Interleave(left, right, channels, n, interleaved.get(), result.peak);
-                  write(interleaved.get(), n);
+                  for (sf_count_t at = 0; at < n; at += kPiece) {
+                      const sf_count_t k = std::min(kPiece, n - at);
+                      result.peak = Interleave(left + at, right + at, channels, k,
+                                               interleaved.get(), result.peak);
+                      write(interleaved.get(), k);
+                  }
                   written += n;
                   if (progress)
                       progress(total ? double(taken) / total : 1.0);
@@ -387,11 +393,9 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         throw StoppedError("stopped: nothing was written");
 
     // The engine's length is right to a few milliseconds; the file is right to the frame.
-    const size_t silence =
-        static_cast<size_t>(std::clamp<sf_count_t>(length - written, 0, Room(rate)));
-    std::fill(interleaved.get(), interleaved.get() + silence * channels, 0.0f);
+    std::fill(interleaved.get(), interleaved.get() + kPiece * channels, 0.0f);
     while (written < length) {
-        const sf_count_t n = std::min<sf_count_t>(length - written, Room(rate));
+        const sf_count_t n = std::min(length - written, kPiece);
         write(interleaved.get(), n);
         written += n;
     }
