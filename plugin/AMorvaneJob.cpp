@@ -202,8 +202,9 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
     }();
     int64_t taken = 0;
     // What is queued leaves in this call anyway, as far as the host has room: it goes first, so
-    // that the queue is often empty below.
-    giveOut();
+    // that the queue is often empty below (not into arrays that still hold the input).
+    if (apart)
+        giveOut();
     do {
         if (m_nCapacity - m_nFill < worst)
             giveOut();
