@@ -433,7 +433,10 @@ bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t tot
     // Left uninitialised: each call reads only what was written before it, and the output
     // buffers, sized for the worst case, are mostly never touched.
     const auto buffer = [](size_t n) { return std::unique_ptr<float[]>(new float[n]); };
-    const auto fileBuf = buffer(static_cast<size_t>(block) * channels);
+    // A block is read a piece at a time, so the file's frames pass through a few warm pages.
+    constexpr sf_count_t kPiece = 2048;
+    const auto fileBuf =
+        buffer(static_cast<size_t>(std::min<sf_count_t>(block, kPiece)) * channels);
     const auto inL = buffer(block), inR = buffer(block), outL = buffer(room), outR = buffer(room);
 
     p.Dispatch(effStartProcess);
@@ -443,11 +446,14 @@ bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t tot
     constexpr int kMaxIdleCalls = 1000;
     for (int idle = 0;;) {
         if (heldAt == held && taken < total) {
-            held = read(fileBuf.get(), std::min<sf_count_t>(block, total - taken));
-            heldAt = 0;
-            if (held <= 0)
-                throw InputError("cannot read the input: the file ends early");
-            Deinterleave(fileBuf.get(), channels, held, inL.get(), inR.get());
+            const sf_count_t want = std::min<sf_count_t>(block, total - taken);
+            for (held = heldAt = 0; held < want;) {
+                const sf_count_t got = read(fileBuf.get(), std::min(kPiece, want - held));
+                if (got <= 0)
+                    throw InputError("cannot read the input: the file ends early");
+                Deinterleave(fileBuf.get(), channels, got, inL.get() + held, inR.get() + held);
+                held += got;
+            }
         }
         const VstInt32 offer = static_cast<VstInt32>(held - heldAt);
         VstInt32 in = 0, out = 0;
