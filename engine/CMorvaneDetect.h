@@ -50,9 +50,9 @@ private:
     int32_t m_nFFT = 1;
     int32_t m_nWindowLen = 0; // the frame m_Window was made for
     CMorvaneFft m_Fft;
-    int32_t m_Window[kMaxFrame + 1] = {};
-    Zeroed<double> m_pFluxPos;  // net magnitude rise per frame, floored at 0
-    Zeroed<double> m_pFluxAbs;  // total absolute magnitude change per frame
+    Zeroed<int32_t> m_Window{kMaxFrame + 1}; // a short frame touches only its own pages
+    Zeroed<double> m_pFluxPos;               // net magnitude rise per frame, floored at 0
+    Zeroed<double> m_pFluxAbs;               // total absolute magnitude change per frame
     Zeroed<double> m_pFrame;    // the windowed frame amid its zero padding, in natural order
     Zeroed<double> m_pSpectrum; // transform work buffer, interleaved (re, im)
     Zeroed<double> m_pDiff;     // each bin's change of magnitude in the current frame
