@@ -5,9 +5,7 @@
 #include <numbers>
 
 CRealFft::CRealFft()
-    : m_pWork(std::make_unique_for_overwrite<double[]>(kMaxPoints)),
-      m_pTwRe(std::make_unique_for_overwrite<double[]>(kMaxPoints / 2 + 1)),
-      m_pTwIm(std::make_unique_for_overwrite<double[]>(kMaxPoints / 2 + 1)) {}
+    : m_pWork(kMaxPoints), m_pTwRe(kMaxPoints / 2 + 1), m_pTwIm(kMaxPoints / 2 + 1) {}
 
 bool CRealFft::Prepare(int n) {
     m_nPoints = 0;

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "CMorvaneFft.h"
+#include "Zeroed.h"
 
 // A transform of n real samples through the engine's complex transform of n / 2 points: even and
 // odd samples ride as one complex sequence and are told apart afterwards. The spectrum has the
@@ -29,7 +30,8 @@ public:
 private:
     CMorvaneFft m_Fft;
     int m_nPoints = 0;
-    std::unique_ptr<double[]> m_pWork; // n / 2 complex values, interleaved
-    std::unique_ptr<double[]> m_pTwRe; // cos and sin of -2 pi k / n, k < n / 4 + 1
-    std::unique_ptr<double[]> m_pTwIm;
+    // sized for kMaxPoints; a transform of fewer points touches only the pages it uses
+    Zeroed<double> m_pWork; // n / 2 complex values, interleaved
+    Zeroed<double> m_pTwRe; // cos and sin of -2 pi k / n, k < n / 4 + 1
+    Zeroed<double> m_pTwIm;
 };
