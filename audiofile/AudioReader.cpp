@@ -1,14 +1,12 @@
 #include "AudioReader.h"
 
-#include <mpg123.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <mutex>
 #include <stdexcept>
 
+#include "AudioLibraries.h"
 #include "CChunkFile.h"
 #include "CFileType.h"
 
@@ -17,6 +15,14 @@
 #endif
 
 namespace {
+
+const AudioLibraries::SndfileTable& Sf() {
+    return AudioLibraries::Sndfile();
+}
+
+const AudioLibraries::Mpg123Table& Mp3() {
+    return AudioLibraries::Mpg123();
+}
 
 // What libsndfile's float reading gives for 16-bit samples: s / 32768, exact.
 void ShortsToFloats(const short* s, long n, float* out) {
@@ -93,15 +99,15 @@ AudioReader::AudioReader(const std::string& path) : m_path(path) {
     }
     if (!CFileType::IsReadableAudio(kind) && kind != CFileType::Unknown)
         throw Refuse(path, kind);
-    m_file = sf_open(path.c_str(), SFM_READ, &m_info);
+    m_file = Sf().sf_open(path.c_str(), SFM_READ, &m_info);
     if (!m_file) {
         if (kind == CFileType::Unknown)
             throw std::runtime_error(path + " is not audio this build can read");
-        throw std::runtime_error("cannot read " + path + ": " + Clause(sf_strerror(nullptr)));
+        throw std::runtime_error("cannot read " + path + ": " + Clause(Sf().sf_strerror(nullptr)));
     }
     m_wav16 = IsWav16(m_info.format);
     for (int id = SF_STR_FIRST; id <= SF_STR_LAST; ++id)
-        if (const char* s = sf_get_string(m_file, id); s && *s)
+        if (const char* s = Sf().sf_get_string(m_file, id); s && *s)
             m_tags[id] = s;
     // libsndfile reads a file cut short as far as it goes; its header still tells how far it
     // should have gone.
@@ -116,29 +122,27 @@ AudioReader::AudioReader(const std::string& path) : m_path(path) {
 }
 
 void AudioReader::OpenMp3() {
-    static std::once_flag once;
-    std::call_once(once, [] { mpg123_init(); });
     int err = MPG123_OK;
-    m_mp3 = mpg123_new(nullptr, &err);
+    m_mp3 = Mp3().mpg123_new(nullptr, &err);
     if (!m_mp3)
-        throw std::runtime_error("cannot read " + m_path + ": " + mpg123_plain_strerror(err));
-    mpg123_param(m_mp3, MPG123_ADD_FLAGS, MPG123_QUIET, 0);
+        throw std::runtime_error("cannot read " + m_path + ": " + Mp3().mpg123_plain_strerror(err));
+    Mp3().mpg123_param(m_mp3, MPG123_ADD_FLAGS, MPG123_QUIET, 0);
     long rate = 0;
     int channels = 0, encoding = 0;
     const auto fail = [&] {
-        std::string why = Clause(mpg123_strerror(m_mp3));
-        mpg123_delete(m_mp3);
+        std::string why = Clause(Mp3().mpg123_strerror(m_mp3));
+        Mp3().mpg123_delete(m_mp3);
         m_mp3 = nullptr;
         return std::runtime_error("cannot read " + m_path + ": " + why);
     };
     // Float output in the stream's own channels, and the exact length from a scan of every
     // frame (gapless: the encoder's delay and padding are not counted).
-    if (mpg123_open_fixed(m_mp3, m_path.c_str(), MPG123_MONO | MPG123_STEREO,
-                          MPG123_ENC_FLOAT_32) != MPG123_OK ||
-        mpg123_scan(m_mp3) != MPG123_OK ||
-        mpg123_getformat(m_mp3, &rate, &channels, &encoding) != MPG123_OK)
+    if (Mp3().mpg123_open_fixed(m_mp3, m_path.c_str(), MPG123_MONO | MPG123_STEREO,
+                                MPG123_ENC_FLOAT_32) != MPG123_OK ||
+        Mp3().mpg123_scan(m_mp3) != MPG123_OK ||
+        Mp3().mpg123_getformat(m_mp3, &rate, &channels, &encoding) != MPG123_OK)
         throw fail();
-    const off_t length = mpg123_length(m_mp3);
+    const off_t length = Mp3().mpg123_length(m_mp3);
     if (length < 0)
         throw fail();
     m_info.channels = channels;
@@ -149,7 +153,7 @@ void AudioReader::OpenMp3() {
 
     mpg123_id3v1* v1 = nullptr;
     mpg123_id3v2* v2 = nullptr;
-    if (mpg123_id3(m_mp3, &v1, &v2) == MPG123_OK && v2) {
+    if (Mp3().mpg123_id3(m_mp3, &v1, &v2) == MPG123_OK && v2) {
         AddTag(m_tags, SF_STR_TITLE, v2->title);
         AddTag(m_tags, SF_STR_ARTIST, v2->artist);
         AddTag(m_tags, SF_STR_ALBUM, v2->album);
@@ -161,10 +165,10 @@ void AudioReader::OpenMp3() {
 
 AudioReader::~AudioReader() {
     if (m_file)
-        sf_close(m_file);
+        Sf().sf_close(m_file);
     if (m_mp3) {
-        mpg123_close(m_mp3);
-        mpg123_delete(m_mp3);
+        Mp3().mpg123_close(m_mp3);
+        Mp3().mpg123_delete(m_mp3);
     }
 }
 
@@ -178,23 +182,23 @@ sf_count_t AudioReader::Read(float* interleaved, sf_count_t frames) {
         auto* out = reinterpret_cast<unsigned char*>(interleaved);
         while (got < static_cast<size_t>(frames) * frameBytes) {
             size_t done = 0;
-            const int r = mpg123_read(m_mp3, out + got, frames * frameBytes - got, &done);
+            const int r = Mp3().mpg123_read(m_mp3, out + got, frames * frameBytes - got, &done);
             got += done;
             if (r == MPG123_DONE)
                 break;
             if (r != MPG123_OK && r != MPG123_NEW_FORMAT)
                 throw std::runtime_error("cannot read " + m_path + ": " +
-                                         Clause(mpg123_strerror(m_mp3)));
+                                         Clause(Mp3().mpg123_strerror(m_mp3)));
         }
         return static_cast<sf_count_t>(got / frameBytes);
     }
     if (!m_wav16)
-        return sf_readf_float(m_file, interleaved, frames);
+        return Sf().sf_readf_float(m_file, interleaved, frames);
     // The library's own conversion is a plain loop; this is the same, vectorised.
     const size_t samples = static_cast<size_t>(frames) * m_info.channels;
     if (m_shorts.size() < samples)
         m_shorts.resize(samples);
-    const sf_count_t got = sf_readf_short(m_file, m_shorts.data(), frames);
+    const sf_count_t got = Sf().sf_readf_short(m_file, m_shorts.data(), frames);
     if (got > 0)
         ShortsToFloats(m_shorts.data(), static_cast<long>(got) * m_info.channels, interleaved);
     return got;
@@ -203,6 +207,6 @@ sf_count_t AudioReader::Read(float* interleaved, sf_count_t frames) {
 bool AudioReader::Seek(sf_count_t frame) {
     frame = std::clamp<sf_count_t>(frame, 0, m_info.frames);
     if (m_mp3)
-        return mpg123_seek(m_mp3, static_cast<off_t>(frame), SEEK_SET) >= 0;
-    return sf_seek(m_file, frame, SEEK_SET) >= 0;
+        return Mp3().mpg123_seek(m_mp3, static_cast<off_t>(frame), SEEK_SET) >= 0;
+    return Sf().sf_seek(m_file, frame, SEEK_SET) >= 0;
 }

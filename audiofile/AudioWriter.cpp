@@ -16,9 +16,14 @@
 #include <emmintrin.h>
 #endif
 
+#include "AudioLibraries.h"
 #include "AudioReader.h"
 
 namespace {
+
+const AudioLibraries::SndfileTable& Sf() {
+    return AudioLibraries::Sndfile();
+}
 
 // What libsndfile's clipping float-to-16-bit conversion for WAV gives: the sample scaled to
 // 32 bits, rounded to nearest-even, and the top 16 bits kept; at or beyond 2^31 the largest
@@ -65,21 +70,21 @@ AudioWriter::AudioWriter(const std::string& target, int format, int channels, in
     info.format = format;
     info.channels = channels;
     info.samplerate = sampleRate;
-    if (!sf_format_check(&info))
+    if (!Sf().sf_format_check(&info))
         throw std::runtime_error("cannot write " + target +
                                  ": the format cannot hold this audio (try another --format)");
     if (!(target == "-" ? m_replace.OpenSpool() : m_replace.Open(target)))
         throw std::runtime_error((target == "-" ? std::string("cannot write to standard output: ")
                                                 : "cannot write " + target + ": ") +
                                  AudioReader::Clause(std::strerror(errno)));
-    m_file = sf_open_fd(m_replace.Descriptor(), SFM_WRITE, &info, SF_FALSE);
+    m_file = Sf().sf_open_fd(m_replace.Descriptor(), SFM_WRITE, &info, SF_FALSE);
     if (!m_file) {
         Discard();
         throw std::runtime_error("cannot write " + target + ": " +
-                                 AudioReader::Clause(sf_strerror(nullptr)));
+                                 AudioReader::Clause(Sf().sf_strerror(nullptr)));
     }
     // Integer formats clip rather than wrap what lies beyond full scale.
-    sf_command(m_file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
+    Sf().sf_command(m_file, SFC_SET_CLIPPING, nullptr, SF_TRUE);
     m_channels = channels;
     const int container = format & SF_FORMAT_TYPEMASK;
     m_wav16 = (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX) &&
@@ -92,7 +97,7 @@ AudioWriter::~AudioWriter() {
 
 void AudioWriter::Discard() {
     if (m_file) {
-        sf_close(m_file);
+        Sf().sf_close(m_file);
         m_file = nullptr;
     }
     m_replace.Discard();
@@ -108,21 +113,21 @@ void AudioWriter::Write(const float* interleaved, sf_count_t frames) {
         if (m_shorts.size() < samples)
             m_shorts.resize(samples);
         FloatsToShorts(interleaved, static_cast<long>(samples), m_shorts.data());
-        written = sf_writef_short(m_file, m_shorts.data(), frames);
+        written = Sf().sf_writef_short(m_file, m_shorts.data(), frames);
     } else {
-        written = sf_writef_float(m_file, interleaved, frames);
+        written = Sf().sf_writef_float(m_file, interleaved, frames);
     }
     if (written != frames)
         throw std::runtime_error("cannot write " + m_target + ": " +
-                                 AudioReader::Clause(sf_strerror(m_file)));
+                                 AudioReader::Clause(Sf().sf_strerror(m_file)));
 }
 
 void AudioWriter::Commit() {
-    const int closed = sf_close(m_file);
+    const int closed = Sf().sf_close(m_file);
     m_file = nullptr;
     if (closed != 0)
         throw std::runtime_error("cannot write " + m_target + ": " +
-                                 AudioReader::Clause(sf_error_number(closed)));
+                                 AudioReader::Clause(Sf().sf_error_number(closed)));
     if (m_target == "-") {
         CopyToStandardOutput();
         Discard();
@@ -136,7 +141,7 @@ void AudioWriter::Commit() {
 
 void AudioWriter::SetTags(const std::map<int, std::string>& tags) {
     for (const auto& [id, text] : tags)
-        sf_set_string(m_file, id, text.c_str()); // a container without room for it says no
+        Sf().sf_set_string(m_file, id, text.c_str()); // a container without room for it says no
 }
 
 void AudioWriter::CopyToStandardOutput() {

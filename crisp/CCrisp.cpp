@@ -155,8 +155,8 @@ void CCrisp::Size() {
     const int hop = m_Vocoder.Hop();
     m_nStretchRoom = 2 * kHistory + hop;
     // One zeroed allocation, in the order of the members that view it.
-    m_pStore = std::make_unique<float[]>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) +
-                                         window / 2 + 2L * m_nStretchRoom);
+    m_pStore = Zeroed<float>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) + window / 2 +
+                             2L * m_nStretchRoom);
     float* next = m_pStore.get();
     const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
     for (int c = 0; c < 2; ++c) {

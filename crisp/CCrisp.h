@@ -8,6 +8,7 @@
 #include "CCrispTimeMap.h"
 #include "CCrispVocoder.h"
 #include "CCriticalSection.h"
+#include "Zeroed.h"
 
 // The second engine: attacks kept once and in place. A phase vocoder stretches by
 // time x pitch rate, reading each attack 1:1 (CCrispTimeMap) with its phases rebuilt
@@ -89,7 +90,7 @@ private:
     bool m_bSized = false;      // the buffers and stages fit m_nRate
     bool m_bRestartDue = false; // a restart waits for the buffers
 
-    std::unique_ptr<float[]> m_pStore; // the buffers below are views into it
+    Zeroed<float> m_pStore; // the buffers below are views into it; pages touched as reached
 
     // input: a ring of recent frames per channel
     float* m_pRing[2] = {};

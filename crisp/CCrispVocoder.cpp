@@ -33,7 +33,7 @@ void CCrispVocoder::Configure(int window) {
                           &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim,    &m_pMask};
     const size_t total = 2 * static_cast<size_t>(window) + std::size(spectra) * m_nBins +
                          4 * static_cast<size_t>(window);
-    m_pStore = std::make_unique<double[]>(total);
+    m_pStore = Zeroed<double>(total);
     double* next = m_pStore.get();
     const auto take = [&](size_t n) { return std::exchange(next, next + n); };
     m_pWin = take(window);

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "CRealFft.h"
+#include "Zeroed.h"
 
 // A stereo phase vocoder with identity phase locking. Each frame's phases move on from the last
 // output frame's at the pace of each spectral peak's own frequency, and the bins around a peak
@@ -79,10 +80,10 @@ private:
     double m_dJoinDown = 1;
     int m_nNarrow = 0; // peaks below this bin need stand out of one neighbour each side, not two
     bool m_bFirst = true;
-    std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
-    double* m_pWin = nullptr;           // Hann window
-    double* m_pScratch = nullptr;       // a window's room for the phase lock
-    double* m_pLre = nullptr;           // left spectrum ...
+    Zeroed<double> m_pStore;      // the arrays below are views into it; pages touched as reached
+    double* m_pWin = nullptr;     // Hann window
+    double* m_pScratch = nullptr; // a window's room for the phase lock
+    double* m_pLre = nullptr;     // left spectrum ...
     double* m_pLim = nullptr;
     double* m_pRre = nullptr; // ... right spectrum ...
     double* m_pRim = nullptr;

@@ -300,10 +300,8 @@ void InverseAt(CMorvaneIsa::Level isa, const Plan& plan, const double* re, const
 } // namespace
 
 CRealFft::CRealFft(CMorvaneIsa::Level isa)
-    : m_Isa(CMorvaneIsa::Usable(isa)), m_pWork(std::make_unique<double[]>(2 * kMaxPoints)),
-      m_pStages(std::make_unique<double[]>(kMaxPoints)),
-      m_pTwRe(std::make_unique<double[]>(kMaxPoints / 2)),
-      m_pTwIm(std::make_unique<double[]>(kMaxPoints / 2)) {}
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_pWork(2 * kMaxPoints), m_pStages(kMaxPoints),
+      m_pTwRe(kMaxPoints / 2), m_pTwIm(kMaxPoints / 2) {}
 
 bool CRealFft::Prepare(int n) {
     m_nPoints = 0;

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "CMorvaneIsa.h"
+#include "Zeroed.h"
 
 // A transform of n real samples through a complex transform of n / 2 points: even and odd
 // samples ride as one complex sequence and are told apart afterwards. The complex transform is a
@@ -39,8 +40,9 @@ private:
 
     CMorvaneIsa::Level m_Isa;
     int m_nPoints = 0;
-    std::unique_ptr<double[]> m_pWork;   // two complex sequences of n / 2, real and imaginary apart
-    std::unique_ptr<double[]> m_pStages; // each stage's twiddles, real parts then imaginary
-    std::unique_ptr<double[]> m_pTwRe;   // cos and sin of -2 pi k / n, k < n / 2
-    std::unique_ptr<double[]> m_pTwIm;
+    // sized for kMaxPoints; a transform of fewer points touches only the pages it uses
+    Zeroed<double> m_pWork;   // two complex sequences of n / 2, real and imaginary apart
+    Zeroed<double> m_pStages; // each stage's twiddles, real parts then imaginary
+    Zeroed<double> m_pTwRe;   // cos and sin of -2 pi k / n, k < n / 2
+    Zeroed<double> m_pTwIm;
 };

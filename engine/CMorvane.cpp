@@ -45,10 +45,7 @@ CMorvane::CMorvane() {
     bOver = 0;
 }
 
-CMorvane::~CMorvane() {
-    std::free(m_pInBuf);
-    std::free(m_pOutBuf);
-}
+CMorvane::~CMorvane() = default;
 
 int CMorvane::InitMorvane() {
     static_cast<mvArg&>(*this) = mvArg{};
@@ -73,10 +70,7 @@ void CMorvane::AllocMem() {
         ClearBuffers();
         return;
     }
-    std::free(m_pInBuf);
-    std::free(m_pOutBuf);
-    // calloc: fresh pages come zeroed from the system, so the parts a job never reaches cost
-    // nothing.
+    // The parts a job never reaches cost nothing.
     m_pInBuf = Zeroed<float>(5 * static_cast<size_t>(nSampleRate));
     m_pOutBuf = Zeroed<float>(10 * static_cast<size_t>(nSampleRate));
     m_nAllocRate = nSampleRate;
@@ -87,8 +81,9 @@ void CMorvane::AllocMem() {
 void CMorvane::ClearBuffers() {
     if (!m_bDirty)
         return;
-    std::memset(m_pInBuf, 0, sizeof(float) * 5 * static_cast<size_t>(m_nAllocRate));
-    std::memset(m_pOutBuf, 0, sizeof(float) * 10 * static_cast<size_t>(m_nAllocRate));
+    // Pages the last job wrote are handed back, so the next one touches only what it reaches.
+    m_pInBuf.Clear();
+    m_pOutBuf.Clear();
     m_bDirty = false;
 }
 

@@ -8,6 +8,7 @@
 #include "CMorvaneResample.h"
 #include "CRemez.h"
 #include "SampleRateRange.h"
+#include "Zeroed.h"
 #include "mvArg.h"
 
 // The engine front: takes the host's blocks, holds up to one second, cuts it at onsets, stretches
@@ -75,8 +76,8 @@ private:
     // - m_pOutBuf, 5 s (10 x rate floats): the resampler's history (m_nLatency frames), then one
     //   segment as the block stretcher writes it: one second stretched by time x pitch, at most
     //   2, with the carry and the last lag on top, and the resampler's flush after it.
-    float* m_pInBuf = nullptr;
-    float* m_pOutBuf = nullptr;
+    Zeroed<float> m_pInBuf;
+    Zeroed<float> m_pOutBuf;
     int32_t m_nLatency = 0;
     int32_t m_nFill = 0;
     uint8_t m_bPending = 0;

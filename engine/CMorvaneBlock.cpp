@@ -65,11 +65,9 @@ __attribute__((target("avx2"))) uint64_t MagnitudeSumAvx2(const float* x, int n)
 
 } // namespace
 
-CMorvaneBlock::CMorvaneBlock() : m_pPartial(new int64_t[CMorvaneCorrelate::kCapacity]) {}
+CMorvaneBlock::CMorvaneBlock() : m_pPartial(CMorvaneCorrelate::kCapacity) {}
 
-CMorvaneBlock::~CMorvaneBlock() {
-    delete[] m_pPartial;
-}
+CMorvaneBlock::~CMorvaneBlock() = default;
 
 unsigned int CMorvaneBlock::sqr(unsigned int v) {
     unsigned int b = 1u << 30;

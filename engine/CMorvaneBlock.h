@@ -73,5 +73,5 @@ private:
     static constexpr int kLagChunk = 64;
     static constexpr int kStages = 4; // parts of the pattern between which lags may stop
     static constexpr int kGroup = 8;  // lags that go on or stop together
-    int64_t* m_pPartial;              // partial sums per lag: at most one lag per sample
+    Zeroed<int64_t> m_pPartial;       // partial sums per lag: at most one lag per sample
 };

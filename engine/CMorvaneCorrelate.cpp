@@ -311,19 +311,10 @@ __attribute__((target("avx2"))) void BlockSumsAvx2(const int32_t* x, int n, doub
 } // namespace
 
 CMorvaneCorrelate::CMorvaneCorrelate(Isa isa)
-    : m_Isa(CMorvaneIsa::Usable(isa)), m_pA32(new int32_t[kCapacity]),
-      m_pB32(new int32_t[kCapacity]), m_pA16(new int16_t[kCapacity]),
-      m_pB16(new int16_t[kCapacity]), m_pEA(new double[kCapacity / kBlock + 2]),
-      m_pEB(new double[kCapacity / kBlock + 2]) {}
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_pA32(kCapacity), m_pB32(kCapacity), m_pA16(kCapacity),
+      m_pB16(kCapacity), m_pEA(kCapacity / kBlock + 2), m_pEB(kCapacity / kBlock + 2) {}
 
-CMorvaneCorrelate::~CMorvaneCorrelate() {
-    delete[] m_pA32;
-    delete[] m_pB32;
-    delete[] m_pA16;
-    delete[] m_pB16;
-    delete[] m_pEA;
-    delete[] m_pEB;
-}
+CMorvaneCorrelate::~CMorvaneCorrelate() = default;
 
 bool CMorvaneCorrelate::Load(const float* a, int aSamples, const float* b, int n) {
     m_nA = m_nB = 0;

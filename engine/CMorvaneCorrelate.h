@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "CMorvaneIsa.h"
+#include "Zeroed.h"
 
 // The splice search's correlation at many lags at once:
 //   R(j) = sum over i < n of (a[j * stride + i] * b[i]) >> 20
@@ -52,12 +53,13 @@ private:
     Width m_Width = Width::Narrow16;
     int m_nA = 0;
     int m_nB = 0;
-    int32_t* m_pA32;
-    int32_t* m_pB32;
-    int16_t* m_pA16;
-    int16_t* m_pB16;
+    // Sized for kCapacity; a search touches only the pages it fills.
+    Zeroed<int32_t> m_pA32;
+    Zeroed<int32_t> m_pB32;
+    Zeroed<int16_t> m_pA16;
+    Zeroed<int16_t> m_pB16;
     double Energy(const double* sums, int n, long from, long to) const;
 
-    double* m_pEA; // running sums of squares: m_pEA[k] over a[0..kBlock * k)
-    double* m_pEB;
+    Zeroed<double> m_pEA; // running sums of squares: m_pEA[k] over a[0..kBlock * k)
+    Zeroed<double> m_pEB;
 };

@@ -114,10 +114,7 @@ CMorvaneDetect::CMorvaneDetect(CMorvaneIsa::Level isa)
       m_pSpectrum(Zeroed<double>(2 * kMaxFrame)), m_pDiff(Zeroed<double>(kMaxFrame / 2 + 1)),
       m_pMag1(Zeroed<double>(kMaxFrame)), m_pMag2(Zeroed<double>(kMaxFrame)) {}
 
-CMorvaneDetect::~CMorvaneDetect() {
-    for (double* p : {m_pFluxPos, m_pFluxAbs, m_pFrame, m_pSpectrum, m_pDiff, m_pMag1, m_pMag2})
-        std::free(p);
-}
+CMorvaneDetect::~CMorvaneDetect() = default;
 
 void CMorvaneDetect::WindowFrame(const float* frame, int ch, int F, double* out) const {
     if (m_Isa != CMorvaneIsa::Baseline)
@@ -177,7 +174,7 @@ int CMorvaneDetect::Detect(float* in, int count, mvArg* arg) {
 
     if (canSearch && H < count - H) {
         const int offset = (N - F) / 2; // the frame sits in the middle of the padded buffer
-        std::fill(m_pFrame, m_pFrame + N, 0.0);
+        std::fill(m_pFrame.get(), m_pFrame + N, 0.0);
         const int* rev = m_Fft.Reversal();
         // stage 2's second twiddle; the first of stages 1 and 2 must be exactly (1, 0)
         const double* tw = m_Fft.Twiddles(true);

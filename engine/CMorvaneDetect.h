@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "CMorvaneFft.h"
+#include "Zeroed.h"
 #include "mvArg.h"
 
 // Finds where the next segment of held audio ends: at the next onset (a sudden rise of spectral
@@ -49,12 +50,12 @@ private:
     int32_t m_nFFT = 1;
     int32_t m_nWindowLen = 0; // the frame m_Window was made for
     CMorvaneFft m_Fft;
-    int32_t m_Window[kMaxFrame + 1] = {};
-    double* m_pFluxPos;  // net magnitude rise per frame, floored at 0
-    double* m_pFluxAbs;  // total absolute magnitude change per frame
-    double* m_pFrame;    // the windowed frame amid its zero padding, in natural order
-    double* m_pSpectrum; // transform work buffer, interleaved (re, im)
-    double* m_pDiff;     // each bin's change of magnitude in the current frame
-    double* m_pMag1;     // magnitudes one hop back ...
-    double* m_pMag2;     // ... and two hops back, which is what each frame is compared with
+    Zeroed<int32_t> m_Window{kMaxFrame + 1}; // a short frame touches only its own pages
+    Zeroed<double> m_pFluxPos;               // net magnitude rise per frame, floored at 0
+    Zeroed<double> m_pFluxAbs;               // total absolute magnitude change per frame
+    Zeroed<double> m_pFrame;    // the windowed frame amid its zero padding, in natural order
+    Zeroed<double> m_pSpectrum; // transform work buffer, interleaved (re, im)
+    Zeroed<double> m_pDiff;     // each bin's change of magnitude in the current frame
+    Zeroed<double> m_pMag1;     // magnitudes one hop back ...
+    Zeroed<double> m_pMag2;     // ... and two hops back, which is what each frame is compared with
 };

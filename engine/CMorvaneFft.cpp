@@ -38,15 +38,10 @@ __attribute__((target("avx512f"), always_inline)) inline void Butterfly4(__m512d
 } // namespace
 
 CMorvaneFft::CMorvaneFft(CMorvaneIsa::Level isa)
-    : m_Isa(CMorvaneIsa::Usable(isa)), m_pSwaps(new int[kMaxPoints]), m_pRev(new int[kMaxPoints]),
-      m_pForward(new double[2 * kMaxPoints]), m_pInverse(new double[2 * kMaxPoints]) {}
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_pSwaps(kMaxPoints), m_pRev(kMaxPoints),
+      m_pForward(2 * kMaxPoints), m_pInverse(2 * kMaxPoints) {}
 
-CMorvaneFft::~CMorvaneFft() {
-    delete[] m_pSwaps;
-    delete[] m_pRev;
-    delete[] m_pForward;
-    delete[] m_pInverse;
-}
+CMorvaneFft::~CMorvaneFft() = default;
 
 bool CMorvaneFft::Prepare(int n) {
     if (n == m_nPoints && n > 0)

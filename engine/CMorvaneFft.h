@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CMorvaneIsa.h"
+#include "Zeroed.h"
 
 // The engine's double-precision transform (the free function fft() in fft.h) with its tables
 // prepared once: the bit-reversal swaps and, for every stage and both directions, the twiddles
@@ -45,8 +46,9 @@ private:
     int m_nPoints = 0;
     int m_nSwaps = 0;
     double m_dScale = 1.0;
-    int* m_pSwaps;      // pairs of indices to exchange
-    int* m_pRev;        // bit reversal of each index
-    double* m_pForward; // per stage m, m pairs (wr, wi); stage m starts at 2 * (m - 1)
-    double* m_pInverse;
+    // Sized for kMaxPoints; a plan of fewer points touches only the pages it fills.
+    Zeroed<int> m_pSwaps;      // pairs of indices to exchange
+    Zeroed<int> m_pRev;        // bit reversal of each index
+    Zeroed<double> m_pForward; // per stage m, m pairs (wr, wi); stage m starts at 2 * (m - 1)
+    Zeroed<double> m_pInverse;
 };

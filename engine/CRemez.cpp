@@ -11,10 +11,7 @@ CRemez::CRemez()
       m_pWeight(Zeroed<double>(kCapacity)), m_pY(Zeroed<double>(kCapacity)),
       m_pA(Zeroed<double>(kCapacity)) {}
 
-CRemez::~CRemez() {
-    for (double* p : {m_pX, m_pXw, m_pWeight, m_pY, m_pA})
-        std::free(p);
-}
+CRemez::~CRemez() = default;
 
 void CRemez::InitialPoints(int n, double fp, double fs) {
     double* X = m_pX;

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "Zeroed.h"
+
 // Linear-phase two-band low-pass FIR design by the Remez exchange (Parks-McClellan), working
 // directly on the extremal frequencies with barycentric Lagrange interpolation instead of on a
 // dense grid. Frequencies are handled in x = -2 cos(pi f), f relative to Nyquist, so x runs
@@ -68,11 +70,11 @@ private:
     int32_t m_nInterleave = 0;
     int32_t m_nPass = 0; // extremal points in the passband, its edge included
     int32_t m_nStop = 0;
-    double* m_pX;      // extremal points; X[0] = -2 and X[n + 2] = +2 are sentinels
-    double* m_pXw;     // the working copy one exchange pass moves
-    double* m_pWeight; // barycentric weights, times Y after prp
-    double* m_pY;      // prescribed response at each point
-    double* m_pA;      // final response sampled for the inverse transform
+    Zeroed<double> m_pX;      // extremal points; X[0] = -2 and X[n + 2] = +2 are sentinels
+    Zeroed<double> m_pXw;     // the working copy one exchange pass moves
+    Zeroed<double> m_pWeight; // barycentric weights, times Y after prp
+    Zeroed<double> m_pY;      // prescribed response at each point
+    Zeroed<double> m_pA;      // final response sampled for the inverse transform
     int32_t m_nHalf = 0;
     int32_t m_nPasses = 0;
     int32_t m_nMaxPasses = kMaxPasses;

@@ -5,9 +5,14 @@
 #include <cctype>
 #include <initializer_list>
 
+#include "AudioLibraries.h"
 #include "RenderJob.h"
 
 namespace {
+
+const AudioLibraries::SndfileTable& Sf() {
+    return AudioLibraries::Sndfile();
+}
 
 struct Container {
     const char* word;
@@ -53,7 +58,7 @@ bool Valid(int format, int channels, int rate) {
     info.format = format;
     info.channels = channels;
     info.samplerate = rate;
-    return sf_format_check(&info) != 0;
+    return Sf().sf_format_check(&info) != 0;
 }
 
 bool IsCodec(int sub) {
@@ -135,10 +140,10 @@ std::string OutputFormat::Extension(int format) {
 std::string OutputFormat::Describe(int format) {
     SF_FORMAT_INFO major{format & SF_FORMAT_TYPEMASK, nullptr, nullptr};
     SF_FORMAT_INFO minor{format & SF_FORMAT_SUBMASK, nullptr, nullptr};
-    std::string text = sf_command(nullptr, SFC_GET_FORMAT_INFO, &major, sizeof(major)) == 0
+    std::string text = Sf().sf_command(nullptr, SFC_GET_FORMAT_INFO, &major, sizeof(major)) == 0
                            ? major.name
                            : "unknown";
-    if (sf_command(nullptr, SFC_GET_FORMAT_INFO, &minor, sizeof(minor)) == 0)
+    if (Sf().sf_command(nullptr, SFC_GET_FORMAT_INFO, &minor, sizeof(minor)) == 0)
         text += std::string(", ") + minor.name;
     return text;
 }

@@ -369,14 +369,20 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     result.inputFrames = total;
     result.sampleRate = rate;
     result.missingFrames = reader.MissingFrames();
-    const auto interleaved = std::unique_ptr<float[]>(new float[Room(rate) * channels]);
+    // The plug-in's output goes to the file a small piece at a time, through one buffer whose
+    // pages stay warm however much a call gives.
+    constexpr sf_count_t kPiece = 4096;
+    const auto interleaved = std::make_unique<float[]>(kPiece * channels);
     sf_count_t written = 0;
     const bool whole =
         Drive(p, channels, rate, total, latency, length, read,
               [&](const float* left, const float* right, sf_count_t n, sf_count_t taken) {
-                  result.peak =
-                      Interleave(left, right, channels, n, interleaved.get(), result.peak);
-                  write(interleaved.get(), n);
+                  for (sf_count_t at = 0; at < n; at += kPiece) {
+                      const sf_count_t k = std::min(kPiece, n - at);
+                      result.peak = Interleave(left + at, right + at, channels, k,
+                                               interleaved.get(), result.peak);
+                      write(interleaved.get(), k);
+                  }
                   written += n;
                   if (progress)
                       progress(total ? double(taken) / total : 1.0);
@@ -387,11 +393,9 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
         throw StoppedError("stopped: nothing was written");
 
     // The engine's length is right to a few milliseconds; the file is right to the frame.
-    const size_t silence =
-        static_cast<size_t>(std::clamp<sf_count_t>(length - written, 0, Room(rate)));
-    std::fill(interleaved.get(), interleaved.get() + silence * channels, 0.0f);
+    std::fill(interleaved.get(), interleaved.get() + kPiece * channels, 0.0f);
     while (written < length) {
-        const sf_count_t n = std::min<sf_count_t>(length - written, Room(rate));
+        const sf_count_t n = std::min(length - written, kPiece);
         write(interleaved.get(), n);
         written += n;
     }
@@ -429,7 +433,10 @@ bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t tot
     // Left uninitialised: each call reads only what was written before it, and the output
     // buffers, sized for the worst case, are mostly never touched.
     const auto buffer = [](size_t n) { return std::unique_ptr<float[]>(new float[n]); };
-    const auto fileBuf = buffer(static_cast<size_t>(block) * channels);
+    // A block is read a piece at a time, so the file's frames pass through a few warm pages.
+    constexpr sf_count_t kPiece = 2048;
+    const auto fileBuf =
+        buffer(static_cast<size_t>(std::min<sf_count_t>(block, kPiece)) * channels);
     const auto inL = buffer(block), inR = buffer(block), outL = buffer(room), outR = buffer(room);
 
     p.Dispatch(effStartProcess);
@@ -439,11 +446,14 @@ bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t tot
     constexpr int kMaxIdleCalls = 1000;
     for (int idle = 0;;) {
         if (heldAt == held && taken < total) {
-            held = read(fileBuf.get(), std::min<sf_count_t>(block, total - taken));
-            heldAt = 0;
-            if (held <= 0)
-                throw InputError("cannot read the input: the file ends early");
-            Deinterleave(fileBuf.get(), channels, held, inL.get(), inR.get());
+            const sf_count_t want = std::min<sf_count_t>(block, total - taken);
+            for (held = heldAt = 0; held < want;) {
+                const sf_count_t got = read(fileBuf.get(), std::min(kPiece, want - held));
+                if (got <= 0)
+                    throw InputError("cannot read the input: the file ends early");
+                Deinterleave(fileBuf.get(), channels, got, inL.get() + held, inR.get() + held);
+                held += got;
+            }
         }
         const VstInt32 offer = static_cast<VstInt32>(held - heldAt);
         VstInt32 in = 0, out = 0;

@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cstdio>
 
+#include "AudioLibraries.h"
 #include "AudioWriter.h"
 #include "BankCommand.h"
 #include "CommandDocs.h"
@@ -44,7 +45,11 @@ std::string Versions() {
     } catch (const std::exception& e) {
         text += std::string("plug-in      ") + e.what() + "\n";
     }
-    return text + "libsndfile   " + sf_version_string();
+    try {
+        return text + "libsndfile   " + AudioLibraries::Sndfile().sf_version_string();
+    } catch (const std::exception& e) {
+        return text + "libsndfile   " + e.what();
+    }
 }
 
 } // namespace

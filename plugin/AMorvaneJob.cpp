@@ -2,6 +2,7 @@
 // the queue (a FIFO) that reconciles the two.
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 
@@ -186,7 +187,24 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
     StretchEngine& engine = *m_pJob.load();
     const int64_t worst = engine.MaxOutput(static_cast<int>(m_nSlice));
     const bool lastBlock = m_nConsumed + offered >= m_nTotal && m_nTotal > 0;
+    // A host may hand the same arrays for input and output; the engine must not write over
+    // input it has yet to read.
+    const auto apart = [&] {
+        if (!hasIn || !hasOut)
+            return hasOut;
+        for (float* o : {io->outputs[0], io->outputs[1]})
+            for (float* i : {io->inputs[0], io->inputs[1]}) {
+                const auto o0 = reinterpret_cast<uintptr_t>(o), i0 = reinterpret_cast<uintptr_t>(i);
+                if (o0 < i0 + sizeof(float) * offered && i0 < o0 + sizeof(float) * want)
+                    return false;
+            }
+        return true;
+    }();
     int64_t taken = 0;
+    // What is queued leaves in this call anyway, as far as the host has room: it goes first, so
+    // that the queue is often empty below (not into arrays that still hold the input).
+    if (apart)
+        giveOut();
     do {
         if (m_nCapacity - m_nFill < worst)
             giveOut();
@@ -197,8 +215,16 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
         static float none = 0.0f;
         float* in[2] = {hasIn ? io->inputs[0] + taken : &none,
                         hasIn ? io->inputs[1] + taken : &none};
-        // Straight into the FIFO when what a slice can produce fits before its end.
-        if (m_nWrite + worst <= m_nCapacity) {
+        if (apart && m_nFill == 0 && want - given >= worst) {
+            // Nothing queued and room for all a slice can make: straight to the host, as the
+            // queue would have handed it over in this call, scaled and metered in place.
+            float* to[2] = {io->outputs[0] + given, io->outputs[1] + given};
+            const int produced = engine.Process(to, in, static_cast<int>(slice), last);
+            for (int c = 0; c < 2; ++c)
+                m_fMeter[2 + c] = ScaleAndPeak(to[c], to[c], produced, m_fGain, m_fMeter[2 + c]);
+            given += produced;
+        } else if (m_nWrite + worst <= m_nCapacity) {
+            // Straight into the FIFO when what a slice can produce fits before its end.
             float* to[2] = {m_pFifo[0] + m_nWrite, m_pFifo[1] + m_nWrite};
             const int produced = engine.Process(to, in, static_cast<int>(slice), last);
             m_nWrite = (m_nWrite + produced) % m_nCapacity;

@@ -583,6 +583,18 @@ TEST_F(Host, InfoHelpAndDemo) {
     EXPECT_EQ(first, Read("demo2.wav", &b)); // deterministic
     EXPECT_EQ(2, a.channels);
     EXPECT_GE(a.frames, 44100 * 10);
+
+    // libsndfile is loaded only by what reads or writes audio, and one that cannot be is named.
+    fs::create_directory(dir / "libs");
+    std::ofstream(dir / "libs" / "libsndfile.so.1") << "not a library";
+    const std::string broken = "LD_LIBRARY_PATH=" + P("libs");
+    EXPECT_EQ(0, Run("help render", broken).code);
+    EXPECT_EQ(0, Run("info", broken).code);
+    const Result unloaded = Run("render " + P("demo.wav") + " " + P("none.wav"), broken);
+    EXPECT_EQ(3, unloaded.code);
+    EXPECT_NE(std::string::npos, unloaded.err.find("libsndfile.so.1 (Debian's libsndfile1)"))
+        << unloaded.err;
+    EXPECT_FALSE(fs::exists(dir / "none.wav"));
 }
 
 TEST_F(Host, ProgramsAndBanks) {

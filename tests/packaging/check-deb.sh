@@ -27,9 +27,10 @@ if grep -q '^/usr/include\|/tests\?/\|_tests$\|_bench$' "$work/files"; then
     fail "the package holds build or test files"
 fi
 
-# Dependencies come from the binaries: libsndfile and libmpg123 for the host, X and cairo for
-# the panel, GLib's GIO for the window's file chooser, and the C++ runtime, with the versions the
-# binaries need. Playback's libpulse is loaded only when something is played, so it is recommended.
+# Dependencies come from the binaries: X and cairo for the panel, GLib's GIO for the window's
+# file chooser, and the C++ runtime, with the versions the binaries need; libsndfile and
+# libmpg123, which the host loads when it first reads or writes audio, are named by hand.
+# Playback's libpulse is loaded only when something is played, so it is recommended.
 depends=$(dpkg-deb -f "$deb" Depends)
 for lib in libc6 libstdc++6 libsndfile1 libmpg123-0 libx11-6 libcairo2 libglib2.0-0; do
     echo "$depends" | tr ',' '\n' | sed 's/^ *//; s/ .*//' | grep -qFx "$lib" ||
