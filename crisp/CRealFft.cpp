@@ -3,6 +3,7 @@
 #include <cmath>
 #include <memory>
 #include <numbers>
+#include <type_traits>
 #include <utility>
 
 // Each body is inlined into one function per instruction set, where the compiler vectorises it.
@@ -31,23 +32,22 @@ namespace {
 // The inputs come as four streams a..d and the outputs go to four, each at its own pointer; the
 // loops around it say (CRISP_NO_OVERLAP) that no stream overlaps another.
 
-CRISP_INLINE void Radix4(const double* __restrict ar, const double* __restrict ai,
-                         const double* __restrict br, const double* __restrict bi,
-                         const double* __restrict cr, const double* __restrict ci,
-                         const double* __restrict dr, const double* __restrict di, int i,
-                         double* __restrict y0r, double* __restrict y0i, double* __restrict y1r,
-                         double* __restrict y1i, double* __restrict y2r, double* __restrict y2i,
-                         double* __restrict y3r, double* __restrict y3i, int o, double w1r,
-                         double w1i, double w2r, double w2i, double w3r, double w3i) {
-    const double pr = ar[i] + cr[i], pi = ai[i] + ci[i]; // a + c
-    const double nr = ar[i] - cr[i], ni = ai[i] - ci[i]; // a - c
-    const double er = br[i] + dr[i], ei = bi[i] + di[i]; // b + d
-    const double fr = br[i] - dr[i], fi = bi[i] - di[i]; // b - d, turned by -i below
+template <typename R>
+CRISP_INLINE void Radix4(const R* __restrict ar, const R* __restrict ai, const R* __restrict br,
+                         const R* __restrict bi, const R* __restrict cr, const R* __restrict ci,
+                         const R* __restrict dr, const R* __restrict di, int i, R* __restrict y0r,
+                         R* __restrict y0i, R* __restrict y1r, R* __restrict y1i, R* __restrict y2r,
+                         R* __restrict y2i, R* __restrict y3r, R* __restrict y3i, int o, R w1r,
+                         R w1i, R w2r, R w2i, R w3r, R w3i) {
+    const R pr = ar[i] + cr[i], pi = ai[i] + ci[i]; // a + c
+    const R nr = ar[i] - cr[i], ni = ai[i] - ci[i]; // a - c
+    const R er = br[i] + dr[i], ei = bi[i] + di[i]; // b + d
+    const R fr = br[i] - dr[i], fi = bi[i] - di[i]; // b - d, turned by -i below
     y0r[o] = pr + er;
     y0i[o] = pi + ei;
-    const double ur = nr + fi, ui = ni - fr; // (a - c) - i (b - d)
-    const double vr = pr - er, vi = pi - ei; // (a + c) - (b + d)
-    const double tr = nr - fi, ti = ni + fr; // (a - c) + i (b - d)
+    const R ur = nr + fi, ui = ni - fr; // (a - c) - i (b - d)
+    const R vr = pr - er, vi = pi - ei; // (a + c) - (b + d)
+    const R tr = nr - fi, ti = ni + fr; // (a - c) + i (b - d)
     y1r[o] = ur * w1r - ui * w1i;
     y1i[o] = ur * w1i + ui * w1r;
     y2r[o] = vr * w2r - vi * w2i;
@@ -57,22 +57,22 @@ CRISP_INLINE void Radix4(const double* __restrict ar, const double* __restrict a
 }
 
 // The first stage, of stride 1: the groups are the long run, each one's outputs side by side.
-CRISP_INLINE void FirstStage(const double* __restrict xr, const double* __restrict xi,
-                             double* __restrict yr, double* __restrict yi,
-                             const double* __restrict w, int m) {
-    const double *ar = xr, *ai = xi, *br = xr + m, *bi = xi + m, *cr = xr + 2 * m, *ci = xi + 2 * m,
-                 *dr = xr + 3 * m, *di = xi + 3 * m;
+template <typename R>
+CRISP_INLINE void FirstStage(const R* __restrict xr, const R* __restrict xi, R* __restrict yr,
+                             R* __restrict yi, const R* __restrict w, int m) {
+    const R *ar = xr, *ai = xi, *br = xr + m, *bi = xi + m, *cr = xr + 2 * m, *ci = xi + 2 * m,
+            *dr = xr + 3 * m, *di = xi + 3 * m;
     CRISP_NO_OVERLAP
     for (int p = 0; p < m; ++p) {
-        const double pr = ar[p] + cr[p], pi = ai[p] + ci[p];
-        const double nr = ar[p] - cr[p], ni = ai[p] - ci[p];
-        const double er = br[p] + dr[p], ei = bi[p] + di[p];
-        const double fr = br[p] - dr[p], fi = bi[p] - di[p];
-        const double ur = nr + fi, ui = ni - fr;
-        const double vr = pr - er, vi = pi - ei;
-        const double tr = nr - fi, ti = ni + fr;
-        const double w1r = w[p], w1i = w[m + p], w2r = w[2 * m + p], w2i = w[3 * m + p],
-                     w3r = w[4 * m + p], w3i = w[5 * m + p];
+        const R pr = ar[p] + cr[p], pi = ai[p] + ci[p];
+        const R nr = ar[p] - cr[p], ni = ai[p] - ci[p];
+        const R er = br[p] + dr[p], ei = bi[p] + di[p];
+        const R fr = br[p] - dr[p], fi = bi[p] - di[p];
+        const R ur = nr + fi, ui = ni - fr;
+        const R vr = pr - er, vi = pi - ei;
+        const R tr = nr - fi, ti = ni + fr;
+        const R w1r = w[p], w1i = w[m + p], w2r = w[2 * m + p], w2i = w[3 * m + p],
+                w3r = w[4 * m + p], w3i = w[5 * m + p];
         yr[4 * p] = pr + er;
         yi[4 * p] = pi + ei;
         yr[4 * p + 1] = ur * w1r - ui * w1i;
@@ -85,13 +85,13 @@ CRISP_INLINE void FirstStage(const double* __restrict xr, const double* __restri
 }
 
 // Wide strides: each group is a run with one set of twiddles.
-CRISP_INLINE void WideStage(const double* __restrict xr, const double* __restrict xi,
-                            double* __restrict yr, double* __restrict yi,
-                            const double* __restrict w, int s, int m) {
+template <typename R>
+CRISP_INLINE void WideStage(const R* __restrict xr, const R* __restrict xi, R* __restrict yr,
+                            R* __restrict yi, const R* __restrict w, int s, int m) {
     const int l = s * m;
     for (int p = 0; p < m; ++p) {
-        const double w1r = w[p], w1i = w[m + p], w2r = w[2 * m + p], w2i = w[3 * m + p],
-                     w3r = w[4 * m + p], w3i = w[5 * m + p];
+        const R w1r = w[p], w1i = w[m + p], w2r = w[2 * m + p], w2i = w[3 * m + p],
+                w3r = w[4 * m + p], w3i = w[5 * m + p];
         const int a = s * p, o = 4 * s * p;
         CRISP_NO_OVERLAP
         for (int q = 0; q < s; ++q)
@@ -103,10 +103,11 @@ CRISP_INLINE void WideStage(const double* __restrict xr, const double* __restric
 }
 
 // The last stage when the points are an odd power of two: pairs without twiddles.
-CRISP_INLINE void PairStage(const double* __restrict xr, const double* __restrict xi,
-                            double* __restrict yr, double* __restrict yi, int s) {
+template <typename R>
+CRISP_INLINE void PairStage(const R* __restrict xr, const R* __restrict xi, R* __restrict yr,
+                            R* __restrict yi, int s) {
     for (int q = 0; q < s; ++q) {
-        const double ar = xr[q], ai = xi[q], br = xr[q + s], bi = xi[q + s];
+        const R ar = xr[q], ai = xi[q], br = xr[q + s], bi = xi[q + s];
         yr[q] = ar + br;
         yi[q] = ai + bi;
         yr[q + s] = ar - br;
@@ -116,7 +117,7 @@ CRISP_INLINE void PairStage(const double* __restrict xr, const double* __restric
 
 // The forward complex transform of h points in (xr, xi), using (yr, yi) as room; returns which
 // of the two holds the result (true: y). w: each radix-4 stage's twiddles in turn.
-CRISP_INLINE bool Complex(double* xr, double* xi, double* yr, double* yi, const double* w, int h) {
+template <typename R> CRISP_INLINE bool Complex(R* xr, R* xi, R* yr, R* yi, const R* w, int h) {
     bool inY = false;
     int s = 1, n = h;
     for (; n >= 4; n /= 4, s *= 4) {
@@ -137,78 +138,93 @@ CRISP_INLINE bool Complex(double* xr, double* xi, double* yr, double* yi, const 
     return inY;
 }
 
-struct Plan {
+template <typename R> struct Plan {
     int h;
-    double* work;      // 4 h: xr, xi, yr, yi
-    const double* w;   // the stages' twiddles
-    const double* twr; // the real transform's
-    const double* twi;
+    R* work;      // 4 h: xr, xi, yr, yi; then, in single precision, 2 (h + 1) for the spectrum
+    const R* w;   // the stages' twiddles
+    const R* twr; // the real transform's
+    const R* twi;
 };
 
 // Z = FFT(x[2m] + i x[2m+1]) gives the transforms of the even and the odd samples,
 // E = (Z[k] + conj Z[h-k]) / 2 and O = (Z[k] - conj Z[h-k]) / 2i, and X[k] = E + W^k O.
-CRISP_INLINE void Unpack(const double* __restrict zr, const double* __restrict zi,
-                         const double* __restrict twr, const double* __restrict twi, int h,
-                         double* __restrict re, double* __restrict im) {
-    re[0] = zr[0] + zi[0];
+template <typename R>
+CRISP_INLINE void Unpack(const R* __restrict zr, const R* __restrict zi, const R* __restrict twr,
+                         const R* __restrict twi, int h, double* __restrict re,
+                         double* __restrict im) {
+    re[0] = double(zr[0] + zi[0]);
     im[0] = 0.0;
-    re[h] = zr[0] - zi[0];
+    re[h] = double(zr[0] - zi[0]);
     im[h] = 0.0;
+    const R half = 0.5;
     for (int k = 1; k < h; ++k) {
-        const double ar = zr[k], ai = zi[k];
-        const double br = zr[h - k], bi = -zi[h - k]; // conj Z[h-k]
-        const double er = 0.5 * (ar + br), ei = 0.5 * (ai + bi);
-        const double or_ = 0.5 * (ai - bi), oi = -0.5 * (ar - br); // (a - b) / 2i
-        const double wr = twr[k], wi = twi[k];
-        re[k] = er + (wr * or_ - wi * oi);
-        im[k] = ei + (wr * oi + wi * or_);
+        const R ar = zr[k], ai = zi[k];
+        const R br = zr[h - k], bi = -zi[h - k]; // conj Z[h-k]
+        const R er = half * (ar + br), ei = half * (ai + bi);
+        const R or_ = half * (ai - bi), oi = -half * (ar - br); // (a - b) / 2i
+        const R wr = twr[k], wi = twi[k];
+        re[k] = double(er + (wr * or_ - wi * oi));
+        im[k] = double(ei + (wr * oi + wi * or_));
     }
 }
 
 // Z[k] = E + i O with O = (X[k] - conj X[h-k]) W^-k / 2, real and imaginary parts swapped
-// (see InverseBody).
-CRISP_INLINE void Pack(const double* __restrict tr, const double* __restrict ti,
-                       const double* __restrict twr, const double* __restrict twi, int h,
-                       double* __restrict xr, double* __restrict xi) {
+// (see InverseBody); (tr, ti): the spectrum in the working precision.
+template <typename R>
+CRISP_INLINE void Pack(const R* __restrict tr, const R* __restrict ti, const R* __restrict twr,
+                       const R* __restrict twi, int h, R* __restrict xr, R* __restrict xi) {
+    const R half = 0.5;
     // a real signal's bins 0 and n / 2 are real: their imaginary parts are not read, or they
     // would come out as a tone at the Nyquist frequency (W^0 = 1: O = D, real)
-    xi[0] = 0.5 * (tr[0] + tr[h]);
-    xr[0] = 0.5 * (tr[0] - tr[h]);
+    xi[0] = half * (tr[0] + tr[h]);
+    xr[0] = half * (tr[0] - tr[h]);
     for (int k = 1; k < h; ++k) {
-        const double ar = tr[k], ai = ti[k];
-        const double br = tr[h - k], bi = -ti[h - k]; // conj X[h-k]
-        const double er = 0.5 * (ar + br), ei = 0.5 * (ai + bi);
-        const double dr = 0.5 * (ar - br), di = 0.5 * (ai - bi);
-        const double wr = twr[k], wi = -twi[k];
-        const double or_ = dr * wr - di * wi, oi = dr * wi + di * wr;
+        const R ar = tr[k], ai = ti[k];
+        const R br = tr[h - k], bi = -ti[h - k]; // conj X[h-k]
+        const R er = half * (ar + br), ei = half * (ai + bi);
+        const R dr = half * (ar - br), di = half * (ai - bi);
+        const R wr = twr[k], wi = -twi[k];
+        const R or_ = dr * wr - di * wi, oi = dr * wi + di * wr;
         xi[k] = er - oi;
         xr[k] = ei + or_;
     }
 }
 
-// The samples, times the window when there is one, into even and odd.
-template <typename T>
+// The spectrum in the working precision, in a run of its own: the compiler vectorises the
+// conversion and Pack's reversed reads only apart.
+template <typename R>
+CRISP_INLINE void Narrow(const double* __restrict re, const double* __restrict im, int bins,
+                         R* __restrict tr, R* __restrict ti) {
+    for (int k = 0; k < bins; ++k) {
+        tr[k] = R(re[k]);
+        ti[k] = R(im[k]);
+    }
+}
+
+// The samples, times the window (each product in double precision) when there is one, into even
+// and odd.
+template <typename T, typename R>
 CRISP_INLINE void Split(const T* __restrict x, const double* __restrict window, int h,
-                        double* __restrict xr, double* __restrict xi) {
+                        R* __restrict xr, R* __restrict xi) {
     if (window) {
         for (int i = 0; i < h; ++i) {
-            xr[i] = x[2 * i] * window[2 * i];
-            xi[i] = x[2 * i + 1] * window[2 * i + 1];
+            xr[i] = R(x[2 * i] * window[2 * i]);
+            xi[i] = R(x[2 * i + 1] * window[2 * i + 1]);
         }
     } else {
         for (int i = 0; i < h; ++i) {
-            xr[i] = x[2 * i];
-            xi[i] = x[2 * i + 1];
+            xr[i] = R(x[2 * i]);
+            xi[i] = R(x[2 * i + 1]);
         }
     }
 }
 
-template <typename T>
-CRISP_INLINE void ForwardBody(const Plan& plan, const T* __restrict x,
+template <typename R, typename T>
+CRISP_INLINE void ForwardBody(const Plan<R>& plan, const T* __restrict x,
                               const double* __restrict window, double* __restrict re,
                               double* __restrict im) {
     const int h = plan.h;
-    double *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
+    R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
     Split(x, window, h, xr, xi);
     if (Complex(xr, xi, yr, yi, plan.w, h))
         Unpack(yr, yi, plan.twr, plan.twi, h, re, im);
@@ -229,24 +245,32 @@ struct Output {
     double* rest;
 };
 
-// Samples 2 from to 2 until - 1, added to to[m - base].
-CRISP_INLINE void Merge(const double* __restrict zr, const double* __restrict zi, double scale,
-                        int from, int until, const double* __restrict w, double gain,
-                        double* __restrict to, int base) {
+// Samples 2 from to 2 until - 1, added to to[m - base], each in double precision.
+template <typename R>
+CRISP_INLINE void Merge(const R* __restrict zr, const R* __restrict zi, double scale, int from,
+                        int until, const double* __restrict w, double gain, double* __restrict to,
+                        int base) {
     for (int i = from; i < until; ++i) {
-        to[2 * i - base] += zr[i] * scale * w[2 * i] * gain;
-        to[2 * i + 1 - base] += zi[i] * scale * w[2 * i + 1] * gain;
+        to[2 * i - base] += double(zr[i]) * scale * w[2 * i] * gain;
+        to[2 * i + 1 - base] += double(zi[i]) * scale * w[2 * i + 1] * gain;
     }
 }
 
-CRISP_INLINE void InverseBody(const Plan& plan, const double* __restrict re,
+template <typename R>
+CRISP_INLINE void InverseBody(const Plan<R>& plan, const double* __restrict re,
                               const double* __restrict im, const Output& out) {
     const int h = plan.h;
-    double *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
-    Pack(re, im, plan.twr, plan.twi, h, xr, xi);
+    R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
+    if constexpr (std::is_same_v<R, double>) {
+        Pack(re, im, plan.twr, plan.twi, h, xr, xi);
+    } else {
+        R *tr = yi + h, *ti = tr + h + 1;
+        Narrow(re, im, h + 1, tr, ti);
+        Pack(tr, ti, plan.twr, plan.twi, h, xr, xi);
+    }
     const bool inY = Complex(xr, xi, yr, yi, plan.w, h);
-    const double* __restrict zi = inY ? yr : xr; // swapped back
-    const double* __restrict zr = inY ? yi : xi;
+    const R* __restrict zi = inY ? yr : xr; // swapped back
+    const R* __restrict zr = inY ? yi : xi;
     const double scale = 1.0 / h;
     if (out.window) {
         const int half = out.split / 2;
@@ -256,38 +280,53 @@ CRISP_INLINE void InverseBody(const Plan& plan, const double* __restrict re,
     }
     double* __restrict x = out.x;
     for (int i = 0; i < h; ++i) {
-        x[2 * i] = zr[i] * scale;
-        x[2 * i + 1] = zi[i] * scale;
+        x[2 * i] = double(zr[i]) * scale;
+        x[2 * i + 1] = double(zi[i]) * scale;
     }
 }
 
-template <typename T>
-CRISP_AVX512 void Forward512(const Plan& plan, const T* x, const double* window, double* re,
+template <typename R, typename T>
+CRISP_AVX512 void Forward512(const Plan<R>& plan, const T* x, const double* window, double* re,
                              double* im) {
     ForwardBody(plan, x, window, re, im);
 }
-template <typename T>
-CRISP_AVX2 void Forward256(const Plan& plan, const T* x, const double* window, double* re,
+template <typename R, typename T>
+CRISP_AVX2 void Forward256(const Plan<R>& plan, const T* x, const double* window, double* re,
                            double* im) {
     ForwardBody(plan, x, window, re, im);
 }
-template <typename T>
-void ForwardPlain(const Plan& plan, const T* x, const double* window, double* re, double* im) {
+template <typename R, typename T>
+void ForwardPlain(const Plan<R>& plan, const T* x, const double* window, double* re, double* im) {
     ForwardBody(plan, x, window, re, im);
 }
-CRISP_AVX512 void Inverse512(const Plan& plan, const double* re, const double* im,
+template <typename R>
+CRISP_AVX512 void Inverse512(const Plan<R>& plan, const double* re, const double* im,
                              const Output& out) {
     InverseBody(plan, re, im, out);
 }
-CRISP_AVX2 void Inverse256(const Plan& plan, const double* re, const double* im,
+template <typename R>
+CRISP_AVX2 void Inverse256(const Plan<R>& plan, const double* re, const double* im,
                            const Output& out) {
     InverseBody(plan, re, im, out);
 }
-void InversePlain(const Plan& plan, const double* re, const double* im, const Output& out) {
+template <typename R>
+void InversePlain(const Plan<R>& plan, const double* re, const double* im, const Output& out) {
     InverseBody(plan, re, im, out);
 }
 
-void InverseAt(CMorvaneIsa::Level isa, const Plan& plan, const double* re, const double* im,
+template <typename R, typename T>
+void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const double* window,
+               double* re, double* im) {
+    if (isa == CMorvaneIsa::Avx512)
+        Forward512(plan, x, window, re, im);
+    else if (isa == CMorvaneIsa::Avx2)
+        Forward256(plan, x, window, re, im);
+    else
+        ForwardPlain(plan, x, window, re, im);
+}
+
+template <typename R>
+void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const double* re, const double* im,
                const Output& out) {
     if (isa == CMorvaneIsa::Avx512)
         Inverse512(plan, re, im, out);
@@ -299,31 +338,42 @@ void InverseAt(CMorvaneIsa::Level isa, const Plan& plan, const double* re, const
 
 } // namespace
 
-CRealFft::CRealFft(CMorvaneIsa::Level isa)
-    : m_Isa(CMorvaneIsa::Usable(isa)), m_pWork(2 * kMaxPoints), m_pStages(kMaxPoints),
-      m_pTwRe(kMaxPoints / 2), m_pTwIm(kMaxPoints / 2) {}
+template <typename R>
+CRealFft::Tables<R>::Tables()
+    : work(3 * kMaxPoints + 2), stages(kMaxPoints), twRe(kMaxPoints / 2), twIm(kMaxPoints / 2) {}
+
+// The twiddles are worked out in double precision and rounded once.
+template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
+    const int h = n / 2;
+    for (int k = 0; k < h; ++k) {
+        const double a = -2.0 * std::numbers::pi * k / n;
+        twRe[k] = R(std::cos(a));
+        twIm[k] = R(std::sin(a));
+    }
+    // each radix-4 stage of 4m points in turn: W^p, W^2p, W^3p of 4m points, p < m
+    R* w = stages.get();
+    for (int m = h / 4; m >= 1; m /= 4) {
+        for (int p = 0; p < m; ++p)
+            for (int j = 1; j <= 3; ++j) {
+                const double a = -2.0 * std::numbers::pi * j * p / (4 * m);
+                w[(2 * j - 2) * m + p] = R(std::cos(a));
+                w[(2 * j - 1) * m + p] = R(std::sin(a));
+            }
+        w += 6 * m;
+    }
+}
+
+CRealFft::CRealFft(CMorvaneIsa::Level isa, Precision precision)
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_Precision(precision) {}
 
 bool CRealFft::Prepare(int n) {
     m_nPoints = 0;
     if (n < 4 || n > kMaxPoints || (n & (n - 1)) != 0)
         return false;
-    const int h = n / 2;
-    for (int k = 0; k < h; ++k) {
-        const double a = -2.0 * std::numbers::pi * k / n;
-        m_pTwRe[k] = std::cos(a);
-        m_pTwIm[k] = std::sin(a);
-    }
-    // each radix-4 stage of 4m points in turn: W^p, W^2p, W^3p of 4m points, p < m
-    double* w = m_pStages.get();
-    for (int m = h / 4; m >= 1; m /= 4) {
-        for (int p = 0; p < m; ++p)
-            for (int j = 1; j <= 3; ++j) {
-                const double a = -2.0 * std::numbers::pi * j * p / (4 * m);
-                w[(2 * j - 2) * m + p] = std::cos(a);
-                w[(2 * j - 1) * m + p] = std::sin(a);
-            }
-        w += 6 * m;
-    }
+    if (m_Precision == Precision::Single)
+        m_Single.Prepare(n);
+    else
+        m_Double.Prepare(n);
     m_nPoints = n;
     return true;
 }
@@ -331,13 +381,16 @@ bool CRealFft::Prepare(int n) {
 template <typename T>
 void CRealFft::Transform(const T* x, const double* window, double* re, double* im) {
     const int h = m_nPoints / 2;
-    const Plan plan{h, m_pWork.get(), m_pStages.get(), m_pTwRe.get(), m_pTwIm.get()};
-    if (m_Isa == CMorvaneIsa::Avx512)
-        Forward512(plan, x, window, re, im);
-    else if (m_Isa == CMorvaneIsa::Avx2)
-        Forward256(plan, x, window, re, im);
+    if (m_Precision == Precision::Single)
+        ForwardAt(m_Isa,
+                  Plan<float>{h, m_Single.work.get(), m_Single.stages.get(), m_Single.twRe.get(),
+                              m_Single.twIm.get()},
+                  x, window, re, im);
     else
-        ForwardPlain(plan, x, window, re, im);
+        ForwardAt(m_Isa,
+                  Plan<double>{h, m_Double.work.get(), m_Double.stages.get(), m_Double.twRe.get(),
+                               m_Double.twIm.get()},
+                  x, window, re, im);
 }
 
 void CRealFft::Forward(const double* x, double* re, double* im) {
@@ -348,13 +401,28 @@ void CRealFft::Forward(const float* x, const double* window, double* re, double*
     Transform(x, window, re, im);
 }
 
+void CRealFft::Backward(const double* re, const double* im, const void* output) {
+    const Output& out = *static_cast<const Output*>(output);
+    const int h = m_nPoints / 2;
+    if (m_Precision == Precision::Single)
+        InverseAt(m_Isa,
+                  Plan<float>{h, m_Single.work.get(), m_Single.stages.get(), m_Single.twRe.get(),
+                              m_Single.twIm.get()},
+                  re, im, out);
+    else
+        InverseAt(m_Isa,
+                  Plan<double>{h, m_Double.work.get(), m_Double.stages.get(), m_Double.twRe.get(),
+                               m_Double.twIm.get()},
+                  re, im, out);
+}
+
 void CRealFft::Inverse(const double* re, const double* im, double* x) {
-    const Plan plan{m_nPoints / 2, m_pWork.get(), m_pStages.get(), m_pTwRe.get(), m_pTwIm.get()};
-    InverseAt(m_Isa, plan, re, im, Output{x, nullptr, 0, nullptr, 0, nullptr});
+    const Output out{x, nullptr, 0, nullptr, 0, nullptr};
+    Backward(re, im, &out);
 }
 
 void CRealFft::InverseAdd(const double* re, const double* im, const double* window, double gain,
                           double* to, int split, double* rest) {
-    const Plan plan{m_nPoints / 2, m_pWork.get(), m_pStages.get(), m_pTwRe.get(), m_pTwIm.get()};
-    InverseAt(m_Isa, plan, re, im, Output{nullptr, window, gain, to, split, rest});
+    const Output out{nullptr, window, gain, to, split, rest};
+    Backward(re, im, &out);
 }

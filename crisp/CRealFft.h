@@ -7,16 +7,21 @@
 
 // A transform of n real samples through a complex transform of n / 2 points: even and odd
 // samples ride as one complex sequence and are told apart afterwards. The complex transform is a
-// radix-2 Stockham one on separate real and imaginary arrays, whose stages are straight runs that
+// radix-4 Stockham one on separate real and imaginary arrays, whose stages are straight runs that
 // vectorise; it is compiled for each instruction set the splice engine has kernels for
-// (MORVANE_SIMD caps it), every path giving the same bits. The spectrum has the n / 2 + 1 bins
-// from 0 to Nyquist as separate real and imaginary arrays. Forward is the plain DFT (a full-scale
-// sine of amplitude A peaks near A n / 4 under a Hann window); Inverse returns its input.
+// (MORVANE_SIMD caps it), every path giving the same bits. It works in single precision (twice
+// the lanes per instruction) or double; the spectrum and the samples it hands back are double
+// either way, the spectrum with the n / 2 + 1 bins from 0 to Nyquist as separate real and
+// imaginary arrays. Forward is the plain DFT (a full-scale sine of amplitude A peaks near A n / 4
+// under a Hann window); Inverse returns its input.
 class CRealFft {
 public:
     static constexpr int kMaxPoints = 16384;
 
-    explicit CRealFft(CMorvaneIsa::Level isa = CMorvaneIsa::Detected());
+    enum class Precision { Single, Double };
+
+    explicit CRealFft(CMorvaneIsa::Level isa = CMorvaneIsa::Detected(),
+                      Precision precision = Precision::Single);
     CRealFft(const CRealFft&) = delete;
     CRealFft& operator=(const CRealFft&) = delete;
 
@@ -36,13 +41,23 @@ public:
                     double* to, int split, double* rest);
 
 private:
+    // sized for kMaxPoints; a transform of fewer points touches only the pages it uses, and only
+    // the precision in use is touched at all
+    template <typename R> struct Tables {
+        Tables();
+        void Prepare(int n);
+        Zeroed<R> work;   // two complex sequences of n / 2, real and imaginary apart
+        Zeroed<R> stages; // each stage's twiddles, real parts then imaginary
+        Zeroed<R> twRe;   // cos and sin of -2 pi k / n, k < n / 2
+        Zeroed<R> twIm;
+    };
+
     template <typename T> void Transform(const T* x, const double* window, double* re, double* im);
+    void Backward(const double* re, const double* im, const void* output);
 
     CMorvaneIsa::Level m_Isa;
+    Precision m_Precision;
     int m_nPoints = 0;
-    // sized for kMaxPoints; a transform of fewer points touches only the pages it uses
-    Zeroed<double> m_pWork;   // two complex sequences of n / 2, real and imaginary apart
-    Zeroed<double> m_pStages; // each stage's twiddles, real parts then imaginary
-    Zeroed<double> m_pTwRe;   // cos and sin of -2 pi k / n, k < n / 2
-    Zeroed<double> m_pTwIm;
+    Tables<float> m_Single;
+    Tables<double> m_Double;
 };
