@@ -339,8 +339,9 @@ void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const double* re, co
 } // namespace
 
 template <typename R>
-CRealFft::Tables<R>::Tables()
-    : work(3 * kMaxPoints + 2), stages(kMaxPoints), twRe(kMaxPoints / 2), twIm(kMaxPoints / 2) {}
+CRealFft::Tables<R>::Tables(bool used)
+    : work(used ? 3 * kMaxPoints + 2 : 0), stages(used ? kMaxPoints : 0),
+      twRe(used ? kMaxPoints / 2 : 0), twIm(used ? kMaxPoints / 2 : 0) {}
 
 // The twiddles are worked out in double precision and rounded once.
 template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
@@ -364,7 +365,8 @@ template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
 }
 
 CRealFft::CRealFft(CMorvaneIsa::Level isa, Precision precision)
-    : m_Isa(CMorvaneIsa::Usable(isa)), m_Precision(precision) {}
+    : m_Isa(CMorvaneIsa::Usable(isa)), m_Precision(precision),
+      m_Single(precision == Precision::Single), m_Double(precision == Precision::Double) {}
 
 bool CRealFft::Prepare(int n) {
     m_nPoints = 0;

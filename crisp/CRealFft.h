@@ -41,10 +41,10 @@ public:
                     double* to, int split, double* rest);
 
 private:
-    // sized for kMaxPoints; a transform of fewer points touches only the pages it uses, and only
-    // the precision in use is touched at all
+    // sized for kMaxPoints in the precision used (empty in the other); a transform of fewer
+    // points touches only the pages it uses
     template <typename R> struct Tables {
-        Tables();
+        explicit Tables(bool used);
         void Prepare(int n);
         Zeroed<R> work;   // two complex sequences of n / 2, real and imaginary apart
         Zeroed<R> stages; // each stage's twiddles, real parts then imaginary
