@@ -453,8 +453,36 @@ def fmt(v, pattern="{:.1f}"):
     return "–" if v is None or (isinstance(v, float) and np.isnan(v)) else pattern.format(v)
 
 
-def callgrind(morvane, plugin, path, workdir, extra=()):
-    """Instructions per second of audio on the full mix (AVX2 kernels: valgrind has no AVX-512)."""
+# The crisp engine's stages, by the functions that hold them (inclusive counts; the transform
+# also runs inside the onset finder and the low band's frames).
+CRISP_STAGES = [
+    ("transform, forward and inverse", ("CRealFft::Forward", "CRealFft::InverseAdd",
+                                        "CRealFft::Inverse")),
+    ("phase lock", ("CCrispVocoder::Lock",)),
+    ("onset finder", ("CCrisp::FeedDetector",)),
+    ("low band: decimation", ("CCrisp::Decimate",)),
+    ("low band: its frames", ("CCrisp::NextLowFrame",)),
+    ("low band: back to the full rate", ("CCrisp::AddLow",)),
+    ("resampler and output", ("CCrisp::Emit",)),
+]
+
+
+def stage_counts(out):
+    """Inclusive instructions of each of CRISP_STAGES' functions in a callgrind file."""
+    r = subprocess.run(["callgrind_annotate", "--inclusive=yes", "--threshold=100", out],
+                       capture_output=True, text=True)
+    best = {}
+    for line in r.stdout.splitlines():
+        m = re.match(r"\s*([\d,]+) \([^)]*\)\s+\S*?:?([A-Za-z_:]+)\(", line)
+        if m:
+            name, n = m.group(2), int(m.group(1).replace(",", ""))
+            best[name] = max(best.get(name, 0), n)
+    return [sum(best.get(f, 0) for f in functions) for _, functions in CRISP_STAGES]
+
+
+def callgrind(morvane, plugin, path, workdir, extra=(), stages=False):
+    """Instructions per second of audio on the full mix (AVX2 kernels: valgrind has no AVX-512);
+    with stages, each row also carries CRISP_STAGES' counts per second."""
     rows = []
     seconds = sf.info(path).frames / RATE
     for label, T, c in SETTINGS:
@@ -465,7 +493,10 @@ def callgrind(morvane, plugin, path, workdir, extra=()):
                             "-p", f"{c:g}", path, os.path.join(workdir, "cg.wav")],
                            capture_output=True, text=True, env=env)
         m = re.search(r"Collected : (\d+)", r.stderr)
-        rows.append((label, int(m.group(1)) / seconds if m else float("nan")))
+        row = (label, int(m.group(1)) / seconds if m else float("nan"))
+        if stages:
+            row += ([n / seconds for n in stage_counts(out)],)
+        rows.append(row)
     return rows
 
 
@@ -517,7 +548,8 @@ def main():
         cg = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
                                                       files["full mix"], work)
         cgCrisp = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
-                                                           files["full mix"], work, ["-e", "crisp"])
+                                                           files["full mix"], work, ["-e", "crisp"],
+                                                           stages=True)
 
     audio = {name: n / RATE for name, n in lengths.items()}
     v = versions()
@@ -599,8 +631,14 @@ def main():
                   "AVX2 kernels (valgrind does not run AVX-512). Stable from run to run, unlike "
                   "times on a shared machine.", "",
                   "| setting | splice: instructions per second of audio | crisp |", "|---|---:|---:|"]
-        lines += [f"| {label} | {n / 1e6:.1f} M | {m / 1e6:.1f} M |"
-                  for (label, n), (_, m) in zip(cg, cgCrisp)]
+        lines += [f"| {label} | {n / 1e6:.1f} M | {row[1] / 1e6:.1f} M |"
+                  for (label, n), row in zip(cg, cgCrisp)]
+        lines += ["", "The crisp engine by stage, inclusive (the transform also runs inside the "
+                  "onset finder and the low band's frames), instructions per second of audio:", "",
+                  "| stage | " + " | ".join(row[0] for row in cgCrisp) + " |",
+                  "|---|" + "---:|" * len(cgCrisp)]
+        lines += [f"| {name} | " + " | ".join(f"{row[2][i] / 1e6:.1f} M" for row in cgCrisp) + " |"
+                  for i, (name, _) in enumerate(CRISP_STAGES)]
         lines.append("")
     os.makedirs(args.out, exist_ok=True)
     path = os.path.join(args.out, f"compare-{datetime.date.today()}.md")
