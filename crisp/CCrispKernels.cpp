@@ -7,17 +7,9 @@
 #include <numbers>
 
 #include "CMorvaneIsa.h"
+#include "CrispTargets.h"
 
-// Each kernel's body is inlined into one function per instruction set, where the compiler
-// vectorises it at that width; selects stand where branches would stop it.
-#define CRISP_INLINE __attribute__((always_inline)) inline
-// (only what CMorvaneIsa::Supported checks for the level: F and BW; GCC would keep to 256 bits)
-#if defined(__clang__)
-#define CRISP_AVX512 __attribute__((target("avx2,avx512f,avx512bw")))
-#else
-#define CRISP_AVX512 __attribute__((target("avx2,avx512f,avx512bw,prefer-vector-width=512")))
-#endif
-#define CRISP_AVX2 __attribute__((target("avx2")))
+// Selects stand where branches would stop the compiler vectorising.
 
 namespace {
 
