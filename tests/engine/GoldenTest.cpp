@@ -16,6 +16,7 @@
 #include "CMorvaneDetect.h"
 #include "CMorvaneResample.h"
 #include "fft.h"
+#include "support/Golden.h"
 #include "support/Signals.h"
 
 namespace {
@@ -31,13 +32,7 @@ constexpr uint64_t GOLDEN_BLOCK_HOSTILE = 7823774133281223396ull;
 constexpr uint64_t GOLDEN_FLUX_HOSTILE = 16771004883521724531ull;
 constexpr uint64_t GOLDEN_RESAMPLE_TINY = 10155645816013545923ull;
 
-// FNV-1a over the bytes of the values.
-template <typename T> uint64_t Digest(const T* v, size_t n, uint64_t h = 1469598103934665603ull) {
-    const auto* b = reinterpret_cast<const unsigned char*>(v);
-    for (size_t i = 0; i < n * sizeof(T); ++i)
-        h = (h ^ b[i]) * 1099511628211ull;
-    return h;
-}
+using Golden::Digest;
 
 std::vector<float> Material(int frames) {
     return Signals::Music(frames, 44100);
@@ -45,13 +40,7 @@ std::vector<float> Material(int frames) {
 
 // The capped runs (MORVANE_SIMD) must run the level they name, or they pin nothing new.
 TEST(Golden, RunsAtTheLevelAskedFor) {
-    const char* cap = std::getenv("MORVANE_SIMD");
-    const std::string level = cap ? cap : "";
-    if (level == "baseline") {
-        EXPECT_EQ(CMorvaneIsa::Baseline, CMorvaneIsa::Detected());
-    } else if (level == "avx2") {
-        EXPECT_NE(CMorvaneIsa::Avx512, CMorvaneIsa::Detected());
-    }
+    Golden::ExpectTheLevelAskedFor();
 }
 
 TEST(Golden, Fft) {
@@ -81,7 +70,7 @@ TEST(Golden, Detector) {
 uint64_t BlockDigest(std::vector<float> x, std::initializer_list<double> stretches,
                      std::initializer_list<int> lengths) {
     std::vector<float> out(44100 * 4 * 2);
-    uint64_t h = 1469598103934665603ull;
+    uint64_t h = Golden::kStart;
     for (double f : stretches) {
         CMorvaneBlock block;
         block.SetBufferPointer(x.data());
@@ -118,7 +107,7 @@ TEST(Golden, BlockStretcherHostileSamples) {
 
 TEST(Golden, Resampler) {
     auto x = Material(44100 * 4);
-    uint64_t h = 1469598103934665603ull;
+    uint64_t h = Golden::kStart;
     for (double ratio : {0.5, 0.7, 1.3, 2.0}) {
         CMorvaneResample r;
         mvArg arg;
@@ -141,7 +130,7 @@ TEST(Golden, Resampler) {
 // The detector's two flux curves over samples that saturate or are not numbers, mono and stereo,
 // at a rate whose transform divides exactly (44.1 kHz) and one whose does not (96 kHz).
 TEST(Golden, FluxCurvesOfHostileSamples) {
-    uint64_t h = 1469598103934665603ull;
+    uint64_t h = Golden::kStart;
     for (int rate : {44100, 96000}) {
         for (int ch : {1, 2}) {
             CMorvaneDetect detect;
@@ -171,7 +160,7 @@ TEST(Golden, FluxCurvesOfHostileSamples) {
 // semitone step gives, once with a sample too small for the kernels (that call takes the plain
 // loop).
 TEST(Golden, ResamplerCallsWithATinySample) {
-    uint64_t h = 1469598103934665603ull;
+    uint64_t h = Golden::kStart;
     for (double ratio : {0.7491535384383408, 1.4983070768766815}) {
         CMorvaneResample r;
         mvArg arg;
@@ -197,26 +186,10 @@ TEST(Golden, ResamplerCallsWithATinySample) {
 
 TEST(Golden, WholeRenders) {
     const auto x = Signals::Split(Material(44100 * 8));
-    uint64_t h = 1469598103934665603ull;
-    struct Case {
-        double time, pitch;
-    };
-    for (Case c : {Case{1.5, 1.0}, Case{1.0, 1.4983070768766815}, Case{0.75, 0.7491535384383408},
-                   Case{2.0, 1.0}, Case{0.5, 2.0}}) {
-        CMorvane e;
-        e.SetTimeRate(c.time, false);
-        e.SetPitchRate(c.pitch, false);
-        e.StartToProcess();
-        std::vector<float> o0(e.MaxOutput(8192)), o1(e.MaxOutput(8192));
-        const int N = static_cast<int>(x.size());
-        for (int pos = 0; pos < N; pos += 8192) {
-            const int n = std::min(8192, N - pos);
-            float* ins[2] = {const_cast<float*>(&x.left[pos]), const_cast<float*>(&x.right[pos])};
-            float* outs[2] = {o0.data(), o1.data()};
-            const int k = e.procMorvane(outs, ins, n, pos + n == N);
-            h = Digest(o0.data(), k, Digest(o1.data(), k, h));
-        }
-    }
+    const uint64_t h = Golden::RenderDigest<CMorvane>(
+        x,
+        {{1.5, 1.0}, {1.0, 1.4983070768766815}, {0.75, 0.7491535384383408}, {2.0, 1.0}, {0.5, 2.0}},
+        8192, &CMorvane::procMorvane);
     RecordProperty("digest", std::to_string(h));
     EXPECT_EQ(GOLDEN_RENDER, h);
 }
