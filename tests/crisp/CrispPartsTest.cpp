@@ -68,27 +68,6 @@ TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
     }
 }
 
-// A cosine of amplitude A on bin k0 of n gives A n / 2 at its phase there and nothing elsewhere
-// (single precision: within its rounding of that peak).
-TEST(CrispFft, LongSineLandsInItsBin) {
-    const int n = 4096, k0 = 300;
-    const double amp = 0.7, phase = 0.4;
-    for (auto precision : {CRealFft::Precision::Double, CRealFft::Precision::Single}) {
-        const double error = precision == CRealFft::Precision::Single ? 1e-6 * amp * n : 1e-6;
-        CRealFft fft(CMorvaneIsa::Detected(), precision);
-        ASSERT_TRUE(fft.Prepare(n));
-        std::vector<double> x(n), re(n / 2 + 1), im(n / 2 + 1);
-        for (int j = 0; j < n; ++j)
-            x[j] = amp * std::cos(2 * M_PI * k0 * j / n + phase);
-        fft.Forward(x.data(), re.data(), im.data());
-        for (int k = 0; k <= n / 2; ++k) {
-            const auto expected = k == k0 ? std::polar(amp * n / 2, phase) : 0.0;
-            EXPECT_NEAR(expected.real(), re[k], error) << k;
-            EXPECT_NEAR(expected.imag(), im[k], error) << k;
-        }
-    }
-}
-
 // Every onset the finder reports, refined, for a mono signal fed as the engine feeds it: frames
 // centred on NextCentre(), zeros outside the signal, until the decisions pass its end.
 std::vector<double> FindOnsets(const std::vector<float>& x) {
