@@ -35,21 +35,24 @@ int WindowFor(int rate) {
 }
 
 // The low band: a window four times as long (as far as the transform goes), below a crossover
-// fading out from 300 to 450 Hz.
+// fading out from 1.6 to 2.4 kHz. Up to there the short window cannot tell apart the partials of
+// a note of 55 Hz and locks each pair to one peak, heard as sidebands a fraction of a partial
+// away; higher up they are 40 dB down. Higher still would cost the peaks of bright solo
+// instruments, which the long window's phases leave less aligned.
 int LowWindowFor(int window) {
     return std::min(4 * window, CRealFft::kMaxPoints);
 }
-constexpr double kCrossFrom = 1000, kCrossTo = 1500;
-// It runs at a quarter of the rate, its input and output filtered by a 33-tap Kaiser-windowed
-// sinc cut at an eighth of the rate: flat to 2 kHz, 80 dB down from 9 kHz, where all that
-// would fold back below the crossover lies.
+constexpr double kCrossFrom = 1600, kCrossTo = 2400;
+// It runs at a quarter of the rate, its input and output filtered by a 49-tap Kaiser-windowed
+// sinc cut at an eighth of the rate: flat to 0.07 of the rate (3.1 kHz), 80 dB down from 0.18
+// (7.9 kHz), where all that would fold back below the crossover lies.
 constexpr int kDown = 4;
 // How alike two low frames' spectra must be (1 the same shape) before the low band is heard again
 // after an onset. It joins the short window's phases at the pace it measures between them, so a
 // kick's glide must have ended: at 0.9 an 808's tail came back out of phase at 75 % and a fifth
 // down, a dip heard as a second attack.
 constexpr double kSteady = 0.97;
-constexpr int kReach = 16; // taps each side of the centre
+constexpr int kReach = 24; // taps each side of the centre
 int64_t FloorDiv(int64_t a, int64_t b) {
     return a >= 0 ? a / b : -((-a + b - 1) / b);
 }
@@ -115,8 +118,8 @@ void CCrisp::Size() {
     m_Vocoder.Configure(window);
     m_Onsets.Configure(window / 2, m_nRate);
     m_Map.Configure(window);
-    // (and only while the crossover lies where the quarter rate's filter is flat: from 33 kHz)
-    m_bLow = low > window && kCrossTo <= 0.045 * m_nRate;
+    // (and only while the crossover lies where the quarter rate's filter is flat: from 43 kHz)
+    m_bLow = low > window && kCrossTo <= 0.07 * m_nRate;
     m_nLowWindow = low;
     m_Low.Configure(low / kDown);
     // the filter, with a gain of 1 (interpolating takes kDown times it)

@@ -114,8 +114,8 @@ private:
     // the low band
     bool m_bLow = false;     // there is one (its window is longer)
     int m_nLowWindow = 0;    // its window at the full rate
-    double m_dTaps[33] = {}; // the quarter rate's filter
-    static constexpr int kPhaseTaps = 9;
+    double m_dTaps[49] = {}; // the quarter rate's filter
+    static constexpr int kPhaseTaps = 13;
     double m_dPhase[4][kPhaseTaps] = {}; // the same, by phase, to interpolate
     float* m_pDown[2] = {};              // the input at a quarter of the rate, a ring ...
     int64_t m_nDownRing = 0;             // ... of this many (a power of two) ...
