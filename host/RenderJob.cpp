@@ -439,6 +439,11 @@ bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t tot
         buffer(static_cast<size_t>(std::min<sf_count_t>(block, kPiece)) * channels);
     const auto inL = buffer(block), inR = buffer(block), outL = buffer(room), outR = buffer(room);
 
+    // Our plug-in can leave out the delay that would only be dropped here: a short job's output
+    // buffers are then touched only by what it keeps.
+    const VstIntPtr delay = p.Effect()->initialDelay;
+    if (delay > 0 && skip >= delay && p.Dispatch(effVendorSpecific, MorvaneEngine::kLeadInTag) == 1)
+        skip -= delay;
     p.Dispatch(effStartProcess);
     p.Dispatch(effSetTotalSampleToProcess, 0, static_cast<VstIntPtr>(total));
     sf_count_t taken = 0, held = 0, heldAt = 0, given = 0;

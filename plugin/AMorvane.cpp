@@ -165,6 +165,10 @@ VstInt32 AMorvane::canDo(char* text) {
 VstIntPtr AMorvane::vendorSpecific(VstInt32 index, VstIntPtr value, void*, float) {
     if (index == MorvaneEngine::kSilencedTag)
         return m_pJob.load()->SilencedFrames();
+    if (index == MorvaneEngine::kLeadInTag) {
+        m_bLeadIn = value != 0;
+        return 1;
+    }
     if (index != MorvaneEngine::kTag)
         return 0;
     if (value == MorvaneEngine::kSplice || value == MorvaneEngine::kCrisp)

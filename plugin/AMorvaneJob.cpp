@@ -93,8 +93,9 @@ VstInt32 AMorvane::startProcess() {
     m_pJob = m_Engines[m_nEngineWanted.load() - 1].get();
     m_pJob.load()->StartJob();
     // The job's output starts with the announced delay as silence, counted in the fill but not
-    // stored, so that the FIFO's memory is touched only by what the engine makes.
-    m_nSilence = m_nFill = cEffect.initialDelay;
+    // stored, so that the FIFO's memory is touched only by what the engine makes; unless the
+    // host said it would drop it.
+    m_nSilence = m_nFill = m_bLeadIn.exchange(true) ? cEffect.initialDelay : 0;
     std::fill(std::begin(m_fMeter), std::end(m_fMeter), 0.0f);
     m_nProcessCount = 0xFFFF;
     return 0;

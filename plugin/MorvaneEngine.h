@@ -23,6 +23,11 @@ constexpr int kCrisp = 2;  // phase vocoder that keeps each attack once
 // LowSound on). The crisp engine never does; it answers 0.
 constexpr int32_t kSilencedTag = ('M' << 24) | ('v' << 16) | ('S' << 8) | 'i';
 
+// dispatcher(effVendorSpecific, kLeadInTag, 0, nullptr, 0) before effStartProcess leaves the
+// announced delay's silence out of that job's output, for a host that would only drop it (it
+// never needs the pages); answers 1. The job after it has the delay again.
+constexpr int32_t kLeadInTag = ('M' << 24) | ('v' << 16) | ('L' << 8) | 'd';
+
 // The command line's names, indexed by value.
 constexpr const char* kNames[] = {"", "splice", "crisp"};
 

@@ -37,6 +37,10 @@ TEST(OfflineJob, UnitRatesGiveTheInputAfterTheLeadIn) {
         ASSERT_EQ(0.0f, job.out.left[i]) << i;
     EXPECT_EQ(in.left, std::vector<float>(job.out.left.begin() + 44100, job.out.left.end()));
     EXPECT_EQ(in.right, std::vector<float>(job.out.right.begin() + 44100, job.out.right.end()));
+    // A host that drops the lead-in can have it left out, for one job.
+    ASSERT_EQ(1, host.Dispatch(effVendorSpecific, MorvaneEngine::kLeadInTag, 0));
+    EXPECT_EQ(in.left, RunJob(host, in, 44100, Fixed(4096, 4096)).out.left);
+    EXPECT_EQ(job.out.left, RunJob(host, in, 44100, Fixed(4096, 4096)).out.left);
 }
 
 // However the host cuts the job, the output is the same, bit for bit: calls of every size, blocks
