@@ -43,6 +43,8 @@ int LowWindowFor(int window) {
     return std::min(4 * window, CRealFft::kMaxPoints);
 }
 constexpr double kCrossFrom = 1600, kCrossTo = 2400;
+// Below 35 kHz it comes down with the rate, to stay where the filters below are flat.
+constexpr double kCrossMost = 0.068;
 // It runs at a quarter of the rate, its input and output filtered by a 49-tap Kaiser-windowed
 // sinc cut at an eighth of the rate: flat to 0.07 of the rate (3.1 kHz), 80 dB down from 0.18
 // (7.9 kHz), where all that would fold back below the crossover lies.
@@ -118,8 +120,7 @@ void CCrisp::Size() {
     m_Vocoder.Configure(window);
     m_Onsets.Configure(window / 2, m_nRate);
     m_Map.Configure(window);
-    // (and only while the crossover lies where the quarter rate's filter is flat: from 43 kHz)
-    m_bLow = low > window && kCrossTo <= 0.07 * m_nRate;
+    m_bLow = low > window; // (none where the transform cannot go longer)
     m_nLowWindow = low;
     m_Low.Configure(low / kDown);
     // the filter, with a gain of 1 (interpolating takes kDown times it)
@@ -150,8 +151,10 @@ void CCrisp::Size() {
     // a low frame needs the onsets within half its window each side
     m_LowMap.SetReach(0.75 * low);
     if (m_bLow) {
-        m_Vocoder.Split(kCrossFrom / m_nRate, kCrossTo / m_nRate, false);
-        m_Low.Split(kDown * kCrossFrom / m_nRate, kDown * kCrossTo / m_nRate, true);
+        const double to = std::min(kCrossTo / m_nRate, kCrossMost);
+        const double from = to * kCrossFrom / kCrossTo;
+        m_Vocoder.Split(from, to, false);
+        m_Low.Split(kDown * from, kDown * to, true);
     }
     m_nLowRing = 4 * m_Low.Hop();
     m_nDownRing = m_nRingSize / kDown;

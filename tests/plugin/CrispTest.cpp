@@ -24,11 +24,12 @@ VstIntPtr Choose(PluginHost& host, int value, VstInt32 tag = MorvaneEngine::kTag
     return host.Dispatch(effVendorSpecific, tag, value);
 }
 
-Planar Render(PluginHost& host, const Planar& in, float time, float pitch = 1.0f) {
+Planar Render(PluginHost& host, const Planar& in, float time, float pitch = 1.0f,
+              int rate = 44100) {
     host.Dispatch(effMainsChanged, 0, 0); // suspended between jobs, as hosts do
     host.Set(kTime, time);
     host.Set(kPitch, pitch);
-    Planar out = HostJob::Run(host, in, 44100, Fixed(4096, 8192)).out;
+    Planar out = HostJob::Run(host, in, static_cast<float>(rate), Fixed(4096, 8192)).out;
     out.left.erase(out.left.begin(), out.left.begin() + 44100); // the announced delay
     out.right.erase(out.right.begin(), out.right.begin() + 44100);
     return out;
@@ -95,15 +96,15 @@ Planar Kicks(int frames, double from, double to, std::vector<double>* hits) {
 }
 
 // x's spectrum at f Hz, from a 2 s Hann window on its middle (dB).
-double Level(const std::vector<float>& x, double f) {
+double Level(const std::vector<float>& x, double f, int rate = 44100) {
     const size_t n = 88200, from = x.size() / 2 - n / 2;
-    std::complex<double> sum = 0, turn = std::polar(1.0, -2 * M_PI * f / 44100), z = 1;
+    std::complex<double> sum = 0, turn = std::polar(1.0, -2 * M_PI * f / rate), z = 1;
     for (size_t i = 0; i < n; ++i, z *= turn)
         sum += double(x[from + i]) * (0.5 - 0.5 * std::cos(2 * M_PI * i / n)) * z;
     return 20 * std::log10(std::abs(sum) + 1e-30);
 }
 
-// The same window's spectrum in dB (its own scale), on a grid of 44100 / 2^17 Hz.
+// The same window's spectrum in dB (its own scale), in 2^16 steps up to half the rate.
 std::vector<double> Spectrum(const std::vector<float>& x) {
     constexpr int kPoints = 1 << 17;
     const size_t n = 88200, from = x.size() / 2 - n / 2;
@@ -238,35 +239,40 @@ TEST(CrispEngine, PitchLengthAndStereoExact) {
     }
     // Low notes stretched keep their partials where they were, and nothing between them: sawtooth
     // E1 and A1 up to 3.3 kHz, where a short window's bins no longer tell their partials apart,
-    // and two tones a fifth apart (55 and 82.5 Hz, beating every 36 ms).
+    // two tones a fifth apart (55 and 82.5 Hz, beating every 36 ms), and A1 at a lower rate.
     struct Note {
         double f0;
         int first, last; // harmonics of f0 present
         double floor;    // most between them, dB under the strongest
+        int rate = 44100;
     };
-    for (const Note& note : {Note{41.2, 1, 80, -30}, Note{55, 1, 60, -40}, Note{27.5, 2, 3, -40}}) {
+    for (const Note& note : {Note{41.2, 1, 80, -30}, Note{55, 1, 60, -40}, Note{27.5, 2, 3, -40},
+                             Note{55, 1, 60, -30, 22050}}) {
         Planar in;
-        for (int i = 0; i < N; ++i) {
+        const int n = 4 * note.rate;
+        for (int i = 0; i < n; ++i) {
             double x = 0;
             for (int h = note.first; h <= note.last; ++h)
                 x += (note.first == 1 ? 0.3 / h : 0.25) *
-                     std::sin(2 * M_PI * h * note.f0 * i / 44100);
-            in.left.push_back(static_cast<float>(x * std::min(1.0, std::min(i, N - i) / 882.0)));
+                     std::sin(2 * M_PI * h * note.f0 * i / note.rate);
+            in.left.push_back(
+                static_cast<float>(x * std::min(1.0, std::min(i, n - i) * 50.0 / note.rate)));
         }
         in.right = in.left;
         for (float time : {1.5f, 2.0f}) {
-            const std::vector<float> y = Render(host, in, time).left;
-            const double top = Level(y, note.f0 * note.first);
+            const std::vector<float> y = Render(host, in, time, 1.0f, note.rate).left;
+            const double top = Level(y, note.f0 * note.first, note.rate);
             for (int h = note.first; h <= std::min(note.last, 7); ++h) {
                 // the peak from the levels a quarter hertz either side
-                const double f = h * note.f0, a = Level(y, f - 0.25), b = Level(y, f),
-                             c = Level(y, f + 0.25);
-                EXPECT_GT(b, top - 20) << note.f0 << " Hz x " << h << ", time " << time;
+                const double f = h * note.f0, a = Level(y, f - 0.25, note.rate),
+                             b = Level(y, f, note.rate), c = Level(y, f + 0.25, note.rate);
+                EXPECT_GT(b, top - 20)
+                    << note.f0 << " Hz x " << h << ", time " << time << " at " << note.rate;
                 EXPECT_LT(std::fabs(0.125 * (a - c) / (a - 2 * b + c)), 0.5)
-                    << note.f0 << " Hz x " << h << ", time " << time;
+                    << note.f0 << " Hz x " << h << ", time " << time << " at " << note.rate;
             }
             const std::vector<double> db = Spectrum(y);
-            const double hz = 44100.0 / (2 * db.size());
+            const double hz = note.rate / (2.0 * db.size());
             double peak = -1e9, most = -1e9, where = 0;
             for (size_t b = 0; b < db.size(); ++b) {
                 const double f = b * hz, k = std::round(f / note.f0);
@@ -278,7 +284,7 @@ TEST(CrispEngine, PitchLengthAndStereoExact) {
                     most = db[b], where = f;
             }
             EXPECT_LT(most - peak, note.floor)
-                << note.f0 << " Hz at " << where << ", time " << time;
+                << note.f0 << " Hz at " << where << ", time " << time << " at " << note.rate;
         }
     }
     // music, its channels alike
