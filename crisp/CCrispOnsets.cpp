@@ -31,8 +31,8 @@ void CCrispOnsets::Configure(int frame, int rate) {
         m_nFrame = frame;
         m_Fft.Prepare(frame);
         const int bins = frame / 2 + 1;
-        // One zeroed allocation: the window, a spectrum and two rows of magnitudes.
-        m_pStore = std::make_unique<double[]>(frame + 2 * bins + 2 * (bins + 1));
+        // One zeroed allocation: the window, a spectrum and three rows of magnitudes.
+        m_pStore = std::make_unique<double[]>(frame + 2 * bins + 3 * (bins + 1));
         double* next = m_pStore.get();
         const auto take = [&](int n) { return std::exchange(next, next + n); };
         m_pWin = take(frame);
@@ -40,6 +40,7 @@ void CCrispOnsets::Configure(int frame, int rate) {
         m_pIm = take(bins);
         m_pLog = take(bins + 1);
         m_pPrev = take(bins + 1);
+        m_pOlder = take(bins + 1);
         for (int n = 0; n < frame; ++n)
             m_pWin[n] = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / frame);
     }
@@ -61,8 +62,9 @@ void CCrispOnsets::Restart() {
     m_nNext = 0;
     m_nLastOnset = -1000;
     std::fill(std::begin(m_dFlux), std::end(m_dFlux), 0.0);
-    if (m_pPrev)
-        std::fill(m_pPrev, m_pPrev + m_nFrame / 2 + 2, 0.0);
+    for (double* row : {m_pPrev, m_pOlder})
+        if (row)
+            std::fill(row, row + m_nFrame / 2 + 2, 0.0);
 }
 
 int64_t CCrispOnsets::Analyse(const float* x) {
@@ -75,7 +77,7 @@ int64_t CCrispOnsets::Analyse(const float* x) {
     double flux = 0, bass = 0;
     CCrispKernels::LogMagnitudes(m_pRe, m_pIm, m_nLow, m_nHigh, m_dNorm, kCompress, m_pLog);
     for (int k = m_nLow; k <= m_nHigh; ++k) {
-        const double rise = std::max(0.0, m_pLog[k] - m_pPrev[k]);
+        const double rise = std::max(0.0, m_pLog[k] - std::max(m_pPrev[k], m_pOlder[k]));
         flux += rise;
         if (k <= m_nBass)
             bass += rise;
@@ -84,7 +86,8 @@ int64_t CCrispOnsets::Analyse(const float* x) {
     // a kick or a bass note rises in a few bins only: the lowest ones count on their own too
     flux = std::max(flux, kBassShare * bass / (m_nBass - m_nLow + 1));
     for (int k = m_nLow; k <= m_nHigh; ++k)
-        m_pPrev[k] = std::max({m_pLog[k - 1], m_pLog[k], m_pLog[k + 1]});
+        m_pOlder[k] = std::max({m_pLog[k - 1], m_pLog[k], m_pLog[k + 1]});
+    std::swap(m_pPrev, m_pOlder);
     const int64_t j = m_nNext++;
     m_dFlux[j & (kHistory - 1)] = flux;
 

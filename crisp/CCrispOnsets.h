@@ -50,8 +50,9 @@ private:
     double* m_pWin = nullptr;
     double* m_pRe = nullptr;
     double* m_pIm = nullptr;
-    double* m_pLog = nullptr;  // this frame's compressed magnitudes
-    double* m_pPrev = nullptr; // the last frame's, each the largest of three neighbours
+    double* m_pLog = nullptr;   // this frame's compressed magnitudes
+    double* m_pPrev = nullptr;  // the last frame's, each the largest of three neighbours ...
+    double* m_pOlder = nullptr; // ... and the one's before
     double m_dFlux[kHistory] = {};
     int64_t m_nNext = 0;
     int64_t m_nLastOnset = -1000;
