@@ -50,6 +50,7 @@ private:
         Zeroed<R> stages; // each stage's twiddles, real parts then imaginary
         Zeroed<R> twRe;   // cos and sin of -2 pi k / n, k < n / 2
         Zeroed<R> twIm;
+        Zeroed<R> wide4; // the stage of stride 4's, each repeated 4 times
     };
 
     template <typename T> void Transform(const T* x, const double* window, double* re, double* im);
