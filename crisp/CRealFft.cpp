@@ -372,8 +372,8 @@ CRISP_INLINE void Pack(const R* __restrict tr, const R* __restrict ti, const R* 
 // conversion and Pack's reversed reads only apart.
 template <typename R>
 CRISP_INLINE void Narrow(const double* __restrict re, const double* __restrict im, int bins,
-                         R* __restrict tr, R* __restrict ti) {
-    for (int k = 0; k < bins; ++k) {
+                         R* __restrict tr, R* __restrict ti, int first = 0) {
+    for (int k = first; k < bins; ++k) {
         tr[k] = R(re[k]);
         ti[k] = R(im[k]);
     }
@@ -437,6 +437,19 @@ CRISP_INLINE int PackV(const float* __restrict tr, const float* __restrict ti,
         const F or_ = dr * wr - di * wi, oi = dr * wi + di * wr;
         Store(xi + k, er - oi);
         Store(xr + k, ei + or_);
+    }
+    return k;
+}
+
+// Narrow, W bins at a time; returns the first bin left.
+template <int W>
+CRISP_INLINE int NarrowV(const double* __restrict re, const double* __restrict im, int bins,
+                         float* __restrict tr, float* __restrict ti) {
+    using D = typename Lanes<W>::D;
+    int k = 0;
+    for (; k + W <= bins; k += W) {
+        Store(tr + k, Narrow<W>(Load<D>(re + k), Load<D>(re + k + W / 2)));
+        Store(ti + k, Narrow<W>(Load<D>(im + k), Load<D>(im + k + W / 2)));
     }
     return k;
 }
@@ -549,8 +562,8 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const double* __restrict re,
         inY = Complex(xr, xi, yr, yi, plan.w, h);
     } else {
         R *tr = yi + h, *ti = tr + h + 1;
-        Narrow(re, im, h + 1, tr, ti);
         wide = h >= 4 * W;
+        Narrow(re, im, h + 1, tr, ti, wide ? NarrowV<W>(re, im, h + 1, tr, ti) : 0);
         if (wide) {
             Pack(tr, ti, plan.twr, plan.twi, h, xr, xi,
                  PackV<W>(tr, ti, plan.twr, plan.twi, h, xr, xi));
