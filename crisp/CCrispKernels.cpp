@@ -171,13 +171,11 @@ CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restri
 
 CRISP_INLINE void ApplyBody(const double* __restrict zre, const double* __restrict zim,
                             const double* __restrict mre, const double* __restrict mim,
-                            double* __restrict qre, double* __restrict qim, double* __restrict yre,
-                            double* __restrict yim, double* __restrict lre, double* __restrict lim,
-                            double* __restrict rre, double* __restrict rim, int n) {
+                            double* __restrict yre, double* __restrict yim, double* __restrict lre,
+                            double* __restrict lim, double* __restrict rre, double* __restrict rim,
+                            int n) {
     for (int k = 0; k < n; ++k) {
         const double zr = zre[k], zi = zim[k], mr = mre[k], mi = mim[k];
-        qre[k] = mr;
-        qim[k] = mi;
         yre[k] = mr * zr - mi * zi;
         yim[k] = mr * zi + mi * zr;
         double r = lre[k], i = lim[k];
@@ -268,9 +266,8 @@ CRISP_KERNEL(Turns,
              (mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim))
 CRISP_KERNEL(Apply,
              (const double* zre, const double* zim, const double* mre, const double* mim,
-              double* qre, double* qim, double* yre, double* yim, double* lre, double* lim,
-              double* rre, double* rim, int n),
-             (zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n))
+              double* yre, double* yim, double* lre, double* lim, double* rre, double* rim, int n),
+             (zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n))
 CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
              (phase, taps, x, j0, n, out))
 CRISP_KERNEL(LogMagnitudes,
@@ -344,9 +341,9 @@ void CCrispKernels::Turns(const double* mre, const double* mim, const double* qr
 }
 
 void CCrispKernels::Apply(const double* zre, const double* zim, const double* mre,
-                          const double* mim, double* qre, double* qim, double* yre, double* yim,
-                          double* lre, double* lim, double* rre, double* rim, int n) {
-    ApplyAny(zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n);
+                          const double* mim, double* yre, double* yim, double* lre, double* lim,
+                          double* rre, double* rim, int n) {
+    ApplyAny(zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n);
 }
 
 void CCrispKernels::Upsample(const double* phase, int taps, const float* x, int j0, int n,

@@ -30,10 +30,10 @@ public:
                       const double* yre, const double* yim, const int* at, int n, int window,
                       int hop, int synthesis, double* zre, double* zim);
 
-    // Applies the turns to the sum (kept in q as analysed, y as turned) and both channels.
+    // Applies the turns to the sum m (into y) and to both channels.
     static void Apply(const double* zre, const double* zim, const double* mre, const double* mim,
-                      double* qre, double* qim, double* yre, double* yim, double* lre, double* lim,
-                      double* rre, double* rim, int n);
+                      double* yre, double* yim, double* lre, double* lim, double* rre, double* rim,
+                      int n);
 
     // The sum of taps[k] x[k] for k < n, in eight interleaved partial sums (the same at every
     // level).

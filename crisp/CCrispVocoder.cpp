@@ -240,8 +240,12 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
             }
         std::fill(m_pAttack, m_pAttack + bins, 0.0);
     }
-    CCrispKernels::Apply(m_pZre, m_pZim, m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm,
-                         m_pLre, m_pLim, m_pRre, m_pRim, bins);
+    CCrispKernels::Apply(m_pZre, m_pZim, m_pMre, m_pMim, m_pOutRe, m_pOutIm, m_pLre, m_pLim, m_pRre,
+                         m_pRim, bins);
+    // The sum becomes the last frame's by trading places: the next Mix writes every bin in use,
+    // and the bins past those stay zero in both.
+    std::swap(m_pMre, m_pPrevRe);
+    std::swap(m_pMim, m_pPrevIm);
     if (m_nSplit == 1 && share <= 0)
         return 0; // nothing of this frame is heard
     if (m_nSplit != 0) {
