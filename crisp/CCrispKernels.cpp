@@ -91,7 +91,7 @@ CRISP_INLINE bool SilentBody(const float* __restrict x, int n) {
 }
 
 // Flags in vectorised runs, then their bins gathered without branches.
-CRISP_INLINE int PeaksBody(const double* __restrict p2, int from, int to, int narrow, double floor,
+CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int narrow, float floor,
                            int* __restrict found) {
     constexpr int kBlock = 256;
     unsigned char flag[kBlock];
@@ -99,7 +99,7 @@ CRISP_INLINE int PeaksBody(const double* __restrict p2, int from, int to, int na
     for (int start = from; start < to; start += kBlock) {
         const int end = std::min(to, start + kBlock);
         for (int k = start; k < end; ++k) {
-            const double v = p2[k];
+            const float v = p2[k];
             const bool wide = (v > p2[k - 2]) & (v >= p2[k + 2]);
             flag[k - start] =
                 (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < narrow) | wide);
@@ -112,21 +112,21 @@ CRISP_INLINE int PeaksBody(const double* __restrict p2, int from, int to, int na
     return count;
 }
 
-CRISP_INLINE void MixBody(const double* __restrict lre, const double* __restrict lim,
-                          const double* __restrict rre, const double* __restrict rim,
-                          double* __restrict mre, double* __restrict mim, double* __restrict power,
+CRISP_INLINE void MixBody(const float* __restrict lre, const float* __restrict lim,
+                          const float* __restrict rre, const float* __restrict rim,
+                          float* __restrict mre, float* __restrict mim, float* __restrict power,
                           int n) {
     for (int k = 0; k < n; ++k) {
-        const double re = lre[k] + rre[k], im = lim[k] + rim[k];
+        const float re = lre[k] + rre[k], im = lim[k] + rim[k];
         mre[k] = re;
         mim[k] = im;
         power[k] = re * re + im * im;
     }
 }
 
-CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restrict mim,
-                            const double* __restrict qre, const double* __restrict qim,
-                            const double* __restrict yre, const double* __restrict yim,
+CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict mim,
+                            const float* __restrict qre, const float* __restrict qim,
+                            const float* __restrict yre, const float* __restrict yim,
                             const int* __restrict at, int n, int window, int hop, int synthesis,
                             double* __restrict zre, double* __restrict zim) {
     const double step = 2 * kPi / window, ratio = double(synthesis) / hop;
@@ -169,16 +169,16 @@ CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restri
     }
 }
 
-CRISP_INLINE void ApplyBody(const double* __restrict zre, const double* __restrict zim,
-                            const double* __restrict mre, const double* __restrict mim,
-                            double* __restrict yre, double* __restrict yim, double* __restrict lre,
-                            double* __restrict lim, double* __restrict rre, double* __restrict rim,
+CRISP_INLINE void ApplyBody(const float* __restrict zre, const float* __restrict zim,
+                            const float* __restrict mre, const float* __restrict mim,
+                            float* __restrict yre, float* __restrict yim, float* __restrict lre,
+                            float* __restrict lim, float* __restrict rre, float* __restrict rim,
                             int n) {
     for (int k = 0; k < n; ++k) {
-        const double zr = zre[k], zi = zim[k], mr = mre[k], mi = mim[k];
+        const float zr = zre[k], zi = zim[k], mr = mre[k], mi = mim[k];
         yre[k] = mr * zr - mi * zi;
         yim[k] = mr * zi + mi * zr;
-        double r = lre[k], i = lim[k];
+        float r = lre[k], i = lim[k];
         lre[k] = r * zr - i * zi;
         lim[k] = r * zi + i * zr;
         r = rre[k];
@@ -256,17 +256,17 @@ CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const f
     }
 
 CRISP_KERNEL(Mix,
-             (const double* lre, const double* lim, const double* rre, const double* rim,
-              double* mre, double* mim, double* power, int n),
+             (const float* lre, const float* lim, const float* rre, const float* rim, float* mre,
+              float* mim, float* power, int n),
              (lre, lim, rre, rim, mre, mim, power, n))
 CRISP_KERNEL(Turns,
-             (const double* mre, const double* mim, const double* qre, const double* qim,
-              const double* yre, const double* yim, const int* at, int n, int window, int hop,
+             (const float* mre, const float* mim, const float* qre, const float* qim,
+              const float* yre, const float* yim, const int* at, int n, int window, int hop,
               int synthesis, double* zre, double* zim),
              (mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim))
 CRISP_KERNEL(Apply,
-             (const double* zre, const double* zim, const double* mre, const double* mim,
-              double* yre, double* yim, double* lre, double* lim, double* rre, double* rim, int n),
+             (const float* zre, const float* zim, const float* mre, const float* mim, float* yre,
+              float* yim, float* lre, float* lim, float* rre, float* rim, int n),
              (zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n))
 CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
              (phase, taps, x, j0, n, out))
@@ -285,14 +285,13 @@ CRISP_AVX2 bool Silent256(const float* x, int n) {
 bool SilentPlain(const float* x, int n) {
     return SilentBody(x, n);
 }
-CRISP_AVX512 int Peaks512(const double* p2, int from, int to, int narrow, double floor,
-                          int* found) {
+CRISP_AVX512 int Peaks512(const float* p2, int from, int to, int narrow, float floor, int* found) {
     return PeaksBody(p2, from, to, narrow, floor, found);
 }
-CRISP_AVX2 int Peaks256(const double* p2, int from, int to, int narrow, double floor, int* found) {
+CRISP_AVX2 int Peaks256(const float* p2, int from, int to, int narrow, float floor, int* found) {
     return PeaksBody(p2, from, to, narrow, floor, found);
 }
-int PeaksPlain(const double* p2, int from, int to, int narrow, double floor, int* found) {
+int PeaksPlain(const float* p2, int from, int to, int narrow, float floor, int* found) {
     return PeaksBody(p2, from, to, narrow, floor, found);
 }
 
@@ -314,7 +313,7 @@ bool CCrispKernels::Silent(const float* x, int n) {
                                         : SilentPlain(x, n);
 }
 
-int CCrispKernels::Peaks(const double* power, int from, int to, int narrow, double floor,
+int CCrispKernels::Peaks(const float* power, int from, int to, int narrow, float floor,
                          int* found) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
     return level == CMorvaneIsa::Avx512 ? Peaks512(power, from, to, narrow, floor, found)
@@ -329,20 +328,20 @@ double CCrispKernels::Dot(const double* taps, const float* x, int n) {
                                         : DotPlain(taps, x, n);
 }
 
-void CCrispKernels::Mix(const double* lre, const double* lim, const double* rre, const double* rim,
-                        double* mre, double* mim, double* power, int n) {
+void CCrispKernels::Mix(const float* lre, const float* lim, const float* rre, const float* rim,
+                        float* mre, float* mim, float* power, int n) {
     MixAny(lre, lim, rre, rim, mre, mim, power, n);
 }
 
-void CCrispKernels::Turns(const double* mre, const double* mim, const double* qre,
-                          const double* qim, const double* yre, const double* yim, const int* at,
-                          int n, int window, int hop, int synthesis, double* zre, double* zim) {
+void CCrispKernels::Turns(const float* mre, const float* mim, const float* qre, const float* qim,
+                          const float* yre, const float* yim, const int* at, int n, int window,
+                          int hop, int synthesis, double* zre, double* zim) {
     TurnsAny(mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim);
 }
 
-void CCrispKernels::Apply(const double* zre, const double* zim, const double* mre,
-                          const double* mim, double* yre, double* yim, double* lre, double* lim,
-                          double* rre, double* rim, int n) {
+void CCrispKernels::Apply(const float* zre, const float* zim, const float* mre, const float* mim,
+                          float* yre, float* yim, float* lre, float* lim, float* rre, float* rim,
+                          int n) {
     ApplyAny(zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n);
 }
 

@@ -15,24 +15,24 @@ public:
     // The peaks among bins from to to - 1 (each with two neighbours either side) into found, in
     // order; returns their count. A peak is above floor, above the bin below and not below the
     // bin above, and, from bin narrow on, the same against the bins two away.
-    static int Peaks(const double* power, int from, int to, int narrow, double floor, int* found);
+    static int Peaks(const float* power, int from, int to, int narrow, float floor, int* found);
 
     // The sum of two channels' spectra and its power, over n bins.
-    static void Mix(const double* lre, const double* lim, const double* rre, const double* rim,
-                    double* mre, double* mim, double* power, int n);
+    static void Mix(const float* lre, const float* lim, const float* rre, const float* rim,
+                    float* mre, float* mim, float* power, int n);
 
     // The turn (zre[i], zim[i]) of bin at[i], i < n, that moves its phase on from the last output
     // frame at the pace of its own frequency: the frame's sum m against the last frame's q, at
     // analysis hop `hop`, with the last output y advanced over the synthesis hop. A bin without
     // m or y, or whose m is twice q or more (a new partial), is not turned. window: the
-    // transform's length.
-    static void Turns(const double* mre, const double* mim, const double* qre, const double* qim,
-                      const double* yre, const double* yim, const int* at, int n, int window,
-                      int hop, int synthesis, double* zre, double* zim);
+    // transform's length. Worked out in double precision.
+    static void Turns(const float* mre, const float* mim, const float* qre, const float* qim,
+                      const float* yre, const float* yim, const int* at, int n, int window, int hop,
+                      int synthesis, double* zre, double* zim);
 
     // Applies the turns to the sum m (into y) and to both channels.
-    static void Apply(const double* zre, const double* zim, const double* mre, const double* mim,
-                      double* yre, double* yim, double* lre, double* lim, double* rre, double* rim,
+    static void Apply(const float* zre, const float* zim, const float* mre, const float* mim,
+                      float* yre, float* yim, float* lre, float* lim, float* rre, float* rim,
                       int n);
 
     // The sum of taps[k] x[k] for k < n, in eight interleaved partial sums (the same at every

@@ -325,14 +325,14 @@ template <typename R> struct Plan {
 
 // Z = FFT(x[2m] + i x[2m+1]) gives the transforms of the even and the odd samples,
 // E = (Z[k] + conj Z[h-k]) / 2 and O = (Z[k] - conj Z[h-k]) / 2i, and X[k] = E + W^k O.
-template <typename R>
+template <typename R, typename S>
 CRISP_INLINE void Unpack(const R* __restrict zr, const R* __restrict zi, const R* __restrict twr,
-                         const R* __restrict twi, int h, double* __restrict re,
-                         double* __restrict im, int first = 1) {
-    re[0] = double(zr[0] + zi[0]);
-    im[0] = 0.0;
-    re[h] = double(zr[0] - zi[0]);
-    im[h] = 0.0;
+                         const R* __restrict twi, int h, S* __restrict re, S* __restrict im,
+                         int first = 1) {
+    re[0] = S(zr[0] + zi[0]);
+    im[0] = 0;
+    re[h] = S(zr[0] - zi[0]);
+    im[h] = 0;
     const R half = 0.5;
     for (int k = first; k < h; ++k) {
         const R ar = zr[k], ai = zi[k];
@@ -340,8 +340,8 @@ CRISP_INLINE void Unpack(const R* __restrict zr, const R* __restrict zi, const R
         const R er = half * (ar + br), ei = half * (ai + bi);
         const R or_ = half * (ai - bi), oi = -half * (ar - br); // (a - b) / 2i
         const R wr = twr[k], wi = twi[k];
-        re[k] = double(er + (wr * or_ - wi * oi));
-        im[k] = double(ei + (wr * oi + wi * or_));
+        re[k] = S(er + (wr * or_ - wi * oi));
+        im[k] = S(ei + (wr * oi + wi * or_));
     }
 }
 
@@ -370,9 +370,9 @@ CRISP_INLINE void Pack(const R* __restrict tr, const R* __restrict ti, const R* 
 
 // The spectrum in the working precision, in a run of its own: the compiler vectorises the
 // conversion and Pack's reversed reads only apart.
-template <typename R>
-CRISP_INLINE void Narrow(const double* __restrict re, const double* __restrict im, int bins,
-                         R* __restrict tr, R* __restrict ti, int first = 0) {
+template <typename S, typename R>
+CRISP_INLINE void Narrow(const S* __restrict re, const S* __restrict im, int bins, R* __restrict tr,
+                         R* __restrict ti, int first = 0) {
     for (int k = first; k < bins; ++k) {
         tr[k] = R(re[k]);
         ti[k] = R(im[k]);
@@ -398,10 +398,10 @@ CRISP_INLINE void Split(const T* __restrict x, const double* __restrict window, 
 }
 
 // Unpack from bin 1 on, W bins at a time, Z[h-k] read backwards; returns the first bin left.
-template <int W>
+template <int W, typename S>
 CRISP_INLINE int UnpackV(const float* __restrict zr, const float* __restrict zi,
                          const float* __restrict twr, const float* __restrict twi, int h,
-                         double* __restrict re, double* __restrict im) {
+                         S* __restrict re, S* __restrict im) {
     using F = typename Lanes<W>::F;
     const float half = 0.5;
     int k = 1;
@@ -413,8 +413,13 @@ CRISP_INLINE int UnpackV(const float* __restrict zr, const float* __restrict zi,
         const F er = half * (ar + br), ei = half * (ai + bi);
         const F or_ = half * (ai - bi), oi = -half * (ar - br);
         const F wr = Load<F>(twr + k), wi = Load<F>(twi + k);
-        StoreWide<W>(re + k, er + (wr * or_ - wi * oi));
-        StoreWide<W>(im + k, ei + (wr * oi + wi * or_));
+        if constexpr (std::is_same_v<S, float>) {
+            Store(re + k, er + (wr * or_ - wi * oi));
+            Store(im + k, ei + (wr * oi + wi * or_));
+        } else {
+            StoreWide<W>(re + k, er + (wr * or_ - wi * oi));
+            StoreWide<W>(im + k, ei + (wr * oi + wi * or_));
+        }
     }
     return k;
 }
@@ -495,10 +500,9 @@ CRISP_INLINE int MergeV(const float* __restrict zr, const float* __restrict zi, 
 }
 
 // W: the lanes of the level's vectors, used in single precision from h = 4 W on.
-template <int W, typename R, typename T>
+template <int W, typename R, typename T, typename S>
 CRISP_INLINE void ForwardBody(const Plan<R>& plan, const T* __restrict x,
-                              const double* __restrict window, double* __restrict re,
-                              double* __restrict im) {
+                              const double* __restrict window, S* __restrict re, S* __restrict im) {
     const int h = plan.h;
     R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
     if constexpr (std::is_same_v<R, float>) {
@@ -550,20 +554,39 @@ CRISP_INLINE void Merge(const R* __restrict zr, const R* __restrict zi, double s
     }
 }
 
-template <int W, typename R>
-CRISP_INLINE void InverseBody(const Plan<R>& plan, const double* __restrict re,
-                              const double* __restrict im, const Output& out) {
+// S: the spectrum's type; read as it is where it is the working precision's
+template <int W, typename R, typename S>
+CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const S* __restrict im,
+                              const Output& out) {
     const int h = plan.h;
     R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
     bool inY = false;
     bool wide = false;
     if constexpr (std::is_same_v<R, double>) {
-        Pack(re, im, plan.twr, plan.twi, h, xr, xi);
+        const R *tr = nullptr, *ti = nullptr;
+        if constexpr (std::is_same_v<S, double>) {
+            tr = re;
+            ti = im;
+        } else {
+            R *nr = yi + h, *ni = nr + h + 1;
+            Narrow(re, im, h + 1, nr, ni);
+            tr = nr;
+            ti = ni;
+        }
+        Pack(tr, ti, plan.twr, plan.twi, h, xr, xi);
         inY = Complex(xr, xi, yr, yi, plan.w, h);
     } else {
-        R *tr = yi + h, *ti = tr + h + 1;
         wide = h >= 4 * W;
-        Narrow(re, im, h + 1, tr, ti, wide ? NarrowV<W>(re, im, h + 1, tr, ti) : 0);
+        const R *tr = nullptr, *ti = nullptr;
+        if constexpr (std::is_same_v<S, float>) {
+            tr = re;
+            ti = im;
+        } else {
+            R *nr = yi + h, *ni = nr + h + 1;
+            Narrow(re, im, h + 1, nr, ni, wide ? NarrowV<W>(re, im, h + 1, nr, ni) : 0);
+            tr = nr;
+            ti = ni;
+        }
         if (wide) {
             Pack(tr, ti, plan.twr, plan.twi, h, xr, xi,
                  PackV<W>(tr, ti, plan.twr, plan.twi, h, xr, xi));
@@ -597,38 +620,34 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const double* __restrict re,
     }
 }
 
-template <typename R, typename T>
-CRISP_AVX512 void Forward512(const Plan<R>& plan, const T* x, const double* window, double* re,
-                             double* im) {
+template <typename R, typename T, typename S>
+CRISP_AVX512 void Forward512(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
     ForwardBody<16>(plan, x, window, re, im);
 }
-template <typename R, typename T>
-CRISP_AVX2 void Forward256(const Plan<R>& plan, const T* x, const double* window, double* re,
-                           double* im) {
+template <typename R, typename T, typename S>
+CRISP_AVX2 void Forward256(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
     ForwardBody<8>(plan, x, window, re, im);
 }
-template <typename R, typename T>
-void ForwardPlain(const Plan<R>& plan, const T* x, const double* window, double* re, double* im) {
+template <typename R, typename T, typename S>
+void ForwardPlain(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
     ForwardBody<4>(plan, x, window, re, im);
 }
-template <typename R>
-CRISP_AVX512 void Inverse512(const Plan<R>& plan, const double* re, const double* im,
-                             const Output& out) {
+template <typename R, typename S>
+CRISP_AVX512 void Inverse512(const Plan<R>& plan, const S* re, const S* im, const Output& out) {
     InverseBody<16>(plan, re, im, out);
 }
-template <typename R>
-CRISP_AVX2 void Inverse256(const Plan<R>& plan, const double* re, const double* im,
-                           const Output& out) {
+template <typename R, typename S>
+CRISP_AVX2 void Inverse256(const Plan<R>& plan, const S* re, const S* im, const Output& out) {
     InverseBody<8>(plan, re, im, out);
 }
-template <typename R>
-void InversePlain(const Plan<R>& plan, const double* re, const double* im, const Output& out) {
+template <typename R, typename S>
+void InversePlain(const Plan<R>& plan, const S* re, const S* im, const Output& out) {
     InverseBody<4>(plan, re, im, out);
 }
 
-template <typename R, typename T>
-void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const double* window,
-               double* re, double* im) {
+template <typename R, typename T, typename S>
+void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const double* window, S* re,
+               S* im) {
     if (isa == CMorvaneIsa::Avx512)
         Forward512(plan, x, window, re, im);
     else if (isa == CMorvaneIsa::Avx2)
@@ -637,8 +656,8 @@ void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const do
         ForwardPlain(plan, x, window, re, im);
 }
 
-template <typename R>
-void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const double* re, const double* im,
+template <typename R, typename S>
+void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const S* re, const S* im,
                const Output& out) {
     if (isa == CMorvaneIsa::Avx512)
         Inverse512(plan, re, im, out);
@@ -701,8 +720,8 @@ bool CRealFft::Prepare(int n) {
     return true;
 }
 
-template <typename T>
-void CRealFft::Transform(const T* x, const double* window, double* re, double* im) {
+template <typename T, typename S>
+void CRealFft::Transform(const T* x, const double* window, S* re, S* im) {
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
         ForwardAt(m_Isa,
@@ -724,7 +743,11 @@ void CRealFft::Forward(const float* x, const double* window, double* re, double*
     Transform(x, window, re, im);
 }
 
-void CRealFft::Backward(const double* re, const double* im, const void* output) {
+void CRealFft::Forward(const float* x, const double* window, float* re, float* im) {
+    Transform(x, window, re, im);
+}
+
+template <typename S> void CRealFft::Backward(const S* re, const S* im, const void* output) {
     const Output& out = *static_cast<const Output*>(output);
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
@@ -745,6 +768,12 @@ void CRealFft::Inverse(const double* re, const double* im, double* x) {
 }
 
 void CRealFft::InverseAdd(const double* re, const double* im, const double* window, double gain,
+                          double* to, int split, double* rest) {
+    const Output out{nullptr, window, gain, to, split, rest};
+    Backward(re, im, &out);
+}
+
+void CRealFft::InverseAdd(const float* re, const float* im, const double* window, double gain,
                           double* to, int split, double* rest) {
     const Output out{nullptr, window, gain, to, split, rest};
     Backward(re, im, &out);
