@@ -112,6 +112,45 @@ CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int nar
     return count;
 }
 
+// zre and zim from `from` to `to` set to (re, im), in runs of eight where the room allows: a run
+// past `to` is overwritten by the regions after it.
+CRISP_INLINE void Fill(float* __restrict zre, float* __restrict zim, int from, int to, int room,
+                       float re, float im) {
+    constexpr int kRun = 8;
+    int j = from;
+    for (; j < to && j + kRun <= room; j += kRun)
+        for (int t = 0; t < kRun; ++t) {
+            zre[j + t] = re;
+            zim[j + t] = im;
+        }
+    for (; j < to; ++j) {
+        zre[j] = re;
+        zim[j] = im;
+    }
+}
+
+CRISP_INLINE void RegionsBody(const float* __restrict p2, const int* __restrict at, int n, int bins,
+                              int room, const double* __restrict zr, const double* __restrict zi,
+                              float* __restrict zre, float* __restrict zim) {
+    int from = 0;
+    for (int i = 0; i < n; ++i) {
+        const int p = at[i];
+        int to = bins;
+        if (i + 1 < n) {
+            to = p + 1;
+            float lowest = p2[to];
+            for (int j = p + 2, next = at[i + 1]; j < next; ++j)
+                if (p2[j] < lowest) {
+                    lowest = p2[j];
+                    to = j;
+                }
+        }
+        Fill(zre, zim, from, to, room, static_cast<float>(zr[i]), static_cast<float>(zi[i]));
+        from = to;
+    }
+    Fill(zre, zim, from, bins, room, 1, 0);
+}
+
 CRISP_INLINE void MixBody(const float* __restrict lre, const float* __restrict lim,
                           const float* __restrict rre, const float* __restrict rim,
                           float* __restrict mre, float* __restrict mim, float* __restrict power,
@@ -268,6 +307,10 @@ CRISP_KERNEL(Apply,
              (const float* zre, const float* zim, const float* mre, const float* mim, float* yre,
               float* yim, float* lre, float* lim, float* rre, float* rim, int n),
              (zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n))
+CRISP_KERNEL(Regions,
+             (const float* p2, const int* at, int n, int bins, int room, const double* zr,
+              const double* zi, float* zre, float* zim),
+             (p2, at, n, bins, room, zr, zi, zre, zim))
 CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
              (phase, taps, x, j0, n, out))
 CRISP_KERNEL(LogMagnitudes,
@@ -343,6 +386,11 @@ void CCrispKernels::Apply(const float* zre, const float* zim, const float* mre, 
                           float* yre, float* yim, float* lre, float* lim, float* rre, float* rim,
                           int n) {
     ApplyAny(zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n);
+}
+
+void CCrispKernels::Regions(const float* power, const int* at, int n, int bins, int room,
+                            const double* zr, const double* zi, float* zre, float* zim) {
+    RegionsAny(power, at, n, bins, room, zr, zi, zre, zim);
 }
 
 void CCrispKernels::Upsample(const double* phase, int taps, const float* x, int j0, int n,

@@ -30,6 +30,13 @@ public:
                       const float* yre, const float* yim, const int* at, int n, int window, int hop,
                       int synthesis, double* zre, double* zim);
 
+    // Each bin's turn, zre[k] and zim[k] for k < bins: that of the peak at[i] (zr[i], zi[i]) whose
+    // region holds it, from the lowest bin after the peak before (the first if several) up to
+    // and with the lowest before the next; none past the last region. zre and zim have room for
+    // `room` bins (room >= bins), which past bins may take any value.
+    static void Regions(const float* power, const int* at, int n, int bins, int room,
+                        const double* zr, const double* zi, float* zre, float* zim);
+
     // Applies the turns to the sum m (into y) and to both channels.
     static void Apply(const float* zre, const float* zim, const float* mre, const float* mim,
                       float* yre, float* yim, float* lre, float* lim, float* rre, float* rim,

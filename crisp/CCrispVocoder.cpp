@@ -147,64 +147,43 @@ void CCrispVocoder::Lock(int hop, double align) {
     if (dense)
         CCrispKernels::Turns(m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm,
                              m_pPeaks.get(), peaks, m_nWindow, hop, Hop(), ownRe, ownIm);
-    int from = 0;
-    for (int i = 0; i < peaks; ++i) {
+    for (int i = 0; i < (m_pJoin || !dense ? peaks : 0); ++i) {
         const int p = m_pPeaks[i];
         double zr = dense ? ownRe[i] : 1, zi = dense ? ownIm[i] : 0;
-        if (m_pJoin || !dense) {
-            const double mr = m_pMre[p], mi = m_pMim[p];
-            const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
-            const double m = std::sqrt(mr * mr + mi * mi);
-            const CCrispVocoder* o = m_pJoin;
-            const double wj = step * p / m_dJoinDown;
-            const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
-            if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
-                (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
-                // the other's partial at its frame's centre, moved on to this one's
-                double w = wj;
-                if (qr * qr + qi * qi > 1e-6 * m * m) {
-                    const double expected = step * p * hop;
-                    const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                    w = (expected + PrincipalArgument(measured - expected)) / hop / m_dJoinDown;
-                }
-                const double target = std::atan2(double(o->m_pOutIm[kj]), double(o->m_pOutRe[kj])) +
-                                      std::numbers::pi * double(kj) + w * m_dJoinShift;
-                const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
-                zr = std::cos(turn);
-                zi = std::sin(turn);
-            } else if (!dense && m > 0) {
-                double w = step * p;
-                if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
-                    const double expected = step * p * hop;
-                    const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                    w = (expected + PrincipalArgument(measured - expected)) / hop;
-                }
-                zr = std::cos(w * align);
-                zi = std::sin(w * align);
+        const double mr = m_pMre[p], mi = m_pMim[p];
+        const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
+        const double m = std::sqrt(mr * mr + mi * mi);
+        const CCrispVocoder* o = m_pJoin;
+        const double wj = step * p / m_dJoinDown;
+        const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
+        if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
+            (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
+            // the other's partial at its frame's centre, moved on to this one's
+            double w = wj;
+            if (qr * qr + qi * qi > 1e-6 * m * m) {
+                const double expected = step * p * hop;
+                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                w = (expected + PrincipalArgument(measured - expected)) / hop / m_dJoinDown;
             }
+            const double target = std::atan2(double(o->m_pOutIm[kj]), double(o->m_pOutRe[kj])) +
+                                  std::numbers::pi * double(kj) + w * m_dJoinShift;
+            const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
+            zr = std::cos(turn);
+            zi = std::sin(turn);
+        } else if (!dense && m > 0) {
+            double w = step * p;
+            if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
+                const double expected = step * p * hop;
+                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                w = (expected + PrincipalArgument(measured - expected)) / hop;
+            }
+            zr = std::cos(w * align);
+            zi = std::sin(w * align);
         }
-        // the region ends at the lowest bin before the next peak
-        int to = bins;
-        if (i + 1 < peaks) {
-            to = p + 1;
-            float lowest = p2[to];
-            for (int j = p + 2, next = m_pPeaks[i + 1]; j < next; ++j)
-                if (p2[j] < lowest) {
-                    lowest = p2[j];
-                    to = j;
-                }
-        }
-        const float fr = static_cast<float>(zr), fi = static_cast<float>(zi);
-        for (int j = from; j < to; ++j) {
-            m_pZre[j] = fr;
-            m_pZim[j] = fi;
-        }
-        from = to;
+        ownRe[i] = zr;
+        ownIm[i] = zi;
     }
-    for (k = from; k < bins; ++k) {
-        m_pZre[k] = 1;
-        m_pZim[k] = 0;
-    }
+    CCrispKernels::Regions(p2, m_pPeaks.get(), peaks, bins, m_nBins, ownRe, ownIm, m_pZre, m_pZim);
 }
 
 double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset,
