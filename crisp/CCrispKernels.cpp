@@ -238,11 +238,12 @@ CRISP_INLINE void ApplyBody(const float* __restrict zre, const float* __restrict
     }
 }
 
-CRISP_INLINE void LogMagnitudesBody(const double* __restrict re, const double* __restrict im,
+CRISP_INLINE void LogMagnitudesBody(const float* __restrict re, const float* __restrict im,
                                     int from, int to, double norm, double compress,
                                     double* __restrict out) {
     for (int k = from; k <= to; ++k)
-        out[k] = Log(1 + compress * (std::sqrt(re[k] * re[k] + im[k] * im[k]) * norm));
+        out[k] =
+            Log(1 + compress * (std::sqrt(double(re[k]) * re[k] + double(im[k]) * im[k]) * norm));
 }
 
 CRISP_INLINE double DotBody(const double* __restrict taps, const float* __restrict x, int n) {
@@ -348,7 +349,7 @@ CRISP_KERNEL(Regions,
 CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
              (phase, taps, x, j0, n, out))
 CRISP_KERNEL(LogMagnitudes,
-             (const double* re, const double* im, int from, int to, double norm, double compress,
+             (const float* re, const float* im, int from, int to, double norm, double compress,
               double* out),
              (re, im, from, to, norm, compress, out))
 
@@ -432,7 +433,7 @@ void CCrispKernels::Upsample(const double* phase, int taps, const float* x, int 
     UpsampleAny(phase, taps, x, j0, n, out);
 }
 
-void CCrispKernels::LogMagnitudes(const double* re, const double* im, int from, int to, double norm,
+void CCrispKernels::LogMagnitudes(const float* re, const float* im, int from, int to, double norm,
                                   double compress, double* out) {
     LogMagnitudesAny(re, im, from, to, norm, compress, out);
 }

@@ -51,7 +51,8 @@ public:
     // of (j0 + i) / 4 (j0 < 4). Summed in the order of k, per output, as a plain loop would.
     static void Upsample(const double* phase, int taps, const float* x, int j0, int n, float* out);
 
-    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out.
-    static void LogMagnitudes(const double* re, const double* im, int from, int to, double norm,
+    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out, in double
+    // precision.
+    static void LogMagnitudes(const float* re, const float* im, int from, int to, double norm,
                               double compress, double* out);
 };

@@ -739,10 +739,6 @@ void CRealFft::Forward(const double* x, double* re, double* im) {
     Transform(x, nullptr, re, im);
 }
 
-void CRealFft::Forward(const float* x, const double* window, double* re, double* im) {
-    Transform(x, window, re, im);
-}
-
 void CRealFft::Forward(const float* x, const double* window, float* re, float* im) {
     Transform(x, window, re, im);
 }

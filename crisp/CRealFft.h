@@ -30,10 +30,8 @@ public:
     int Points() const { return m_nPoints; }
 
     void Forward(const double* x, double* re, double* im);
-    // The same of x[i] window[i], each product taken in double precision.
-    void Forward(const float* x, const double* window, double* re, double* im);
-    // The same with the spectrum in single precision: what a single-precision transform gives
-    // the double one, before widening.
+    // The same of x[i] window[i], each product taken in double precision, into a spectrum in
+    // single precision (a single-precision transform's own values).
     void Forward(const float* x, const double* window, float* re, float* im);
     // Overwrites nothing it is given: re and im keep the spectrum. The imaginary parts of bins 0
     // and n / 2 are taken as zero, as for any real signal.
