@@ -553,17 +553,25 @@ void CCrisp::Decimate() {
         if (m_bFinal ? lo >= m_nIn : t + kReach >= m_nIn)
             break;
         const int64_t at = lo & (m_nRingSize - 1);
-        const bool straight = lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nRingSize;
+        const int64_t to = m_nDown & (m_nDownRing - 1);
+        if (lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nRingSize) {
+            // a run of outputs whose taps lie within the input and in one run of the ring, and
+            // that fit before the quarter-rate ring wraps
+            const int64_t count =
+                std::min({(m_nIn - 1 - kReach - t) / kDown + 1,
+                          (m_nRingSize - 1 - 2 * kReach - at) / kDown + 1, m_nDownRing - to});
+            for (int ch = 0; ch < 2; ++ch)
+                CCrispKernels::Decimate(m_dTaps, 2 * kReach + 1, m_pRing[ch] + at, kDown,
+                                        static_cast<int>(count), m_pDown[ch] + to);
+            m_nDown += count;
+            continue;
+        }
         for (int ch = 0; ch < 2; ++ch) {
             double sum = 0;
-            if (straight) {
-                sum = CCrispKernels::Dot(m_dTaps, m_pRing[ch] + at, 2 * kReach + 1);
-            } else {
-                for (int i = -kReach; i <= kReach; ++i)
-                    if (t + i >= 0 && t + i < m_nIn)
-                        sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
-            }
-            m_pDown[ch][m_nDown & (m_nDownRing - 1)] = static_cast<float>(sum);
+            for (int i = -kReach; i <= kReach; ++i)
+                if (t + i >= 0 && t + i < m_nIn)
+                    sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
+            m_pDown[ch][to] = static_cast<float>(sum);
         }
         ++m_nDown;
     }

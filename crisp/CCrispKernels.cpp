@@ -260,6 +260,12 @@ CRISP_INLINE double DotBody(const double* __restrict taps, const float* __restri
            rest;
 }
 
+CRISP_INLINE void DecimateBody(const double* __restrict taps, int n, const float* __restrict x,
+                               int step, int count, float* __restrict out) {
+    for (int o = 0; o < count; ++o)
+        out[o] = static_cast<float>(DotBody(taps, x + o * step, n));
+}
+
 // Eight doubles in the compiler's own vectors (one register or several, by level), lane by lane.
 typedef double Eight __attribute__((vector_size(64)));
 
@@ -346,6 +352,8 @@ CRISP_KERNEL(Regions,
              (const float* p2, const int* at, int n, int bins, int room, const double* zr,
               const double* zi, float* zre, float* zim),
              (p2, at, n, bins, room, zr, zi, zre, zim))
+CRISP_KERNEL(Decimate, (const double* taps, int n, const float* x, int step, int count, float* out),
+             (taps, n, x, step, count, out))
 CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
              (phase, taps, x, j0, n, out))
 CRISP_KERNEL(LogMagnitudes,
@@ -373,15 +381,6 @@ int PeaksPlain(const float* p2, int from, int to, int narrow, float floor, int* 
     return PeaksBody(p2, from, to, narrow, floor, found);
 }
 
-CRISP_AVX512 double Dot512(const double* taps, const float* x, int n) {
-    return DotBody(taps, x, n);
-}
-CRISP_AVX2 double Dot256(const double* taps, const float* x, int n) {
-    return DotBody(taps, x, n);
-}
-double DotPlain(const double* taps, const float* x, int n) {
-    return DotBody(taps, x, n);
-}
 } // namespace
 
 bool CCrispKernels::Silent(const float* x, int n) {
@@ -399,11 +398,9 @@ int CCrispKernels::Peaks(const float* power, int from, int to, int narrow, float
                                         : PeaksPlain(power, from, to, narrow, floor, found);
 }
 
-double CCrispKernels::Dot(const double* taps, const float* x, int n) {
-    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
-    return level == CMorvaneIsa::Avx512 ? Dot512(taps, x, n)
-           : level == CMorvaneIsa::Avx2 ? Dot256(taps, x, n)
-                                        : DotPlain(taps, x, n);
+void CCrispKernels::Decimate(const double* taps, int n, const float* x, int step, int count,
+                             float* out) {
+    DecimateAny(taps, n, x, step, count, out);
 }
 
 void CCrispKernels::Mix(const float* lre, const float* lim, const float* rre, const float* rim,

@@ -42,9 +42,10 @@ public:
                       float* yre, float* yim, float* lre, float* lim, float* rre, float* rim,
                       int n);
 
-    // The sum of taps[k] x[k] for k < n, in eight interleaved partial sums (the same at every
-    // level).
-    static double Dot(const double* taps, const float* x, int n);
+    // out[o] for o < count: the sum of taps[k] x[o step + k] for k < n, in eight interleaved
+    // partial sums (the same at every level), rounded to float.
+    static void Decimate(const double* taps, int n, const float* x, int step, int count,
+                         float* out);
 
     // Interpolation to four times the rate through a filter by phase: out[i] gets the sum of
     // phase[j taps + k] x[m - k] for k < taps, where m and j are the quotient and the remainder
