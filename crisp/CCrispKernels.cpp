@@ -10,10 +10,8 @@
 #include "CMorvaneIsa.h"
 #include "CrispTargets.h"
 
-#if !defined(__clang__)
 // (the vectors below live only in functions built for their width, and never cross a call)
 #pragma GCC diagnostic ignored "-Wpsabi"
-#endif
 
 // Selects stand where branches would stop the compiler vectorising.
 

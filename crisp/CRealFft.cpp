@@ -123,10 +123,8 @@ template <typename R> CRISP_INLINE bool Complex(R* xr, R* xi, R* yr, R* yi, cons
     return inY;
 }
 
-#if !defined(__clang__)
 // (the vectors below live only in functions built for their width, and never cross a call)
 #pragma GCC diagnostic ignored "-Wpsabi"
-#endif
 
 // The same lane-wise operations as the loops above, W floats at a time in the compiler's own
 // vectors (the level's registers, or two of them for W doubles): each lane gives the bits the
