@@ -264,10 +264,13 @@ CRISP_INLINE void DecimateBody(const double* __restrict taps, int n, const float
         out[o] = static_cast<float>(DotBody(taps, x + o * step, n));
 }
 
-// Eight doubles in the compiler's own vectors (one register or several, by level), lane by lane.
+// Doubles in the compiler's own vectors, one register of the level's each, lane by lane.
+typedef double Two __attribute__((vector_size(16)));
+typedef double Four __attribute__((vector_size(32)));
 typedef double Eight __attribute__((vector_size(64)));
 
 // By phase, in blocks: the outputs of one phase are every fourth, their inputs consecutive.
+template <typename V>
 CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const float* __restrict x,
                                int j0, int n, float* __restrict out) {
     constexpr int kBlock = 64, kTaps = 16;
@@ -289,14 +292,16 @@ CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const f
                     in[i] = from[i - taps + 1];
                 // eight outputs at a time through every tap, their sums held in registers
                 int r = 0;
+                constexpr int kLanes = sizeof(V) / sizeof(double);
                 for (; r + 8 <= count; r += 8) {
-                    Eight part = {};
-                    for (int k = 0; k < taps; ++k) {
-                        Eight v;
-                        std::memcpy(&v, in + r - k + taps - 1, sizeof v);
-                        part += c[k] * v;
-                    }
-                    std::memcpy(acc + r, &part, sizeof part);
+                    V part[8 / kLanes] = {};
+                    for (int k = 0; k < taps; ++k)
+                        for (int g = 0; g < 8 / kLanes; ++g) {
+                            V v;
+                            std::memcpy(&v, in + r + g * kLanes - k + taps - 1, sizeof v);
+                            part[g] += c[k] * v;
+                        }
+                    std::memcpy(acc + r, part, sizeof part);
                 }
                 for (int k = 0; k < taps; ++k)
                     for (int q = r; q < count; ++q)
@@ -352,12 +357,23 @@ CRISP_KERNEL(Regions,
              (p2, at, n, bins, room, zr, zi, zre, zim))
 CRISP_KERNEL(Decimate, (const double* taps, int n, const float* x, int step, int count, float* out),
              (taps, n, x, step, count, out))
-CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
-             (phase, taps, x, j0, n, out))
 CRISP_KERNEL(LogMagnitudes,
              (const float* re, const float* im, int from, int to, double norm, double compress,
               double* out),
              (re, im, from, to, norm, compress, out))
+
+// (each level with vectors of its own width)
+CRISP_AVX512 void Upsample512(const double* phase, int taps, const float* x, int j0, int n,
+                              float* out) {
+    UpsampleBody<Eight>(phase, taps, x, j0, n, out);
+}
+CRISP_AVX2 void Upsample256(const double* phase, int taps, const float* x, int j0, int n,
+                            float* out) {
+    UpsampleBody<Four>(phase, taps, x, j0, n, out);
+}
+void UpsamplePlain(const double* phase, int taps, const float* x, int j0, int n, float* out) {
+    UpsampleBody<Two>(phase, taps, x, j0, n, out);
+}
 
 // (these return a value)
 CRISP_AVX512 bool Silent512(const float* x, int n) {
@@ -425,7 +441,13 @@ void CCrispKernels::Regions(const float* power, const int* at, int n, int bins, 
 
 void CCrispKernels::Upsample(const double* phase, int taps, const float* x, int j0, int n,
                              float* out) {
-    UpsampleAny(phase, taps, x, j0, n, out);
+    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
+    if (level == CMorvaneIsa::Avx512)
+        Upsample512(phase, taps, x, j0, n, out);
+    else if (level == CMorvaneIsa::Avx2)
+        Upsample256(phase, taps, x, j0, n, out);
+    else
+        UpsamplePlain(phase, taps, x, j0, n, out);
 }
 
 void CCrispKernels::LogMagnitudes(const float* re, const float* im, int from, int to, double norm,
