@@ -126,9 +126,9 @@ template <typename R> CRISP_INLINE bool Complex(R* xr, R* xi, R* yr, R* yi, cons
 // (the vectors below live only in functions built for their width, and never cross a call)
 #pragma GCC diagnostic ignored "-Wpsabi"
 
-// The same lane-wise operations as the loops above, W floats at a time in the compiler's own
-// vectors (the level's registers, or two of them for W doubles): each lane gives the bits the
-// scalar loop gives. The stages whose stride is below W and the even/odd splits are where the
+// The same lane-wise operations as the loops above, W floats (or W / 2 doubles) at a time in the
+// compiler's own vectors, one of the level's registers each: each lane gives the bits the scalar
+// loop gives. The stages whose stride is below W and the even/odd splits are where the
 // compiler would not vectorise the loops above by itself; their data move by shuffles instead.
 template <int W> struct Lanes {
     typedef float F __attribute__((vector_size(4 * W)));
