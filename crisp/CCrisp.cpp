@@ -269,8 +269,18 @@ void CCrisp::ApplyRates() {
     m_LowMap.Rebase(m_dTime * m_dPitch, c, o);
 }
 
-void CCrisp::Gather(int64_t at, int n, float* left, float* right) const {
-    float* to[2] = {left, right};
+void CCrisp::Gather(int64_t at, int n, const float** frame) const {
+    // held whole and in one run: read where it lies
+    const int64_t start = at & (m_nRingSize - 1);
+    if (at >= std::max<int64_t>(0, m_nIn - m_nRingSize) && at + n <= m_nIn &&
+        start + n <= m_nRingSize) {
+        frame[0] = m_pRing[0] + start;
+        frame[1] = m_pRing[1] + start;
+        return;
+    }
+    float* to[2] = {m_pFrame[0], m_pFrame[1]};
+    frame[0] = to[0];
+    frame[1] = to[1];
     const int64_t from = std::clamp<int64_t>(at, std::max<int64_t>(0, m_nIn - m_nRingSize), at + n);
     const int64_t until = std::clamp<int64_t>(m_nIn, from, at + n);
     for (int c = 0; c < 2; ++c) {
@@ -287,9 +297,10 @@ void CCrisp::Gather(int64_t at, int n, float* left, float* right) const {
 }
 
 const float* CCrisp::GatherMono(int64_t at, int n) {
-    Gather(at, n, m_pFrame[0], m_pFrame[1]);
+    const float* frame[2] = {};
+    Gather(at, n, frame);
     for (int i = 0; i < n; ++i)
-        m_pMono[i] = 0.5f * (m_pFrame[0][i] + m_pFrame[1][i]);
+        m_pMono[i] = 0.5f * (frame[0][i] + frame[1][i]);
     return m_pMono;
 }
 
@@ -408,8 +419,9 @@ bool CCrisp::NextLowFrame() {
     if (make) {
         // a frame not made before this one is analysed now, for its peaks' frequencies
         if (m_bLowSkipped) {
-            GatherDown(m_nLowLastRead / kDown);
-            m_Low.Prime(m_pFrame[0], m_pFrame[1]);
+            const float* frame[2] = {};
+            GatherDown(m_nLowLastRead / kDown, frame);
+            m_Low.Prime(frame[0], frame[1]);
         }
         double align = std::numeric_limits<double>::quiet_NaN();
         if (m_bLowSkipped || m_bLowSettling || m_nLowFrame == 0) {
@@ -425,9 +437,10 @@ bool CCrisp::NextLowFrame() {
                         OutputCentre(0) - read;
             }
         }
-        GatherDown(at / kDown);
+        const float* frame[2] = {};
+        GatherDown(at / kDown, frame);
         share =
-            m_Low.Frame(m_pFrame[0], m_pFrame[1],
+            m_Low.Frame(frame[0], frame[1],
                         static_cast<int>(m_nLowFrame ? (at - m_nLowLastRead) / kDown : m_Low.Hop()),
                         false, share, align / kDown, m_bLowSettling ? kSteady : 0.0);
         if (share > 0)
@@ -470,18 +483,20 @@ bool CCrisp::NextFrame(float** out, int* produced) {
         const int64_t from = std::llround(onset) - window / 4;
         if (!m_bFinal && from + window > m_nIn)
             return false;
-        Gather(from, window, m_pFrame[0], m_pFrame[1]);
-        m_Vocoder.Attack(m_pFrame[0], m_pFrame[1]);
+        const float* frame[2] = {};
+        Gather(from, window, frame);
+        m_Vocoder.Attack(frame[0], frame[1]);
         m_dLastOnset = onset;
     }
-    Gather(at, window, m_pFrame[0], m_pFrame[1]);
+    const float* frame[2] = {};
+    Gather(at, window, frame);
     // Where both bands are heard, the low bins follow the low band's phases here too, so that
     // the crossover and the hand-over at an onset add the same partial in phase.
     const double o = OutputCentre(m_nFrame);
     if (m_bLow && std::fabs(o - m_dLowMadeAt) <= hop * 4 && LowWeight(o) > 0)
         m_Vocoder.Join(&m_Low, (o - m_dLowMadeAt) / kDown, 1.0 / kDown);
-    m_Vocoder.Frame(m_pFrame[0], m_pFrame[1], m_nFrame ? static_cast<int>(at - m_nLastRead) : hop,
-                    reset, m_bLow ? LowWeight(OutputCentre(m_nFrame)) : 0.0);
+    m_Vocoder.Frame(frame[0], frame[1], m_nFrame ? static_cast<int>(at - m_nLastRead) : hop, reset,
+                    m_bLow ? LowWeight(OutputCentre(m_nFrame)) : 0.0);
     m_nLastRead = at;
     m_nKeepFrom =
         std::clamp<int64_t>(m_bLow ? std::min(at, m_nLowLastRead) : at, m_nKeepFrom, m_nIn);
@@ -500,9 +515,19 @@ bool CCrisp::NextFrame(float** out, int* produced) {
     return true;
 }
 
-void CCrisp::GatherDown(int64_t at) {
+void CCrisp::GatherDown(int64_t at, const float** frame) {
+    const int n = m_Low.Window();
+    const int64_t start = at & (m_nDownRing - 1);
+    if (at >= std::max<int64_t>(0, m_nDown - m_nDownRing) && at + n <= m_nDown &&
+        start + n <= m_nDownRing) {
+        frame[0] = m_pDown[0] + start;
+        frame[1] = m_pDown[1] + start;
+        return;
+    }
+    frame[0] = m_pFrame[0];
+    frame[1] = m_pFrame[1];
     for (int ch = 0; ch < 2; ++ch)
-        for (int i = 0; i < m_Low.Window(); ++i) {
+        for (int i = 0; i < n; ++i) {
             const int64_t m = at + i;
             m_pFrame[ch][i] = m >= 0 && m < m_nDown && m >= m_nDown - m_nDownRing
                                   ? m_pDown[ch][m & (m_nDownRing - 1)]
@@ -534,17 +559,25 @@ void CCrisp::Decimate() {
         if (m_bFinal ? lo >= m_nIn : t + kReach >= m_nIn)
             break;
         const int64_t at = lo & (m_nRingSize - 1);
-        const bool straight = lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nRingSize;
+        const int64_t to = m_nDown & (m_nDownRing - 1);
+        if (lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nRingSize) {
+            // a run of outputs whose taps lie within the input and in one run of the ring, and
+            // that fit before the quarter-rate ring wraps
+            const int64_t count =
+                std::min({(m_nIn - 1 - kReach - t) / kDown + 1,
+                          (m_nRingSize - 1 - 2 * kReach - at) / kDown + 1, m_nDownRing - to});
+            for (int ch = 0; ch < 2; ++ch)
+                CCrispKernels::Decimate(m_dTaps, 2 * kReach + 1, m_pRing[ch] + at, kDown,
+                                        static_cast<int>(count), m_pDown[ch] + to);
+            m_nDown += count;
+            continue;
+        }
         for (int ch = 0; ch < 2; ++ch) {
             double sum = 0;
-            if (straight) {
-                sum = CCrispKernels::Dot(m_dTaps, m_pRing[ch] + at, 2 * kReach + 1);
-            } else {
-                for (int i = -kReach; i <= kReach; ++i)
-                    if (t + i >= 0 && t + i < m_nIn)
-                        sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
-            }
-            m_pDown[ch][m_nDown & (m_nDownRing - 1)] = static_cast<float>(sum);
+            for (int i = -kReach; i <= kReach; ++i)
+                if (t + i >= 0 && t + i < m_nIn)
+                    sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
+            m_pDown[ch][to] = static_cast<float>(sum);
         }
         ++m_nDown;
     }

@@ -56,7 +56,9 @@ private:
     int64_t Target() const;                   // the job's output frames, for the input so far
     double OutputCentre(int64_t frame) const; // of a synthesis frame
     void ApplyRates();
-    void Gather(int64_t at, int n, float* left, float* right) const;
+    // n frames from at of each channel: where the ring holds them in one run, or copied into
+    // m_pFrame (zeros where it holds none)
+    void Gather(int64_t at, int n, const float** frame) const;
     const float* GatherMono(int64_t at, int n); // the channels' mean, into m_pMono
     void FeedDetector();
     void KeepLowAway(double t); // no low frame heard within half its window of t
@@ -67,7 +69,7 @@ private:
     double LowShare(double c, double o) const; // of a low frame at input centre c, output o
     double LowWeight(double o) const;          // what the low frames made give output centre o
     void Decimate();
-    void GatherDown(int64_t at); // a low frame from the quarter-rate input, into m_pFrame
+    void GatherDown(int64_t at, const float** frame); // a low frame, the same way
     void AddLow(int64_t from, int n);
     void Emit(float** out, int* produced, const float* left, const float* right, int n);
     void Finish(float** out, int* produced);

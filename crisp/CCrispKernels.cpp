@@ -4,10 +4,14 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <numbers>
 
 #include "CMorvaneIsa.h"
 #include "CrispTargets.h"
+
+// (the vectors below live only in functions built for their width, and never cross a call)
+#pragma GCC diagnostic ignored "-Wpsabi"
 
 // Selects stand where branches would stop the compiler vectorising.
 
@@ -84,6 +88,11 @@ CRISP_INLINE double Log(double v) {
 }
 
 CRISP_INLINE bool SilentBody(const float* __restrict x, int n) {
+    // (a sound rarely leaves both ends and the middle at zero: most frames end here)
+    if (n > 0 && ((std::bit_cast<uint32_t>(x[0]) | std::bit_cast<uint32_t>(x[n / 2]) |
+                   std::bit_cast<uint32_t>(x[n - 1])) &
+                  0x7fffffffu) != 0)
+        return false;
     uint32_t bits = 0;
     for (int i = 0; i < n; ++i)
         bits |= std::bit_cast<uint32_t>(x[i]) & 0x7fffffffu;
@@ -91,7 +100,7 @@ CRISP_INLINE bool SilentBody(const float* __restrict x, int n) {
 }
 
 // Flags in vectorised runs, then their bins gathered without branches.
-CRISP_INLINE int PeaksBody(const double* __restrict p2, int from, int to, int narrow, double floor,
+CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int narrow, float floor,
                            int* __restrict found) {
     constexpr int kBlock = 256;
     unsigned char flag[kBlock];
@@ -99,7 +108,7 @@ CRISP_INLINE int PeaksBody(const double* __restrict p2, int from, int to, int na
     for (int start = from; start < to; start += kBlock) {
         const int end = std::min(to, start + kBlock);
         for (int k = start; k < end; ++k) {
-            const double v = p2[k];
+            const float v = p2[k];
             const bool wide = (v > p2[k - 2]) & (v >= p2[k + 2]);
             flag[k - start] =
                 (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < narrow) | wide);
@@ -112,21 +121,60 @@ CRISP_INLINE int PeaksBody(const double* __restrict p2, int from, int to, int na
     return count;
 }
 
-CRISP_INLINE void MixBody(const double* __restrict lre, const double* __restrict lim,
-                          const double* __restrict rre, const double* __restrict rim,
-                          double* __restrict mre, double* __restrict mim, double* __restrict power,
+// zre and zim from `from` to `to` set to (re, im), in runs of eight where the room allows: a run
+// past `to` is overwritten by the regions after it.
+CRISP_INLINE void Fill(float* __restrict zre, float* __restrict zim, int from, int to, int room,
+                       float re, float im) {
+    constexpr int kRun = 8;
+    int j = from;
+    for (; j < to && j + kRun <= room; j += kRun)
+        for (int t = 0; t < kRun; ++t) {
+            zre[j + t] = re;
+            zim[j + t] = im;
+        }
+    for (; j < to; ++j) {
+        zre[j] = re;
+        zim[j] = im;
+    }
+}
+
+CRISP_INLINE void RegionsBody(const float* __restrict p2, const int* __restrict at, int n, int bins,
+                              int room, const double* __restrict zr, const double* __restrict zi,
+                              float* __restrict zre, float* __restrict zim) {
+    int from = 0;
+    for (int i = 0; i < n; ++i) {
+        const int p = at[i];
+        int to = bins;
+        if (i + 1 < n) {
+            to = p + 1;
+            float lowest = p2[to];
+            for (int j = p + 2, next = at[i + 1]; j < next; ++j)
+                if (p2[j] < lowest) {
+                    lowest = p2[j];
+                    to = j;
+                }
+        }
+        Fill(zre, zim, from, to, room, static_cast<float>(zr[i]), static_cast<float>(zi[i]));
+        from = to;
+    }
+    Fill(zre, zim, from, bins, room, 1, 0);
+}
+
+CRISP_INLINE void MixBody(const float* __restrict lre, const float* __restrict lim,
+                          const float* __restrict rre, const float* __restrict rim,
+                          float* __restrict mre, float* __restrict mim, float* __restrict power,
                           int n) {
     for (int k = 0; k < n; ++k) {
-        const double re = lre[k] + rre[k], im = lim[k] + rim[k];
+        const float re = lre[k] + rre[k], im = lim[k] + rim[k];
         mre[k] = re;
         mim[k] = im;
         power[k] = re * re + im * im;
     }
 }
 
-CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restrict mim,
-                            const double* __restrict qre, const double* __restrict qim,
-                            const double* __restrict yre, const double* __restrict yim,
+CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict mim,
+                            const float* __restrict qre, const float* __restrict qim,
+                            const float* __restrict yre, const float* __restrict yim,
                             const int* __restrict at, int n, int window, int hop, int synthesis,
                             double* __restrict zre, double* __restrict zim) {
     const double step = 2 * kPi / window, ratio = double(synthesis) / hop;
@@ -169,18 +217,16 @@ CRISP_INLINE void TurnsBody(const double* __restrict mre, const double* __restri
     }
 }
 
-CRISP_INLINE void ApplyBody(const double* __restrict zre, const double* __restrict zim,
-                            const double* __restrict mre, const double* __restrict mim,
-                            double* __restrict qre, double* __restrict qim, double* __restrict yre,
-                            double* __restrict yim, double* __restrict lre, double* __restrict lim,
-                            double* __restrict rre, double* __restrict rim, int n) {
+CRISP_INLINE void ApplyBody(const float* __restrict zre, const float* __restrict zim,
+                            const float* __restrict mre, const float* __restrict mim,
+                            float* __restrict yre, float* __restrict yim, float* __restrict lre,
+                            float* __restrict lim, float* __restrict rre, float* __restrict rim,
+                            int n) {
     for (int k = 0; k < n; ++k) {
-        const double zr = zre[k], zi = zim[k], mr = mre[k], mi = mim[k];
-        qre[k] = mr;
-        qim[k] = mi;
+        const float zr = zre[k], zi = zim[k], mr = mre[k], mi = mim[k];
         yre[k] = mr * zr - mi * zi;
         yim[k] = mr * zi + mi * zr;
-        double r = lre[k], i = lim[k];
+        float r = lre[k], i = lim[k];
         lre[k] = r * zr - i * zi;
         lim[k] = r * zi + i * zr;
         r = rre[k];
@@ -190,11 +236,12 @@ CRISP_INLINE void ApplyBody(const double* __restrict zre, const double* __restri
     }
 }
 
-CRISP_INLINE void LogMagnitudesBody(const double* __restrict re, const double* __restrict im,
+CRISP_INLINE void LogMagnitudesBody(const float* __restrict re, const float* __restrict im,
                                     int from, int to, double norm, double compress,
                                     double* __restrict out) {
     for (int k = from; k <= to; ++k)
-        out[k] = Log(1 + compress * (std::sqrt(re[k] * re[k] + im[k] * im[k]) * norm));
+        out[k] =
+            Log(1 + compress * (std::sqrt(double(re[k]) * re[k] + double(im[k]) * im[k]) * norm));
 }
 
 CRISP_INLINE double DotBody(const double* __restrict taps, const float* __restrict x, int n) {
@@ -211,11 +258,23 @@ CRISP_INLINE double DotBody(const double* __restrict taps, const float* __restri
            rest;
 }
 
+CRISP_INLINE void DecimateBody(const double* __restrict taps, int n, const float* __restrict x,
+                               int step, int count, float* __restrict out) {
+    for (int o = 0; o < count; ++o)
+        out[o] = static_cast<float>(DotBody(taps, x + o * step, n));
+}
+
+// Doubles in the compiler's own vectors, one register of the level's each, lane by lane.
+typedef double Two __attribute__((vector_size(16)));
+typedef double Four __attribute__((vector_size(32)));
+typedef double Eight __attribute__((vector_size(64)));
+
 // By phase, in blocks: the outputs of one phase are every fourth, their inputs consecutive.
+template <typename V>
 CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const float* __restrict x,
                                int j0, int n, float* __restrict out) {
-    constexpr int kBlock = 64;
-    double acc[kBlock];
+    constexpr int kBlock = 64, kTaps = 16;
+    double acc[kBlock], in[kBlock + kTaps];
     for (int start = 0; start < n; start += 4 * kBlock) {
         const int end = std::min(n, start + 4 * kBlock);
         for (int j = 0; j < 4; ++j) {
@@ -227,9 +286,31 @@ CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const f
             const double* c = phase + j * taps;
             for (int r = 0; r < count; ++r)
                 acc[r] = 0;
-            for (int k = 0; k < taps; ++k)
-                for (int r = 0; r < count; ++r)
-                    acc[r] += c[k] * from[r - k];
+            if (taps <= kTaps) {
+                // the inputs in double once, not once per tap: in[r - k + taps - 1] = from[r - k]
+                for (int i = 0; i < count + taps - 1; ++i)
+                    in[i] = from[i - taps + 1];
+                // eight outputs at a time through every tap, their sums held in registers
+                int r = 0;
+                constexpr int kLanes = sizeof(V) / sizeof(double);
+                for (; r + 8 <= count; r += 8) {
+                    V part[8 / kLanes] = {};
+                    for (int k = 0; k < taps; ++k)
+                        for (int g = 0; g < 8 / kLanes; ++g) {
+                            V v;
+                            std::memcpy(&v, in + r + g * kLanes - k + taps - 1, sizeof v);
+                            part[g] += c[k] * v;
+                        }
+                    std::memcpy(acc + r, part, sizeof part);
+                }
+                for (int k = 0; k < taps; ++k)
+                    for (int q = r; q < count; ++q)
+                        acc[q] += c[k] * in[q - k + taps - 1];
+            } else {
+                for (int k = 0; k < taps; ++k)
+                    for (int r = 0; r < count; ++r)
+                        acc[r] += c[k] * from[r - k];
+            }
             for (int r = 0; r < count; ++r)
                 out[i0 + 4 * r] += static_cast<float>(acc[r]);
         }
@@ -258,25 +339,41 @@ CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const f
     }
 
 CRISP_KERNEL(Mix,
-             (const double* lre, const double* lim, const double* rre, const double* rim,
-              double* mre, double* mim, double* power, int n),
+             (const float* lre, const float* lim, const float* rre, const float* rim, float* mre,
+              float* mim, float* power, int n),
              (lre, lim, rre, rim, mre, mim, power, n))
 CRISP_KERNEL(Turns,
-             (const double* mre, const double* mim, const double* qre, const double* qim,
-              const double* yre, const double* yim, const int* at, int n, int window, int hop,
+             (const float* mre, const float* mim, const float* qre, const float* qim,
+              const float* yre, const float* yim, const int* at, int n, int window, int hop,
               int synthesis, double* zre, double* zim),
              (mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim))
 CRISP_KERNEL(Apply,
-             (const double* zre, const double* zim, const double* mre, const double* mim,
-              double* qre, double* qim, double* yre, double* yim, double* lre, double* lim,
-              double* rre, double* rim, int n),
-             (zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n))
-CRISP_KERNEL(Upsample, (const double* phase, int taps, const float* x, int j0, int n, float* out),
-             (phase, taps, x, j0, n, out))
+             (const float* zre, const float* zim, const float* mre, const float* mim, float* yre,
+              float* yim, float* lre, float* lim, float* rre, float* rim, int n),
+             (zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n))
+CRISP_KERNEL(Regions,
+             (const float* p2, const int* at, int n, int bins, int room, const double* zr,
+              const double* zi, float* zre, float* zim),
+             (p2, at, n, bins, room, zr, zi, zre, zim))
+CRISP_KERNEL(Decimate, (const double* taps, int n, const float* x, int step, int count, float* out),
+             (taps, n, x, step, count, out))
 CRISP_KERNEL(LogMagnitudes,
-             (const double* re, const double* im, int from, int to, double norm, double compress,
+             (const float* re, const float* im, int from, int to, double norm, double compress,
               double* out),
              (re, im, from, to, norm, compress, out))
+
+// (each level with vectors of its own width)
+CRISP_AVX512 void Upsample512(const double* phase, int taps, const float* x, int j0, int n,
+                              float* out) {
+    UpsampleBody<Eight>(phase, taps, x, j0, n, out);
+}
+CRISP_AVX2 void Upsample256(const double* phase, int taps, const float* x, int j0, int n,
+                            float* out) {
+    UpsampleBody<Four>(phase, taps, x, j0, n, out);
+}
+void UpsamplePlain(const double* phase, int taps, const float* x, int j0, int n, float* out) {
+    UpsampleBody<Two>(phase, taps, x, j0, n, out);
+}
 
 // (these return a value)
 CRISP_AVX512 bool Silent512(const float* x, int n) {
@@ -288,26 +385,16 @@ CRISP_AVX2 bool Silent256(const float* x, int n) {
 bool SilentPlain(const float* x, int n) {
     return SilentBody(x, n);
 }
-CRISP_AVX512 int Peaks512(const double* p2, int from, int to, int narrow, double floor,
-                          int* found) {
+CRISP_AVX512 int Peaks512(const float* p2, int from, int to, int narrow, float floor, int* found) {
     return PeaksBody(p2, from, to, narrow, floor, found);
 }
-CRISP_AVX2 int Peaks256(const double* p2, int from, int to, int narrow, double floor, int* found) {
+CRISP_AVX2 int Peaks256(const float* p2, int from, int to, int narrow, float floor, int* found) {
     return PeaksBody(p2, from, to, narrow, floor, found);
 }
-int PeaksPlain(const double* p2, int from, int to, int narrow, double floor, int* found) {
+int PeaksPlain(const float* p2, int from, int to, int narrow, float floor, int* found) {
     return PeaksBody(p2, from, to, narrow, floor, found);
 }
 
-CRISP_AVX512 double Dot512(const double* taps, const float* x, int n) {
-    return DotBody(taps, x, n);
-}
-CRISP_AVX2 double Dot256(const double* taps, const float* x, int n) {
-    return DotBody(taps, x, n);
-}
-double DotPlain(const double* taps, const float* x, int n) {
-    return DotBody(taps, x, n);
-}
 } // namespace
 
 bool CCrispKernels::Silent(const float* x, int n) {
@@ -317,7 +404,7 @@ bool CCrispKernels::Silent(const float* x, int n) {
                                         : SilentPlain(x, n);
 }
 
-int CCrispKernels::Peaks(const double* power, int from, int to, int narrow, double floor,
+int CCrispKernels::Peaks(const float* power, int from, int to, int narrow, float floor,
                          int* found) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
     return level == CMorvaneIsa::Avx512 ? Peaks512(power, from, to, narrow, floor, found)
@@ -325,36 +412,45 @@ int CCrispKernels::Peaks(const double* power, int from, int to, int narrow, doub
                                         : PeaksPlain(power, from, to, narrow, floor, found);
 }
 
-double CCrispKernels::Dot(const double* taps, const float* x, int n) {
-    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
-    return level == CMorvaneIsa::Avx512 ? Dot512(taps, x, n)
-           : level == CMorvaneIsa::Avx2 ? Dot256(taps, x, n)
-                                        : DotPlain(taps, x, n);
+void CCrispKernels::Decimate(const double* taps, int n, const float* x, int step, int count,
+                             float* out) {
+    DecimateAny(taps, n, x, step, count, out);
 }
 
-void CCrispKernels::Mix(const double* lre, const double* lim, const double* rre, const double* rim,
-                        double* mre, double* mim, double* power, int n) {
+void CCrispKernels::Mix(const float* lre, const float* lim, const float* rre, const float* rim,
+                        float* mre, float* mim, float* power, int n) {
     MixAny(lre, lim, rre, rim, mre, mim, power, n);
 }
 
-void CCrispKernels::Turns(const double* mre, const double* mim, const double* qre,
-                          const double* qim, const double* yre, const double* yim, const int* at,
-                          int n, int window, int hop, int synthesis, double* zre, double* zim) {
+void CCrispKernels::Turns(const float* mre, const float* mim, const float* qre, const float* qim,
+                          const float* yre, const float* yim, const int* at, int n, int window,
+                          int hop, int synthesis, double* zre, double* zim) {
     TurnsAny(mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim);
 }
 
-void CCrispKernels::Apply(const double* zre, const double* zim, const double* mre,
-                          const double* mim, double* qre, double* qim, double* yre, double* yim,
-                          double* lre, double* lim, double* rre, double* rim, int n) {
-    ApplyAny(zre, zim, mre, mim, qre, qim, yre, yim, lre, lim, rre, rim, n);
+void CCrispKernels::Apply(const float* zre, const float* zim, const float* mre, const float* mim,
+                          float* yre, float* yim, float* lre, float* lim, float* rre, float* rim,
+                          int n) {
+    ApplyAny(zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n);
+}
+
+void CCrispKernels::Regions(const float* power, const int* at, int n, int bins, int room,
+                            const double* zr, const double* zi, float* zre, float* zim) {
+    RegionsAny(power, at, n, bins, room, zr, zi, zre, zim);
 }
 
 void CCrispKernels::Upsample(const double* phase, int taps, const float* x, int j0, int n,
                              float* out) {
-    UpsampleAny(phase, taps, x, j0, n, out);
+    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
+    if (level == CMorvaneIsa::Avx512)
+        Upsample512(phase, taps, x, j0, n, out);
+    else if (level == CMorvaneIsa::Avx2)
+        Upsample256(phase, taps, x, j0, n, out);
+    else
+        UpsamplePlain(phase, taps, x, j0, n, out);
 }
 
-void CCrispKernels::LogMagnitudes(const double* re, const double* im, int from, int to, double norm,
+void CCrispKernels::LogMagnitudes(const float* re, const float* im, int from, int to, double norm,
                                   double compress, double* out) {
     LogMagnitudesAny(re, im, from, to, norm, compress, out);
 }

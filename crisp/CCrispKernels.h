@@ -15,36 +15,45 @@ public:
     // The peaks among bins from to to - 1 (each with two neighbours either side) into found, in
     // order; returns their count. A peak is above floor, above the bin below and not below the
     // bin above, and, from bin narrow on, the same against the bins two away.
-    static int Peaks(const double* power, int from, int to, int narrow, double floor, int* found);
+    static int Peaks(const float* power, int from, int to, int narrow, float floor, int* found);
 
     // The sum of two channels' spectra and its power, over n bins.
-    static void Mix(const double* lre, const double* lim, const double* rre, const double* rim,
-                    double* mre, double* mim, double* power, int n);
+    static void Mix(const float* lre, const float* lim, const float* rre, const float* rim,
+                    float* mre, float* mim, float* power, int n);
 
     // The turn (zre[i], zim[i]) of bin at[i], i < n, that moves its phase on from the last output
     // frame at the pace of its own frequency: the frame's sum m against the last frame's q, at
     // analysis hop `hop`, with the last output y advanced over the synthesis hop. A bin without
     // m or y, or whose m is twice q or more (a new partial), is not turned. window: the
-    // transform's length.
-    static void Turns(const double* mre, const double* mim, const double* qre, const double* qim,
-                      const double* yre, const double* yim, const int* at, int n, int window,
-                      int hop, int synthesis, double* zre, double* zim);
+    // transform's length. Worked out in double precision.
+    static void Turns(const float* mre, const float* mim, const float* qre, const float* qim,
+                      const float* yre, const float* yim, const int* at, int n, int window, int hop,
+                      int synthesis, double* zre, double* zim);
 
-    // Applies the turns to the sum (kept in q as analysed, y as turned) and both channels.
-    static void Apply(const double* zre, const double* zim, const double* mre, const double* mim,
-                      double* qre, double* qim, double* yre, double* yim, double* lre, double* lim,
-                      double* rre, double* rim, int n);
+    // Each bin's turn, zre[k] and zim[k] for k < bins: that of the peak at[i] (zr[i], zi[i]) whose
+    // region holds it, from the lowest bin after the peak before (the first if several) up to
+    // and with the lowest before the next; none past the last region. zre and zim have room for
+    // `room` bins (room >= bins), which past bins may take any value.
+    static void Regions(const float* power, const int* at, int n, int bins, int room,
+                        const double* zr, const double* zi, float* zre, float* zim);
 
-    // The sum of taps[k] x[k] for k < n, in eight interleaved partial sums (the same at every
-    // level).
-    static double Dot(const double* taps, const float* x, int n);
+    // Applies the turns to the sum m (into y) and to both channels.
+    static void Apply(const float* zre, const float* zim, const float* mre, const float* mim,
+                      float* yre, float* yim, float* lre, float* lim, float* rre, float* rim,
+                      int n);
+
+    // out[o] for o < count: the sum of taps[k] x[o step + k] for k < n, in eight interleaved
+    // partial sums (the same at every level), rounded to float.
+    static void Decimate(const double* taps, int n, const float* x, int step, int count,
+                         float* out);
 
     // Interpolation to four times the rate through a filter by phase: out[i] gets the sum of
     // phase[j taps + k] x[m - k] for k < taps, where m and j are the quotient and the remainder
     // of (j0 + i) / 4 (j0 < 4). Summed in the order of k, per output, as a plain loop would.
     static void Upsample(const double* phase, int taps, const float* x, int j0, int n, float* out);
 
-    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out.
-    static void LogMagnitudes(const double* re, const double* im, int from, int to, double norm,
+    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out, in double
+    // precision.
+    static void LogMagnitudes(const float* re, const float* im, int from, int to, double norm,
                               double compress, double* out);
 };

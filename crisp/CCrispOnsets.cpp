@@ -31,13 +31,15 @@ void CCrispOnsets::Configure(int frame, int rate) {
         m_nFrame = frame;
         m_Fft.Prepare(frame);
         const int bins = frame / 2 + 1;
-        // One zeroed allocation: the window, a spectrum and three rows of magnitudes.
-        m_pStore = std::make_unique<double[]>(frame + 2 * bins + 3 * (bins + 1));
+        // One zeroed allocation for the window and three rows of magnitudes, one for the
+        // spectrum (the transform's own precision).
+        m_pStore = std::make_unique<double[]>(frame + 3 * (bins + 1));
         double* next = m_pStore.get();
         const auto take = [&](int n) { return std::exchange(next, next + n); };
         m_pWin = take(frame);
-        m_pRe = take(bins);
-        m_pIm = take(bins);
+        m_pSpectrum = std::make_unique<float[]>(2 * bins);
+        m_pRe = m_pSpectrum.get();
+        m_pIm = m_pRe + bins;
         m_pLog = take(bins + 1);
         m_pPrev = take(bins + 1);
         m_pOlder = take(bins + 1);
@@ -69,8 +71,8 @@ void CCrispOnsets::Restart() {
 
 int64_t CCrispOnsets::Analyse(const float* x) {
     if (CCrispKernels::Silent(x, m_nFrame)) {
-        std::fill(m_pRe, m_pRe + m_nFrame / 2 + 1, 0.0);
-        std::fill(m_pIm, m_pIm + m_nFrame / 2 + 1, 0.0);
+        std::fill(m_pRe, m_pRe + m_nFrame / 2 + 1, 0.0f);
+        std::fill(m_pIm, m_pIm + m_nFrame / 2 + 1, 0.0f);
     } else {
         m_Fft.Forward(x, m_pWin, m_pRe, m_pIm);
     }

@@ -48,8 +48,9 @@ private:
     double m_dNorm = 1;                 // full-scale sine to magnitude 1
     std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
     double* m_pWin = nullptr;
-    double* m_pRe = nullptr;
-    double* m_pIm = nullptr;
+    std::unique_ptr<float[]> m_pSpectrum; // m_pRe, then m_pIm
+    float* m_pRe = nullptr;
+    float* m_pIm = nullptr;
     double* m_pLog = nullptr;   // this frame's compressed magnitudes
     double* m_pPrev = nullptr;  // the last frame's, each the largest of three neighbours ...
     double* m_pOlder = nullptr; // ... and the one's before

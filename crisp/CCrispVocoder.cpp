@@ -26,22 +26,23 @@ void CCrispVocoder::Configure(int window) {
     m_nWindow = window;
     m_nBins = window / 2 + 1;
     m_Fft.Prepare(window);
-    // One zeroed allocation: the window, the phase lock's room, 15 spectra and two overlap-add
-    // windows.
-    double** spectra[] = {&m_pLre,   &m_pLim,   &m_pRre,    &m_pRim,    &m_pMre,
-                          &m_pMim,   &m_pPower, &m_pAttack, &m_pPrevRe, &m_pPrevIm,
-                          &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim,    &m_pMask};
-    const size_t total = 2 * static_cast<size_t>(window) + std::size(spectra) * m_nBins +
-                         4 * static_cast<size_t>(window);
-    m_pStore = Zeroed<double>(total);
+    // Two zeroed allocations: the window, the phase lock's room, the fade and two overlap-add
+    // windows; 14 spectra.
+    float** spectra[] = {&m_pLre,   &m_pLim,   &m_pRre,    &m_pRim,    &m_pMre,
+                         &m_pMim,   &m_pPower, &m_pAttack, &m_pPrevRe, &m_pPrevIm,
+                         &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim};
+    m_pStore = Zeroed<double>(6 * static_cast<size_t>(window) + m_nBins);
     double* next = m_pStore.get();
     const auto take = [&](size_t n) { return std::exchange(next, next + n); };
     m_pWin = take(window);
     m_pScratch = take(window);
-    for (double** p : spectra)
-        *p = take(m_nBins);
+    m_pMask = take(m_nBins);
     m_pAcc[0] = take(2 * static_cast<size_t>(window));
     m_pAcc[1] = take(2 * static_cast<size_t>(window));
+    m_pSpectra = Zeroed<float>(std::size(spectra) * m_nBins);
+    float* spectrum = m_pSpectra.get();
+    for (float** p : spectra)
+        *p = std::exchange(spectrum, spectrum + m_nBins);
     m_pPeaks = std::make_unique<int[]>(m_nBins);
     // Periodic Hann on both sides; at a quarter-window hop the squares add up to 1.5, which the
     // synthesis side divides out.
@@ -73,17 +74,17 @@ void CCrispVocoder::Split(double from, double to, bool low) {
 void CCrispVocoder::Restart() {
     m_bFirst = true;
     m_nAccAt = 0;
-    std::fill(m_pAttack, m_pAttack + m_nBins, 0.0);
-    std::fill(m_pPrevRe, m_pPrevRe + m_nBins, 0.0);
-    std::fill(m_pPrevIm, m_pPrevIm + m_nBins, 0.0);
+    std::fill(m_pAttack, m_pAttack + m_nBins, 0.0f);
+    std::fill(m_pPrevRe, m_pPrevRe + m_nBins, 0.0f);
+    std::fill(m_pPrevIm, m_pPrevIm + m_nBins, 0.0f);
     for (double* acc : m_pAcc)
         std::fill(acc, acc + 2 * m_nWindow, 0.0);
 }
 
-bool CCrispVocoder::Analyse(const float* x, double* re, double* im) {
+bool CCrispVocoder::Analyse(const float* x, float* re, float* im) {
     if (CCrispKernels::Silent(x, m_nWindow)) {
-        std::fill(re, re + m_nBins, 0.0);
-        std::fill(im, im + m_nBins, 0.0);
+        std::fill(re, re + m_nBins, 0.0f);
+        std::fill(im, im + m_nBins, 0.0f);
         return false;
     }
     m_Fft.Forward(x, m_pWin, re, im);
@@ -94,7 +95,7 @@ void CCrispVocoder::Attack(const float* left, const float* right) {
     Analyse(left, m_pLre, m_pLim);
     Analyse(right, m_pRre, m_pRim);
     for (int k = 0; k < m_nBins; ++k) {
-        const double re = m_pLre[k] + m_pRre[k], im = m_pLim[k] + m_pRim[k];
+        const float re = m_pLre[k] + m_pRre[k], im = m_pLim[k] + m_pRim[k];
         m_pAttack[k] = re * re + im * im;
     }
 }
@@ -105,23 +106,23 @@ void CCrispVocoder::Attack(const float* left, const float* right) {
 // moved on by its frequency over align samples.
 void CCrispVocoder::Lock(int hop, double align) {
     const int bins = m_nActive;
-    const double* p2 = m_pPower;
+    const float* p2 = m_pPower;
     // the largest, in eight interleaved runs that vectorise
-    double part[8] = {};
+    float part[8] = {};
     int k = 0;
     for (; k + 8 <= bins; k += 8)
         for (int j = 0; j < 8; ++j)
             part[j] = std::max(part[j], p2[k + j]);
-    double top = 0;
+    float top = 0;
     for (; k < bins; ++k)
         top = std::max(top, p2[k]);
-    for (double v : part)
+    for (float v : part)
         top = std::max(top, v);
-    const double floor = top * 1e-10; // 100 dB down: dust, not partials worth a turn of their own
+    const float floor = top * 1e-10f; // 100 dB down: dust, not partials worth a turn of their own
     // A peak stands out of one neighbour each side, below m_nNarrow (the dense partials of low
     // notes), else of two.
     const auto peak = [&](int k) {
-        const double v = p2[k];
+        const float v = p2[k];
         return v > floor && v > p2[k - 1] && v >= p2[k + 1] &&
                (k < m_nNarrow || ((k < 2 || v > p2[k - 2]) && (k + 2 >= bins || v >= p2[k + 2])));
     };
@@ -146,63 +147,43 @@ void CCrispVocoder::Lock(int hop, double align) {
     if (dense)
         CCrispKernels::Turns(m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm,
                              m_pPeaks.get(), peaks, m_nWindow, hop, Hop(), ownRe, ownIm);
-    int from = 0;
-    for (int i = 0; i < peaks; ++i) {
+    for (int i = 0; i < (m_pJoin || !dense ? peaks : 0); ++i) {
         const int p = m_pPeaks[i];
         double zr = dense ? ownRe[i] : 1, zi = dense ? ownIm[i] : 0;
-        if (m_pJoin || !dense) {
-            const double mr = m_pMre[p], mi = m_pMim[p];
-            const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
-            const double m = std::sqrt(mr * mr + mi * mi);
-            const CCrispVocoder* o = m_pJoin;
-            const double wj = step * p / m_dJoinDown;
-            const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
-            if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
-                (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
-                // the other's partial at its frame's centre, moved on to this one's
-                double w = wj;
-                if (qr * qr + qi * qi > 1e-6 * m * m) {
-                    const double expected = step * p * hop;
-                    const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                    w = (expected + PrincipalArgument(measured - expected)) / hop / m_dJoinDown;
-                }
-                const double target = std::atan2(o->m_pOutIm[kj], o->m_pOutRe[kj]) +
-                                      std::numbers::pi * double(kj) + w * m_dJoinShift;
-                const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
-                zr = std::cos(turn);
-                zi = std::sin(turn);
-            } else if (!dense && m > 0) {
-                double w = step * p;
-                if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
-                    const double expected = step * p * hop;
-                    const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                    w = (expected + PrincipalArgument(measured - expected)) / hop;
-                }
-                zr = std::cos(w * align);
-                zi = std::sin(w * align);
+        const double mr = m_pMre[p], mi = m_pMim[p];
+        const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
+        const double m = std::sqrt(mr * mr + mi * mi);
+        const CCrispVocoder* o = m_pJoin;
+        const double wj = step * p / m_dJoinDown;
+        const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
+        if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
+            (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
+            // the other's partial at its frame's centre, moved on to this one's
+            double w = wj;
+            if (qr * qr + qi * qi > 1e-6 * m * m) {
+                const double expected = step * p * hop;
+                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                w = (expected + PrincipalArgument(measured - expected)) / hop / m_dJoinDown;
             }
+            const double target = std::atan2(double(o->m_pOutIm[kj]), double(o->m_pOutRe[kj])) +
+                                  std::numbers::pi * double(kj) + w * m_dJoinShift;
+            const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
+            zr = std::cos(turn);
+            zi = std::sin(turn);
+        } else if (!dense && m > 0) {
+            double w = step * p;
+            if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
+                const double expected = step * p * hop;
+                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+                w = (expected + PrincipalArgument(measured - expected)) / hop;
+            }
+            zr = std::cos(w * align);
+            zi = std::sin(w * align);
         }
-        // the region ends at the lowest bin before the next peak
-        int to = bins;
-        if (i + 1 < peaks) {
-            to = p + 1;
-            double lowest = p2[to];
-            for (int j = p + 2, next = m_pPeaks[i + 1]; j < next; ++j)
-                if (p2[j] < lowest) {
-                    lowest = p2[j];
-                    to = j;
-                }
-        }
-        for (int j = from; j < to; ++j) {
-            m_pZre[j] = zr;
-            m_pZim[j] = zi;
-        }
-        from = to;
+        ownRe[i] = zr;
+        ownIm[i] = zi;
     }
-    for (k = from; k < bins; ++k) {
-        m_pZre[k] = 1;
-        m_pZim[k] = 0;
-    }
+    CCrispKernels::Regions(p2, m_pPeaks.get(), peaks, bins, m_nBins, ownRe, ownIm, m_pZre, m_pZim);
 }
 
 double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset,
@@ -214,7 +195,8 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     double both = 0, now = 0, before = 0;
     if (steady > 0) {
         for (int k = 0; k < bins; ++k) {
-            const double q = m_pPrevRe[k] * m_pPrevRe[k] + m_pPrevIm[k] * m_pPrevIm[k];
+            const double q =
+                double(m_pPrevRe[k]) * m_pPrevRe[k] + double(m_pPrevIm[k]) * m_pPrevIm[k];
             both += std::sqrt(m_pPower[k] * q);
             now += m_pPower[k];
             before += q;
@@ -224,8 +206,8 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     if (steady > 0 && (m_bFirst || both < steady * std::sqrt(now * before)))
         share = 0;
     if (m_bFirst && align != align && !m_pJoin) {
-        std::fill(m_pZre, m_pZre + bins, 1.0);
-        std::fill(m_pZim, m_pZim + bins, 0.0);
+        std::fill(m_pZre, m_pZre + bins, 1.0f);
+        std::fill(m_pZim, m_pZim + bins, 0.0f);
     } else {
         Lock(std::max(hop, 1), align);
     }
@@ -238,10 +220,14 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
                 m_pZre[k] = 1;
                 m_pZim[k] = 0;
             }
-        std::fill(m_pAttack, m_pAttack + bins, 0.0);
+        std::fill(m_pAttack, m_pAttack + bins, 0.0f);
     }
-    CCrispKernels::Apply(m_pZre, m_pZim, m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm,
-                         m_pLre, m_pLim, m_pRre, m_pRim, bins);
+    CCrispKernels::Apply(m_pZre, m_pZim, m_pMre, m_pMim, m_pOutRe, m_pOutIm, m_pLre, m_pLim, m_pRre,
+                         m_pRim, bins);
+    // The sum becomes the last frame's by trading places: the next Mix writes every bin in use,
+    // and the bins past those stay zero in both.
+    std::swap(m_pMre, m_pPrevRe);
+    std::swap(m_pMim, m_pPrevIm);
     if (m_nSplit == 1 && share <= 0)
         return 0; // nothing of this frame is heard
     if (m_nSplit != 0) {
@@ -253,7 +239,7 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
             m_pRim[k] *= g;
         }
         for (auto* x : {m_pLre, m_pLim, m_pRre, m_pRim})
-            std::fill(x + bins, x + m_nBins, 0.0);
+            std::fill(x + bins, x + m_nBins, 0.0f);
     }
     const double scale = 1.0 / 1.5;
     // the ring in two straight runs

@@ -66,7 +66,7 @@ public:
 
 private:
     // false: a silent frame, whose spectrum is zero without a transform
-    bool Analyse(const float* x, double* re, double* im);
+    bool Analyse(const float* x, float* re, float* im);
     void Lock(int hop, double align);
 
     CRealFft m_Fft;
@@ -83,21 +83,23 @@ private:
     Zeroed<double> m_pStore;      // the arrays below are views into it; pages touched as reached
     double* m_pWin = nullptr;     // Hann window
     double* m_pScratch = nullptr; // a window's room for the phase lock
-    double* m_pLre = nullptr;     // left spectrum ...
-    double* m_pLim = nullptr;
-    double* m_pRre = nullptr; // ... right spectrum ...
-    double* m_pRim = nullptr;
-    double* m_pMre = nullptr; // ... and their sum
-    double* m_pMim = nullptr;
-    double* m_pPower = nullptr;  // |sum|^2
-    double* m_pAttack = nullptr; // |sum|^2 after the attack
-    double* m_pPrevRe = nullptr; // the last frame's sum, as analysed ...
-    double* m_pPrevIm = nullptr;
-    double* m_pOutRe = nullptr; // ... and as turned
-    double* m_pOutIm = nullptr;
-    double* m_pZre = nullptr; // the turn of each bin
-    double* m_pZim = nullptr;
-    double* m_pMask = nullptr; // the low side's fade
+    double* m_pMask = nullptr;    // the low side's fade
+    // The spectra in single precision, the transform's own: views into one more store.
+    Zeroed<float> m_pSpectra;
+    float* m_pLre = nullptr; // left spectrum ...
+    float* m_pLim = nullptr;
+    float* m_pRre = nullptr; // ... right spectrum ...
+    float* m_pRim = nullptr;
+    float* m_pMre = nullptr; // ... and their sum
+    float* m_pMim = nullptr;
+    float* m_pPower = nullptr;  // |sum|^2
+    float* m_pAttack = nullptr; // |sum|^2 after the attack
+    float* m_pPrevRe = nullptr; // the last frame's sum, as analysed ...
+    float* m_pPrevIm = nullptr;
+    float* m_pOutRe = nullptr; // ... and as turned
+    float* m_pOutIm = nullptr;
+    float* m_pZre = nullptr; // the turn of each bin
+    float* m_pZim = nullptr;
     std::unique_ptr<int[]> m_pPeaks;
     double* m_pAcc[2] = {}; // overlap-add, a ring of two windows
     int m_nAccAt = 0;

@@ -1,6 +1,7 @@
 #include "CRealFft.h"
 
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <numbers>
 #include <type_traits>
@@ -122,33 +123,223 @@ template <typename R> CRISP_INLINE bool Complex(R* xr, R* xi, R* yr, R* yi, cons
     return inY;
 }
 
+// (the vectors below live only in functions built for their width, and never cross a call)
+#pragma GCC diagnostic ignored "-Wpsabi"
+
+// The same lane-wise operations as the loops above, W floats (or W / 2 doubles) at a time in the
+// compiler's own vectors, one of the level's registers each: each lane gives the bits the scalar
+// loop gives. The stages whose stride is below W and the even/odd splits are where the
+// compiler would not vectorise the loops above by itself; their data move by shuffles instead.
+template <int W> struct Lanes {
+    typedef float F __attribute__((vector_size(4 * W)));
+    typedef float Half __attribute__((vector_size(2 * W)));
+    typedef double D __attribute__((vector_size(4 * W))); // W / 2 doubles: one register
+};
+
+template <typename V, typename T> CRISP_INLINE V Load(const T* p) {
+    V v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+template <typename V, typename T> CRISP_INLINE void Store(T* p, V v) {
+    std::memcpy(p, &v, sizeof v);
+}
+
+// Shuffle patterns, lane t of the result: which lane of (a, b) side by side it takes.
+struct Pattern {
+    static constexpr int Even(int, int t) { return 2 * t; }
+    static constexpr int Odd(int, int t) { return 2 * t + 1; }
+    static constexpr int Reverse(int w, int t) { return w - 1 - t; }
+};
+// blocks of s lanes from a's and b's first halves (second with high) in turn
+template <int S, bool High> constexpr int Blocks(int w, int t) {
+    return (t / S % 2 ? w : 0) + (t / S / 2) * S + t % S + (High ? w / 2 : 0);
+}
+
+template <int (*P)(int, int), typename F, size_t... I>
+CRISP_INLINE F Shuffle(F a, F b, std::index_sequence<I...>) {
+    constexpr int w = sizeof...(I);
+    return __builtin_shufflevector(a, b, P(w, int(I))...);
+}
+template <int W, int (*P)(int, int)>
+CRISP_INLINE typename Lanes<W>::F Shuffle(typename Lanes<W>::F a, typename Lanes<W>::F b) {
+    return Shuffle<P>(a, b, std::make_index_sequence<W>());
+}
+
+// Half of v (the second with High) in double precision.
+template <int W, bool High, size_t... I>
+CRISP_INLINE typename Lanes<W>::D Wide(typename Lanes<W>::F v, std::index_sequence<I...>) {
+    using D = typename Lanes<W>::D;
+    return __builtin_convertvector(__builtin_shufflevector(v, v, int(I + (High ? W / 2 : 0))...),
+                                   D);
+}
+template <int W, bool High> CRISP_INLINE typename Lanes<W>::D Wide(typename Lanes<W>::F v) {
+    return Wide<W, High>(v, std::make_index_sequence<W / 2>());
+}
+// Two runs of doubles rounded to floats, side by side.
+template <int W, size_t... I>
+CRISP_INLINE typename Lanes<W>::F Narrow(typename Lanes<W>::D a, typename Lanes<W>::D b,
+                                         std::index_sequence<I...>) {
+    using Half = typename Lanes<W>::Half;
+    return __builtin_shufflevector(__builtin_convertvector(a, Half),
+                                   __builtin_convertvector(b, Half), int(I)...);
+}
+template <int W>
+CRISP_INLINE typename Lanes<W>::F Narrow(typename Lanes<W>::D a, typename Lanes<W>::D b) {
+    return Narrow<W>(a, b, std::make_index_sequence<W>());
+}
+// v in double precision at to and to + W / 2.
+template <int W> CRISP_INLINE void StoreWide(double* to, typename Lanes<W>::F v) {
+    Store(to, Wide<W, false>(v));
+    Store(to + W / 2, Wide<W, true>(v));
+}
+
+// y0 .. y3 of W lanes each as 4 W lanes in memory: s lanes of y0, s of y1, s of y2, s of y3,
+// then the next s of each.
+template <int W, int S>
+CRISP_INLINE void StoreBlocks(float* out, typename Lanes<W>::F y0, typename Lanes<W>::F y1,
+                              typename Lanes<W>::F y2, typename Lanes<W>::F y3) {
+    using F = typename Lanes<W>::F;
+    const F t0 = Shuffle<W, Blocks<S, false>>(y0, y2), t1 = Shuffle<W, Blocks<S, true>>(y0, y2);
+    const F t2 = Shuffle<W, Blocks<S, false>>(y1, y3), t3 = Shuffle<W, Blocks<S, true>>(y1, y3);
+    Store(out, Shuffle<W, Blocks<S, false>>(t0, t2));
+    Store(out + W, Shuffle<W, Blocks<S, true>>(t0, t2));
+    Store(out + 2 * W, Shuffle<W, Blocks<S, false>>(t1, t3));
+    Store(out + 3 * W, Shuffle<W, Blocks<S, true>>(t1, t3));
+}
+
+// Radix4 on vectors; the twiddles are vectors too (lane by lane, or one value in every lane).
+template <typename F>
+CRISP_INLINE void Radix4V(F ar, F ai, F br, F bi, F cr, F ci, F dr, F di, F w1r, F w1i, F w2r,
+                          F w2i, F w3r, F w3i, F* y) {
+    const F pr = ar + cr, pi = ai + ci;
+    const F nr = ar - cr, ni = ai - ci;
+    const F er = br + dr, ei = bi + di;
+    const F fr = br - dr, fi = bi - di;
+    y[0] = pr + er;
+    y[1] = pi + ei;
+    const F ur = nr + fi, ui = ni - fr;
+    const F vr = pr - er, vi = pi - ei;
+    const F tr = nr - fi, ti = ni + fr;
+    y[2] = ur * w1r - ui * w1i;
+    y[3] = ur * w1i + ui * w1r;
+    y[4] = vr * w2r - vi * w2i;
+    y[5] = vr * w2i + vi * w2r;
+    y[6] = tr * w3r - ti * w3i;
+    y[7] = tr * w3i + ti * w3r;
+}
+
+// A stage of stride S below W: the groups' elements run on, i = S p + q over l = S m, and
+// the twiddles w come expanded to one per i (each of the six runs l long).
+template <int W, int S>
+CRISP_INLINE void NarrowStageV(const float* __restrict xr, const float* __restrict xi,
+                               float* __restrict yr, float* __restrict yi,
+                               const float* __restrict w, int l) {
+    using F = typename Lanes<W>::F;
+    for (int i = 0; i < l; i += W) {
+        F y[8];
+        Radix4V(Load<F>(xr + i), Load<F>(xi + i), Load<F>(xr + i + l), Load<F>(xi + i + l),
+                Load<F>(xr + i + 2 * l), Load<F>(xi + i + 2 * l), Load<F>(xr + i + 3 * l),
+                Load<F>(xi + i + 3 * l), Load<F>(w + i), Load<F>(w + l + i), Load<F>(w + 2 * l + i),
+                Load<F>(w + 3 * l + i), Load<F>(w + 4 * l + i), Load<F>(w + 5 * l + i), y);
+        StoreBlocks<W, S>(yr + 4 * i, y[0], y[2], y[4], y[6]);
+        StoreBlocks<W, S>(yi + 4 * i, y[1], y[3], y[5], y[7]);
+    }
+}
+
+template <int W>
+CRISP_INLINE void WideStageV(const float* __restrict xr, const float* __restrict xi,
+                             float* __restrict yr, float* __restrict yi, const float* __restrict w,
+                             int s, int m) {
+    using F = typename Lanes<W>::F;
+    const int l = s * m;
+    for (int p = 0; p < m; ++p) {
+        const F zero = {};
+        const F w1r = zero + w[p], w1i = zero + w[m + p], w2r = zero + w[2 * m + p],
+                w2i = zero + w[3 * m + p], w3r = zero + w[4 * m + p], w3i = zero + w[5 * m + p];
+        const int a = s * p, o = 4 * s * p;
+        for (int q = 0; q < s; q += W) {
+            F y[8];
+            const int i = a + q;
+            Radix4V(Load<F>(xr + i), Load<F>(xi + i), Load<F>(xr + i + l), Load<F>(xi + i + l),
+                    Load<F>(xr + i + 2 * l), Load<F>(xi + i + 2 * l), Load<F>(xr + i + 3 * l),
+                    Load<F>(xi + i + 3 * l), w1r, w1i, w2r, w2i, w3r, w3i, y);
+            for (int j = 0; j < 4; ++j) {
+                Store(yr + o + j * s + q, y[2 * j]);
+                Store(yi + o + j * s + q, y[2 * j + 1]);
+            }
+        }
+    }
+}
+
+template <int W>
+CRISP_INLINE void PairStageV(const float* __restrict xr, const float* __restrict xi,
+                             float* __restrict yr, float* __restrict yi, int s) {
+    using F = typename Lanes<W>::F;
+    for (int q = 0; q < s; q += W) {
+        const F ar = Load<F>(xr + q), ai = Load<F>(xi + q), br = Load<F>(xr + q + s),
+                bi = Load<F>(xi + q + s);
+        Store(yr + q, ar + br);
+        Store(yi + q, ai + bi);
+        Store(yr + q + s, ar - br);
+        Store(yi + q + s, ai - bi);
+    }
+}
+
+// Complex at W lanes, for h of 4 W or more; wide4: the stage of stride 4's twiddles expanded.
+template <int W>
+CRISP_INLINE bool ComplexV(float* xr, float* xi, float* yr, float* yi, const float* w,
+                           const float* wide4, int h) {
+    bool inY = false;
+    int s = 1, n = h;
+    for (; n >= 4; n /= 4, s *= 4) {
+        const int m = n / 4;
+        if (s == 1)
+            NarrowStageV<W, 1>(xr, xi, yr, yi, w, m);
+        else if (s == 4 && W > 4)
+            NarrowStageV<W, (W > 4 ? 4 : 1)>(xr, xi, yr, yi, wide4, s * m);
+        else
+            WideStageV<W>(xr, xi, yr, yi, w, s, m);
+        w += 6 * m;
+        std::swap(xr, yr);
+        std::swap(xi, yi);
+        inY = !inY;
+    }
+    if (n == 2) {
+        PairStageV<W>(xr, xi, yr, yi, s);
+        inY = !inY;
+    }
+    return inY;
+}
+
 template <typename R> struct Plan {
     int h;
     R* work;      // 4 h: xr, xi, yr, yi; then, in single precision, 2 (h + 1) for the spectrum
     const R* w;   // the stages' twiddles
     const R* twr; // the real transform's
     const R* twi;
+    const R* wide4; // the stage of stride 4's, expanded (see NarrowStageV)
 };
 
 // Z = FFT(x[2m] + i x[2m+1]) gives the transforms of the even and the odd samples,
 // E = (Z[k] + conj Z[h-k]) / 2 and O = (Z[k] - conj Z[h-k]) / 2i, and X[k] = E + W^k O.
-template <typename R>
+template <typename R, typename S>
 CRISP_INLINE void Unpack(const R* __restrict zr, const R* __restrict zi, const R* __restrict twr,
-                         const R* __restrict twi, int h, double* __restrict re,
-                         double* __restrict im) {
-    re[0] = double(zr[0] + zi[0]);
-    im[0] = 0.0;
-    re[h] = double(zr[0] - zi[0]);
-    im[h] = 0.0;
+                         const R* __restrict twi, int h, S* __restrict re, S* __restrict im,
+                         int first = 1) {
+    re[0] = S(zr[0] + zi[0]);
+    im[0] = 0;
+    re[h] = S(zr[0] - zi[0]);
+    im[h] = 0;
     const R half = 0.5;
-    for (int k = 1; k < h; ++k) {
+    for (int k = first; k < h; ++k) {
         const R ar = zr[k], ai = zi[k];
         const R br = zr[h - k], bi = -zi[h - k]; // conj Z[h-k]
         const R er = half * (ar + br), ei = half * (ai + bi);
         const R or_ = half * (ai - bi), oi = -half * (ar - br); // (a - b) / 2i
         const R wr = twr[k], wi = twi[k];
-        re[k] = double(er + (wr * or_ - wi * oi));
-        im[k] = double(ei + (wr * oi + wi * or_));
+        re[k] = S(er + (wr * or_ - wi * oi));
+        im[k] = S(ei + (wr * oi + wi * or_));
     }
 }
 
@@ -156,13 +347,14 @@ CRISP_INLINE void Unpack(const R* __restrict zr, const R* __restrict zi, const R
 // (see InverseBody); (tr, ti): the spectrum in the working precision.
 template <typename R>
 CRISP_INLINE void Pack(const R* __restrict tr, const R* __restrict ti, const R* __restrict twr,
-                       const R* __restrict twi, int h, R* __restrict xr, R* __restrict xi) {
+                       const R* __restrict twi, int h, R* __restrict xr, R* __restrict xi,
+                       int first = 1) {
     const R half = 0.5;
     // a real signal's bins 0 and n / 2 are real: their imaginary parts are not read, or they
     // would come out as a tone at the Nyquist frequency (W^0 = 1: O = D, real)
     xi[0] = half * (tr[0] + tr[h]);
     xr[0] = half * (tr[0] - tr[h]);
-    for (int k = 1; k < h; ++k) {
+    for (int k = first; k < h; ++k) {
         const R ar = tr[k], ai = ti[k];
         const R br = tr[h - k], bi = -ti[h - k]; // conj X[h-k]
         const R er = half * (ar + br), ei = half * (ai + bi);
@@ -176,10 +368,10 @@ CRISP_INLINE void Pack(const R* __restrict tr, const R* __restrict ti, const R* 
 
 // The spectrum in the working precision, in a run of its own: the compiler vectorises the
 // conversion and Pack's reversed reads only apart.
-template <typename R>
-CRISP_INLINE void Narrow(const double* __restrict re, const double* __restrict im, int bins,
-                         R* __restrict tr, R* __restrict ti) {
-    for (int k = 0; k < bins; ++k) {
+template <typename S, typename R>
+CRISP_INLINE void Narrow(const S* __restrict re, const S* __restrict im, int bins, R* __restrict tr,
+                         R* __restrict ti, int first = 0) {
+    for (int k = first; k < bins; ++k) {
         tr[k] = R(re[k]);
         ti[k] = R(im[k]);
     }
@@ -203,12 +395,132 @@ CRISP_INLINE void Split(const T* __restrict x, const double* __restrict window, 
     }
 }
 
-template <typename R, typename T>
+// Unpack from bin 1 on, W bins at a time, Z[h-k] read backwards; returns the first bin left.
+template <int W, typename S>
+CRISP_INLINE int UnpackV(const float* __restrict zr, const float* __restrict zi,
+                         const float* __restrict twr, const float* __restrict twi, int h,
+                         S* __restrict re, S* __restrict im) {
+    using F = typename Lanes<W>::F;
+    const float half = 0.5;
+    int k = 1;
+    for (; k + W <= h; k += W) {
+        const F ar = Load<F>(zr + k), ai = Load<F>(zi + k);
+        const F rr = Load<F>(zr + h - k - W + 1), ri = Load<F>(zi + h - k - W + 1);
+        const F br = Shuffle<W, Pattern::Reverse>(rr, rr),
+                bi = -Shuffle<W, Pattern::Reverse>(ri, ri);
+        const F er = half * (ar + br), ei = half * (ai + bi);
+        const F or_ = half * (ai - bi), oi = -half * (ar - br);
+        const F wr = Load<F>(twr + k), wi = Load<F>(twi + k);
+        if constexpr (std::is_same_v<S, float>) {
+            Store(re + k, er + (wr * or_ - wi * oi));
+            Store(im + k, ei + (wr * oi + wi * or_));
+        } else {
+            StoreWide<W>(re + k, er + (wr * or_ - wi * oi));
+            StoreWide<W>(im + k, ei + (wr * oi + wi * or_));
+        }
+    }
+    return k;
+}
+
+template <int W>
+CRISP_INLINE int PackV(const float* __restrict tr, const float* __restrict ti,
+                       const float* __restrict twr, const float* __restrict twi, int h,
+                       float* __restrict xr, float* __restrict xi) {
+    using F = typename Lanes<W>::F;
+    const float half = 0.5;
+    int k = 1;
+    for (; k + W <= h; k += W) {
+        const F ar = Load<F>(tr + k), ai = Load<F>(ti + k);
+        const F rr = Load<F>(tr + h - k - W + 1), ri = Load<F>(ti + h - k - W + 1);
+        const F br = Shuffle<W, Pattern::Reverse>(rr, rr),
+                bi = -Shuffle<W, Pattern::Reverse>(ri, ri);
+        const F er = half * (ar + br), ei = half * (ai + bi);
+        const F dr = half * (ar - br), di = half * (ai - bi);
+        const F wr = Load<F>(twr + k), wi = -Load<F>(twi + k);
+        const F or_ = dr * wr - di * wi, oi = dr * wi + di * wr;
+        Store(xi + k, er - oi);
+        Store(xr + k, ei + or_);
+    }
+    return k;
+}
+
+// Narrow, W bins at a time; returns the first bin left.
+template <int W>
+CRISP_INLINE int NarrowV(const double* __restrict re, const double* __restrict im, int bins,
+                         float* __restrict tr, float* __restrict ti) {
+    using D = typename Lanes<W>::D;
+    int k = 0;
+    for (; k + W <= bins; k += W) {
+        Store(tr + k, Narrow<W>(Load<D>(re + k), Load<D>(re + k + W / 2)));
+        Store(ti + k, Narrow<W>(Load<D>(im + k), Load<D>(im + k + W / 2)));
+    }
+    return k;
+}
+
+// Split of windowed floats, W pairs at a time (h a multiple of W).
+template <int W>
+CRISP_INLINE void SplitV(const float* __restrict x, const double* __restrict window, int h,
+                         float* __restrict xr, float* __restrict xi) {
+    using F = typename Lanes<W>::F;
+    using D = typename Lanes<W>::D;
+    constexpr int c = W / 2;
+    for (int i = 0; i < h; i += W) {
+        const F u = Load<F>(x + 2 * i), v = Load<F>(x + 2 * i + W);
+        const double* wi = window + 2 * i;
+        const F a = Narrow<W>(Wide<W, false>(u) * Load<D>(wi), Wide<W, true>(u) * Load<D>(wi + c));
+        const F b = Narrow<W>(Wide<W, false>(v) * Load<D>(wi + 2 * c),
+                              Wide<W, true>(v) * Load<D>(wi + 3 * c));
+        Store(xr + i, Shuffle<W, Pattern::Even>(a, b));
+        Store(xi + i, Shuffle<W, Pattern::Odd>(a, b));
+    }
+}
+
+// Merge, W pairs at a time; returns the first pair left.
+template <int W>
+CRISP_INLINE int MergeV(const float* __restrict zr, const float* __restrict zi, double scale,
+                        int from, int until, const double* __restrict w, double gain,
+                        double* __restrict to, int base) {
+    using F = typename Lanes<W>::F;
+    using D = typename Lanes<W>::D;
+    int i = from;
+    for (; i + W <= until; i += W) {
+        const F r = Load<F>(zr + i), im = Load<F>(zi + i);
+        const F lo = Shuffle<W, Blocks<1, false>>(r, im), hi = Shuffle<W, Blocks<1, true>>(r, im);
+        const D part[4] = {Wide<W, false>(lo), Wide<W, true>(lo), Wide<W, false>(hi),
+                           Wide<W, true>(hi)};
+        double* a = to + 2 * i - base;
+        for (int j = 0; j < 4; ++j) {
+            double* at = a + j * (W / 2);
+            Store(at, Load<D>(at) + part[j] * scale * Load<D>(w + 2 * i + j * (W / 2)) * gain);
+        }
+    }
+    return i;
+}
+
+// W: the lanes of the level's vectors, used in single precision from h = 4 W on.
+template <int W, typename R, typename T, typename S>
 CRISP_INLINE void ForwardBody(const Plan<R>& plan, const T* __restrict x,
-                              const double* __restrict window, double* __restrict re,
-                              double* __restrict im) {
+                              const double* __restrict window, S* __restrict re, S* __restrict im) {
     const int h = plan.h;
     R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
+    if constexpr (std::is_same_v<R, float>) {
+        if (h >= 4 * W) {
+            if constexpr (std::is_same_v<T, float>) {
+                if (window)
+                    SplitV<W>(x, window, h, xr, xi);
+                else
+                    Split(x, window, h, xr, xi);
+            } else {
+                Split(x, window, h, xr, xi);
+            }
+            const bool inY = ComplexV<W>(xr, xi, yr, yi, plan.w, plan.wide4, h);
+            const R* zr = inY ? yr : xr;
+            const R* zi = inY ? yi : xi;
+            const int k = UnpackV<W>(zr, zi, plan.twr, plan.twi, h, re, im);
+            Unpack(zr, zi, plan.twr, plan.twi, h, re, im, k);
+            return;
+        }
+    }
     Split(x, window, h, xr, xi);
     if (Complex(xr, xi, yr, yi, plan.w, h))
         Unpack(yr, yi, plan.twr, plan.twi, h, re, im);
@@ -240,26 +552,63 @@ CRISP_INLINE void Merge(const R* __restrict zr, const R* __restrict zi, double s
     }
 }
 
-template <typename R>
-CRISP_INLINE void InverseBody(const Plan<R>& plan, const double* __restrict re,
-                              const double* __restrict im, const Output& out) {
+// S: the spectrum's type; read as it is where it is the working precision's
+template <int W, typename R, typename S>
+CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const S* __restrict im,
+                              const Output& out) {
     const int h = plan.h;
     R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
+    bool inY = false;
+    bool wide = false;
     if constexpr (std::is_same_v<R, double>) {
-        Pack(re, im, plan.twr, plan.twi, h, xr, xi);
-    } else {
-        R *tr = yi + h, *ti = tr + h + 1;
-        Narrow(re, im, h + 1, tr, ti);
+        const R *tr = nullptr, *ti = nullptr;
+        if constexpr (std::is_same_v<S, double>) {
+            tr = re;
+            ti = im;
+        } else {
+            R *nr = yi + h, *ni = nr + h + 1;
+            Narrow(re, im, h + 1, nr, ni);
+            tr = nr;
+            ti = ni;
+        }
         Pack(tr, ti, plan.twr, plan.twi, h, xr, xi);
+        inY = Complex(xr, xi, yr, yi, plan.w, h);
+    } else {
+        wide = h >= 4 * W;
+        const R *tr = nullptr, *ti = nullptr;
+        if constexpr (std::is_same_v<S, float>) {
+            tr = re;
+            ti = im;
+        } else {
+            R *nr = yi + h, *ni = nr + h + 1;
+            Narrow(re, im, h + 1, nr, ni, wide ? NarrowV<W>(re, im, h + 1, nr, ni) : 0);
+            tr = nr;
+            ti = ni;
+        }
+        if (wide) {
+            Pack(tr, ti, plan.twr, plan.twi, h, xr, xi,
+                 PackV<W>(tr, ti, plan.twr, plan.twi, h, xr, xi));
+            inY = ComplexV<W>(xr, xi, yr, yi, plan.w, plan.wide4, h);
+        } else {
+            Pack(tr, ti, plan.twr, plan.twi, h, xr, xi);
+            inY = Complex(xr, xi, yr, yi, plan.w, h);
+        }
     }
-    const bool inY = Complex(xr, xi, yr, yi, plan.w, h);
     const R* __restrict zi = inY ? yr : xr; // swapped back
     const R* __restrict zr = inY ? yi : xi;
     const double scale = 1.0 / h;
     if (out.window) {
         const int half = out.split / 2;
-        Merge(zr, zi, scale, 0, half, out.window, out.gain, out.to, 0);
-        Merge(zr, zi, scale, half, h, out.window, out.gain, out.rest, out.split);
+        int i = 0;
+        if constexpr (std::is_same_v<R, float>)
+            if (wide)
+                i = MergeV<W>(zr, zi, scale, 0, half, out.window, out.gain, out.to, 0);
+        Merge(zr, zi, scale, i, half, out.window, out.gain, out.to, 0);
+        i = half;
+        if constexpr (std::is_same_v<R, float>)
+            if (wide)
+                i = MergeV<W>(zr, zi, scale, half, h, out.window, out.gain, out.rest, out.split);
+        Merge(zr, zi, scale, i, h, out.window, out.gain, out.rest, out.split);
         return;
     }
     double* __restrict x = out.x;
@@ -269,38 +618,34 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const double* __restrict re,
     }
 }
 
-template <typename R, typename T>
-CRISP_AVX512 void Forward512(const Plan<R>& plan, const T* x, const double* window, double* re,
-                             double* im) {
-    ForwardBody(plan, x, window, re, im);
+template <typename R, typename T, typename S>
+CRISP_AVX512 void Forward512(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
+    ForwardBody<16>(plan, x, window, re, im);
 }
-template <typename R, typename T>
-CRISP_AVX2 void Forward256(const Plan<R>& plan, const T* x, const double* window, double* re,
-                           double* im) {
-    ForwardBody(plan, x, window, re, im);
+template <typename R, typename T, typename S>
+CRISP_AVX2 void Forward256(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
+    ForwardBody<8>(plan, x, window, re, im);
 }
-template <typename R, typename T>
-void ForwardPlain(const Plan<R>& plan, const T* x, const double* window, double* re, double* im) {
-    ForwardBody(plan, x, window, re, im);
+template <typename R, typename T, typename S>
+void ForwardPlain(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
+    ForwardBody<4>(plan, x, window, re, im);
 }
-template <typename R>
-CRISP_AVX512 void Inverse512(const Plan<R>& plan, const double* re, const double* im,
-                             const Output& out) {
-    InverseBody(plan, re, im, out);
+template <typename R, typename S>
+CRISP_AVX512 void Inverse512(const Plan<R>& plan, const S* re, const S* im, const Output& out) {
+    InverseBody<16>(plan, re, im, out);
 }
-template <typename R>
-CRISP_AVX2 void Inverse256(const Plan<R>& plan, const double* re, const double* im,
-                           const Output& out) {
-    InverseBody(plan, re, im, out);
+template <typename R, typename S>
+CRISP_AVX2 void Inverse256(const Plan<R>& plan, const S* re, const S* im, const Output& out) {
+    InverseBody<8>(plan, re, im, out);
 }
-template <typename R>
-void InversePlain(const Plan<R>& plan, const double* re, const double* im, const Output& out) {
-    InverseBody(plan, re, im, out);
+template <typename R, typename S>
+void InversePlain(const Plan<R>& plan, const S* re, const S* im, const Output& out) {
+    InverseBody<4>(plan, re, im, out);
 }
 
-template <typename R, typename T>
-void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const double* window,
-               double* re, double* im) {
+template <typename R, typename T, typename S>
+void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const double* window, S* re,
+               S* im) {
     if (isa == CMorvaneIsa::Avx512)
         Forward512(plan, x, window, re, im);
     else if (isa == CMorvaneIsa::Avx2)
@@ -309,8 +654,8 @@ void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const do
         ForwardPlain(plan, x, window, re, im);
 }
 
-template <typename R>
-void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const double* re, const double* im,
+template <typename R, typename S>
+void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const S* re, const S* im,
                const Output& out) {
     if (isa == CMorvaneIsa::Avx512)
         Inverse512(plan, re, im, out);
@@ -325,7 +670,8 @@ void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const double* re, co
 template <typename R>
 CRealFft::Tables<R>::Tables(bool used)
     : work(used ? 3 * kMaxPoints + 2 : 0), stages(used ? kMaxPoints : 0),
-      twRe(used ? kMaxPoints / 2 : 0), twIm(used ? kMaxPoints / 2 : 0) {}
+      twRe(used ? kMaxPoints / 2 : 0), twIm(used ? kMaxPoints / 2 : 0),
+      wide4(used ? 6 * (kMaxPoints / 8) : 0) {}
 
 // The twiddles are worked out in double precision and rounded once.
 template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
@@ -346,6 +692,14 @@ template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
             }
         w += 6 * m;
     }
+    // the stage of stride 4 (m = h / 16) with each twiddle repeated for the 4 elements it turns
+    if (h >= 16) {
+        const int m = h / 16, l = 4 * m;
+        const R* from = stages.get() + 6 * (h / 4);
+        for (int r = 0; r < 6; ++r)
+            for (int i = 0; i < l; ++i)
+                wide4[r * l + i] = from[r * m + i / 4];
+    }
 }
 
 CRealFft::CRealFft(CMorvaneIsa::Level isa, Precision precision)
@@ -364,18 +718,18 @@ bool CRealFft::Prepare(int n) {
     return true;
 }
 
-template <typename T>
-void CRealFft::Transform(const T* x, const double* window, double* re, double* im) {
+template <typename T, typename S>
+void CRealFft::Transform(const T* x, const double* window, S* re, S* im) {
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
         ForwardAt(m_Isa,
                   Plan<float>{h, m_Single.work.get(), m_Single.stages.get(), m_Single.twRe.get(),
-                              m_Single.twIm.get()},
+                              m_Single.twIm.get(), m_Single.wide4.get()},
                   x, window, re, im);
     else
         ForwardAt(m_Isa,
                   Plan<double>{h, m_Double.work.get(), m_Double.stages.get(), m_Double.twRe.get(),
-                               m_Double.twIm.get()},
+                               m_Double.twIm.get(), m_Double.wide4.get()},
                   x, window, re, im);
 }
 
@@ -383,22 +737,22 @@ void CRealFft::Forward(const double* x, double* re, double* im) {
     Transform(x, nullptr, re, im);
 }
 
-void CRealFft::Forward(const float* x, const double* window, double* re, double* im) {
+void CRealFft::Forward(const float* x, const double* window, float* re, float* im) {
     Transform(x, window, re, im);
 }
 
-void CRealFft::Backward(const double* re, const double* im, const void* output) {
+template <typename S> void CRealFft::Backward(const S* re, const S* im, const void* output) {
     const Output& out = *static_cast<const Output*>(output);
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
         InverseAt(m_Isa,
                   Plan<float>{h, m_Single.work.get(), m_Single.stages.get(), m_Single.twRe.get(),
-                              m_Single.twIm.get()},
+                              m_Single.twIm.get(), m_Single.wide4.get()},
                   re, im, out);
     else
         InverseAt(m_Isa,
                   Plan<double>{h, m_Double.work.get(), m_Double.stages.get(), m_Double.twRe.get(),
-                               m_Double.twIm.get()},
+                               m_Double.twIm.get(), m_Double.wide4.get()},
                   re, im, out);
 }
 
@@ -408,6 +762,12 @@ void CRealFft::Inverse(const double* re, const double* im, double* x) {
 }
 
 void CRealFft::InverseAdd(const double* re, const double* im, const double* window, double gain,
+                          double* to, int split, double* rest) {
+    const Output out{nullptr, window, gain, to, split, rest};
+    Backward(re, im, &out);
+}
+
+void CRealFft::InverseAdd(const float* re, const float* im, const double* window, double gain,
                           double* to, int split, double* rest) {
     const Output out{nullptr, window, gain, to, split, rest};
     Backward(re, im, &out);

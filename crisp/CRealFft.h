@@ -10,10 +10,10 @@
 // radix-4 Stockham one on separate real and imaginary arrays, whose stages are straight runs that
 // vectorise; it is compiled for each instruction set the splice engine has kernels for
 // (MORVANE_SIMD caps it), every path giving the same bits. It works in single precision (twice
-// the lanes per instruction) or double; the spectrum and the samples it hands back are double
-// either way, the spectrum with the n / 2 + 1 bins from 0 to Nyquist as separate real and
-// imaginary arrays. Forward is the plain DFT (a full-scale sine of amplitude A peaks near A n / 4
-// under a Hann window); Inverse returns its input.
+// the lanes per instruction) or double; the samples it hands back are double either way, the
+// spectrum double or single as the caller's arrays are, with the n / 2 + 1 bins from 0 to Nyquist
+// as separate real and imaginary arrays. Forward is the plain DFT (a full-scale sine of amplitude A
+// peaks near A n / 4 under a Hann window); Inverse returns its input.
 class CRealFft {
 public:
     static constexpr int kMaxPoints = 16384;
@@ -30,8 +30,9 @@ public:
     int Points() const { return m_nPoints; }
 
     void Forward(const double* x, double* re, double* im);
-    // The same of x[i] window[i], each product taken in double precision.
-    void Forward(const float* x, const double* window, double* re, double* im);
+    // The same of x[i] window[i], each product taken in double precision, into a spectrum in
+    // single precision (a single-precision transform's own values).
+    void Forward(const float* x, const double* window, float* re, float* im);
     // Overwrites nothing it is given: re and im keep the spectrum. The imaginary parts of bins 0
     // and n / 2 are taken as zero, as for any real signal.
     void Inverse(const double* re, const double* im, double* x);
@@ -39,6 +40,8 @@ public:
     // and to rest[m - split] from there: an overlap-add into two runs of a ring.
     void InverseAdd(const double* re, const double* im, const double* window, double gain,
                     double* to, int split, double* rest);
+    void InverseAdd(const float* re, const float* im, const double* window, double gain, double* to,
+                    int split, double* rest);
 
 private:
     // sized for kMaxPoints in the precision used (empty in the other); a transform of fewer
@@ -50,10 +53,12 @@ private:
         Zeroed<R> stages; // each stage's twiddles, real parts then imaginary
         Zeroed<R> twRe;   // cos and sin of -2 pi k / n, k < n / 2
         Zeroed<R> twIm;
+        Zeroed<R> wide4; // the stage of stride 4's, each repeated 4 times
     };
 
-    template <typename T> void Transform(const T* x, const double* window, double* re, double* im);
-    void Backward(const double* re, const double* im, const void* output);
+    template <typename T, typename S>
+    void Transform(const T* x, const double* window, S* re, S* im);
+    template <typename S> void Backward(const S* re, const S* im, const void* output);
 
     CMorvaneIsa::Level m_Isa;
     Precision m_Precision;
