@@ -161,7 +161,7 @@ void CCrisp::Size() {
     const int hop = m_Vocoder.Hop();
     m_nStretchRoom = 2 * kHistory + hop;
     // One zeroed allocation, in the order of the members that view it.
-    m_pStore = Zeroed<float>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) + window / 2 +
+    m_pStore = Zeroed<float>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) + 2 * window +
                              2L * m_nStretchRoom);
     float* next = m_pStore.get();
     const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
@@ -172,7 +172,8 @@ void CCrisp::Size() {
         m_pLowOut[c] = take(m_nLowRing);
         m_pDown[c] = take(m_nDownRing);
     }
-    m_pMono = take(window / 2);
+    m_pMono = take(window);
+    m_pLongBefore = take(window);
     m_pStretch = take(2L * m_nStretchRoom);
     m_bSized = true;
 }
@@ -319,7 +320,14 @@ void CCrisp::FeedDetector() {
             m_nLastStop = centre;
             KeepLowAway(double(centre + half / 2));
         }
-        const int64_t onset = m_Onsets.Analyse(mono);
+        int64_t onset = m_Onsets.Analyse(mono);
+        if (onset >= 0) {
+            // (each gathered apart: the mono frame holds one)
+            const int n = m_Onsets.LongFrame();
+            std::copy_n(GatherMono(onset + m_Onsets.LongBefore(), n), n, m_pLongBefore);
+            if (!m_Onsets.Holds(m_pLongBefore, GatherMono(onset + m_Onsets.LongAfter(), n)))
+                onset = -1;
+        }
         if (onset >= 0) {
             GatherMono(onset - half, frame);
             const double t =

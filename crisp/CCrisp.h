@@ -97,11 +97,12 @@ private:
     // input: a ring of recent frames per channel
     float* m_pRing[2] = {};
     int64_t m_nRingSize = 0;
-    int64_t m_nIn = 0;        // frames received this job
-    int64_t m_nKeepFrom = 0;  // the oldest frame still needed
-    bool m_bFinal = false;    // the input has ended
-    float* m_pFrame[2] = {};  // one window per channel (the longer of the two)
-    float* m_pMono = nullptr; // one detector frame
+    int64_t m_nIn = 0;              // frames received this job
+    int64_t m_nKeepFrom = 0;        // the oldest frame still needed
+    bool m_bFinal = false;          // the input has ended
+    float* m_pFrame[2] = {};        // one window per channel (the longer of the two)
+    float* m_pMono = nullptr;       // one detector frame (or a long one) ...
+    float* m_pLongBefore = nullptr; // ... and another long one
 
     // frames
     int64_t m_nFrame = 0;       // synthesis frames made

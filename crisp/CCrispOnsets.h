@@ -36,12 +36,22 @@ public:
     // Whether a sound stops short in x (n samples): its second half 40 dB or more below its
     // first, which is above -70 dBFS. No natural decay falls that fast.
     static bool Stops(const float* x, int n);
+    // Whether an onset found at centre holds in frames twice as long, which span a low note's
+    // period: their spectra, ending at before and starting at after (LongFrame() samples each,
+    // LongGap() apart), rise as the short frames' did. The partials of a bright low note beat
+    // in the short frames' bins as the hop slides along the period, and read as attacks.
+    bool Holds(const float* before, const float* after);
+    int LongFrame() const { return 2 * m_nFrame; }
+    // where those frames start, from the onset's centre
+    int LongBefore() const { return -2 * m_nFrame - m_nFrame / 4; }
+    int LongAfter() const { return -3 * m_nFrame / 4; }
 
 private:
     static constexpr int kHistory = 32;
     double Flux(int64_t j) const { return m_dFlux[j & (kHistory - 1)]; }
 
     CRealFft m_Fft;
+    CRealFft m_Long;
     int m_nFrame = 0;
     int m_nLow = 1, m_nHigh = 1;        // band of bins summed
     int m_nBass = 1;                    // the last bin of its bass end
@@ -51,7 +61,10 @@ private:
     std::unique_ptr<float[]> m_pSpectrum; // m_pRe, then m_pIm
     float* m_pRe = nullptr;
     float* m_pIm = nullptr;
-    double* m_pLog = nullptr;   // this frame's compressed magnitudes
+    double* m_pLog = nullptr; // this frame's compressed magnitudes
+    double* m_pLongWin = nullptr;
+    double* m_pLongLog = nullptr; // the long frames' compressed magnitudes, before and after
+    std::unique_ptr<float[]> m_pLongSpectrum;
     double* m_pPrev = nullptr;  // the last frame's, each the largest of three neighbours ...
     double* m_pOlder = nullptr; // ... and the one's before
     double m_dFlux[kHistory] = {};
