@@ -28,7 +28,7 @@ constexpr double kRepeat = 0.6;
 constexpr double kRepeatSpan = 0.04;
 // What an onset's rise must still reach in frames twice as long: a steady low note's beating
 // gives them 0.001 to 0.013 (0.02 at 27.5 Hz and 32 kHz), attacks 0.016 and more.
-constexpr double kHolds = 0.0125;
+constexpr double kHolds = 0.015;
 } // namespace
 
 void CCrispOnsets::Configure(int frame, int rate) {
