@@ -48,7 +48,8 @@ CRISP_INLINE float Sum(const float* s) {
     float x[8];
     std::memcpy(x, &e, sizeof x);
     const Four f = Load<Four>(x) + Load<Four>(x + 4);
-    return (f[0] + f[2]) + (f[1] + f[3]);
+    const Four g = f + Four{f[2], f[3], f[0], f[1]};
+    return g[0] + g[1];
 }
 
 // Outputs at pos, pos + step, ... while pos < limit; returns how many, and the next position.
