@@ -112,7 +112,7 @@ int ReadPlain(const float* table, int taps, const float* left, const float* righ
 
 } // namespace
 
-CCrispPolyphase::CCrispPolyphase() : m_pTable(std::make_unique<float[]>(2L * kMaxTaps * kPhases)) {}
+CCrispPolyphase::CCrispPolyphase() : m_pTable(2L * kMaxTaps * kPhases) {}
 
 void CCrispPolyphase::Design(double pitchRate) {
     m_dPos = 0;

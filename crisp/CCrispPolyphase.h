@@ -1,6 +1,6 @@
 #pragma once
 
-#include <memory>
+#include "Zeroed.h"
 
 // The crisp engine's resampler: both channels read at a step of the pitch rate through a
 // Kaiser-windowed sinc, in single precision, from a table of kPhases phases with a line between
@@ -30,8 +30,9 @@ public:
     int Taps() const { return m_nTaps; }
 
 private:
-    // per phase, the taps' coefficients, then their steps to the next phase's
-    std::unique_ptr<float[]> m_pTable;
+    // per phase, the taps' coefficients, then their steps to the next phase's (pages touched only
+    // by a design: an engine that never transposes never pays for them)
+    Zeroed<float> m_pTable;
     int m_nTaps = 0;
     double m_dRate = 0; // the design the table holds; none yet
     double m_dPos = 0;  // read position of the next output frame, relative to the next input
