@@ -52,62 +52,86 @@ CRISP_INLINE float Sum(const float* s) {
     return g[0] + g[1];
 }
 
-// Outputs at pos, pos + step, ... while pos < limit; returns how many, and the next position.
-template <typename V>
-CRISP_INLINE int ReadBody(const float* __restrict table, int taps, const float* __restrict left,
-                          const float* __restrict right, double* pos, double step, double limit,
-                          float* __restrict outL, float* __restrict outR, bool* over) {
-    const int half = taps / 2;
-    double p = *pos;
-    int k = 0;
-    bool above = false;
-    for (; p < limit; p += step, ++k) {
+// B outputs at once, from position p on at the step given: independent sums, so that their
+// latencies overlap (each output's own arithmetic is the same whatever B).
+template <typename V, int B>
+CRISP_INLINE void Outputs(const float* __restrict table, int taps, const float* __restrict left,
+                          const float* __restrict right, double p, double step,
+                          float* __restrict outL, float* __restrict outR, float* peak) {
+    constexpr int kWidth = sizeof(V) / sizeof(float), kParts = kLanes / kWidth;
+    const float* c[B];
+    const float* l[B];
+    const float* r[B];
+    float t[B];
+    for (int b = 0; b < B; ++b, p += step) {
         // (floor without a call at the baseline)
         long whole = static_cast<long>(p);
         whole -= whole > p;
         const double at = (p - static_cast<double>(whole)) * CCrispPolyphase::kPhases;
         const int phase = static_cast<int>(at);
-        const float t = static_cast<float>(at - phase);
-        const float* c = table + 2L * taps * phase;
-        const float* d = c + taps;
-        const long first = whole - half + 1;
-        const float* l = left + first;
-        const float* r = right + first;
-        constexpr int kWidth = sizeof(V) / sizeof(float), kParts = kLanes / kWidth;
-        V sl[kParts] = {}, sr[kParts] = {};
-        for (int j = 0; j < taps; j += kLanes)
-            for (int g = 0; g < kParts; ++g) {
-                const int i = j + g * kWidth;
-                const V h = Load<V>(c + i) + t * Load<V>(d + i);
-                sl[g] += h * Load<V>(l + i);
-                sr[g] += h * Load<V>(r + i);
-            }
-        float lanes[2][kLanes];
-        std::memcpy(lanes[0], sl, sizeof sl);
-        std::memcpy(lanes[1], sr, sizeof sr);
-        const float a = Sum(lanes[0]), b = Sum(lanes[1]);
-        outL[k] = a;
-        outR[k] = b;
-        above = above || a > 1.0f || b > 1.0f;
+        t[b] = static_cast<float>(at - phase);
+        c[b] = table + 2L * taps * phase;
+        l[b] = left + whole - taps / 2 + 1;
+        r[b] = right + whole - taps / 2 + 1;
     }
+    V sl[B][kParts] = {}, sr[B][kParts] = {};
+    for (int j = 0; j < taps; j += kLanes)
+        for (int g = 0; g < kParts; ++g)
+            for (int b = 0; b < B; ++b) {
+                const int i = j + g * kWidth;
+                const V h = Load<V>(c[b] + i) + t[b] * Load<V>(c[b] + taps + i);
+                sl[b][g] += h * Load<V>(l[b] + i);
+                sr[b][g] += h * Load<V>(r[b] + i);
+            }
+    for (int b = 0; b < B; ++b) {
+        float lanes[2][kLanes];
+        std::memcpy(lanes[0], sl[b], sizeof sl[b]);
+        std::memcpy(lanes[1], sr[b], sizeof sr[b]);
+        outL[b] = Sum(lanes[0]);
+        outR[b] = Sum(lanes[1]);
+        *peak = std::max(*peak, std::max(outL[b], outR[b]));
+    }
+}
+
+// Outputs at pos, pos + step, ... while pos < limit, B at a time while B fit; returns how many,
+// and the next position.
+template <typename V, int B>
+CRISP_INLINE int ReadBody(const float* __restrict table, int taps, const float* __restrict left,
+                          const float* __restrict right, double* pos, double step, double limit,
+                          float* __restrict outL, float* __restrict outR, bool* over) {
+    double p = *pos;
+    int k = 0;
+    float peak = 0;
+    for (;;) {
+        double last = p; // the position after the batch, added up as one at a time would
+        for (int b = 1; b < B; ++b)
+            last += step;
+        if (!(last < limit))
+            break;
+        Outputs<V, B>(table, taps, left, right, p, step, outL + k, outR + k, &peak);
+        p = last + step;
+        k += B;
+    }
+    for (; p < limit; p += step, ++k)
+        Outputs<V, 1>(table, taps, left, right, p, step, outL + k, outR + k, &peak);
     *pos = p;
-    *over = *over || above;
+    *over = *over || peak > 1.0f;
     return k;
 }
 
 CRISP_AVX512 int Read512(const float* table, int taps, const float* left, const float* right,
                          double* pos, double step, double limit, float* outL, float* outR,
                          bool* over) {
-    return ReadBody<Sixteen>(table, taps, left, right, pos, step, limit, outL, outR, over);
+    return ReadBody<Sixteen, 8>(table, taps, left, right, pos, step, limit, outL, outR, over);
 }
 CRISP_AVX2 int Read256(const float* table, int taps, const float* left, const float* right,
                        double* pos, double step, double limit, float* outL, float* outR,
                        bool* over) {
-    return ReadBody<Eight>(table, taps, left, right, pos, step, limit, outL, outR, over);
+    return ReadBody<Eight, 3>(table, taps, left, right, pos, step, limit, outL, outR, over);
 }
 int ReadPlain(const float* table, int taps, const float* left, const float* right, double* pos,
               double step, double limit, float* outL, float* outR, bool* over) {
-    return ReadBody<Four>(table, taps, left, right, pos, step, limit, outL, outR, over);
+    return ReadBody<Four, 1>(table, taps, left, right, pos, step, limit, outL, outR, over);
 }
 
 } // namespace
