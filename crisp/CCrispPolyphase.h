@@ -10,8 +10,9 @@
 // at each; identical channels stay identical.
 class CCrispPolyphase {
 public:
-    // Taps at a pitch rate of 2, the highest crisp takes; any design has a multiple of 16.
-    static constexpr int kMaxTaps = 128;
+    // Taps at a pitch rate of 2, the highest crisp takes (the most any design has); every design
+    // has a multiple of 16.
+    static constexpr int kMaxTaps = 112;
     // The most history Read may want in front of its frames.
     static constexpr int kMaxHistory = kMaxTaps - 1;
     static constexpr int kPhases = 256;
