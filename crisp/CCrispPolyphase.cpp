@@ -136,11 +136,13 @@ int ReadPlain(const float* table, int taps, const float* left, const float* righ
 
 } // namespace
 
-CCrispPolyphase::CCrispPolyphase() : m_pTable(2L * kMaxTaps * kPhases) {}
+CCrispPolyphase::CCrispPolyphase() : m_pTable(2L * kMaxTaps * kPhases) {
+    Design(1.0);
+}
 
 void CCrispPolyphase::Design(double pitchRate) {
     m_dPos = 0;
-    pitchRate = std::clamp(pitchRate, 0.5, 2.0);
+    pitchRate = pitchRate == pitchRate ? std::clamp(pitchRate, 0.5, 2.0) : 1.0;
     if (pitchRate == m_dRate)
         return;
     m_dRate = pitchRate;
@@ -154,6 +156,8 @@ void CCrispPolyphase::Design(double pitchRate) {
     const double attenuation = 7.95 + 14.36 * width * m_nTaps;
     const double beta = 0.1102 * (attenuation - 8.7);
     const int half = m_nTaps / 2;
+    if (pitchRate == 1.0)
+        return; // passed as it is: no table
     const double norm = BesselI0(beta);
     // a phase's taps, each row scaled to a gain of exactly 1
     const auto row = [&](int phase, double* h) {

@@ -35,6 +35,6 @@ private:
     // by a design: an engine that never transposes never pays for them)
     Zeroed<float> m_pTable;
     int m_nTaps = 0;
-    double m_dRate = 0; // the design the table holds; none yet
+    double m_dRate = 0; // the rate designed for (at 1 there is no table)
     double m_dPos = 0;  // read position of the next output frame, relative to the next input
 };
