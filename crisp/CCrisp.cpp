@@ -17,7 +17,7 @@ namespace {
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 // The resampler's history sits in front of each hop it reads; it never needs more than this.
-constexpr int kHistory = CCrispResample::kMaxHistory;
+constexpr int kHistory = CCrispPolyphase::kMaxHistory;
 
 double SafeRate(double rate) {
     return rate == rate ? std::clamp(rate, 0.5, 2.0) : 1.0;
@@ -592,19 +592,19 @@ void CCrisp::Decimate() {
 }
 
 void CCrisp::Emit(float** out, int* produced, const float* left, const float* right, int n) {
-    float* data = m_pStretch + 2 * kHistory;
-    for (int i = 0; i < n; ++i) {
-        data[2 * i] = left[i];
-        data[2 * i + 1] = right[i];
-    }
+    float* l = m_pStretch + kHistory;
+    float* r = l + m_nStretchRoom;
+    std::copy(left, left + n, l);
+    std::copy(right, right + n, r);
     float* dest[2] = {out[0] + *produced, out[1] + *produced};
-    int k = m_Resample.Read(dest, data, n, &m_bOver);
+    int k = m_Resample.Read(dest, l, r, n, &m_bOver);
     // Frames past the job's length are dropped.
     if (m_nStretchEnd >= 0)
         k = static_cast<int>(std::clamp<int64_t>(Target() - m_nOut, 0, k));
     *produced += k;
     m_nOut += k;
-    std::memmove(m_pStretch, m_pStretch + 2L * n, sizeof(float) * 2 * kHistory);
+    std::memmove(l - kHistory, l - kHistory + n, sizeof(float) * kHistory);
+    std::memmove(r - kHistory, r - kHistory + n, sizeof(float) * kHistory);
 }
 
 void CCrisp::Finish(float** out, int* produced) {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "CCrispOnsets.h"
-#include "CCrispResample.h"
+#include "CCrispPolyphase.h"
 #include "CCrispTimeMap.h"
 #include "CCrispVocoder.h"
 #include "CCriticalSection.h"
@@ -12,7 +12,7 @@
 
 // The second engine: attacks kept once and in place. A phase vocoder stretches by
 // time x pitch rate, reading each attack 1:1 (CCrispTimeMap) with its phases rebuilt
-// (CCrispVocoder); the splice engine's resampler then reads the result at the pitch rate. Takes
+// (CCrispVocoder); its resampler (CCrispPolyphase) then reads the result at the pitch rate. Takes
 // the same calls from the effect as the splice engine, with the same locking: every public
 // operation but construction takes the engine lock. The output of a job is exactly
 // round(input frames x time rate) long.
@@ -80,7 +80,7 @@ private:
     CCrispVocoder m_Vocoder;
     CCrispTimeMap m_LowMap; // the same map, asked for the low frames' centres
     CCrispVocoder m_Low;
-    CCrispResample m_Resample;
+    CCrispPolyphase m_Resample;
 
     int m_nRate = 0;
     double m_dTime = 1, m_dPitch = 1;         // in force
@@ -140,7 +140,7 @@ private:
     static constexpr int kLowShares = 8;
     double m_dLowO[kLowShares] = {}, m_dLowS[kLowShares] = {}; // recent low frames' centres, shares
 
-    // resampler input: history, then new frames, then room for its flush
+    // resampler input, left then right: history, then new frames
     float* m_pStretch = nullptr;
     int m_nStretchRoom = 0;
 
