@@ -395,6 +395,19 @@ CRISP_INLINE void Split(const T* __restrict x, const double* __restrict window, 
     }
 }
 
+// W bins from k, a = Z[k..] and b = conj(Z[h-k..]) read backwards, and their half sum e.
+template <int W> struct Mirrored {
+    using F = typename Lanes<W>::F;
+    F ar, ai, br, bi, er, ei;
+    CRISP_INLINE Mirrored(const float* __restrict zr, const float* __restrict zi, int h, int k) {
+        const float half = 0.5;
+        ar = Load<F>(zr + k), ai = Load<F>(zi + k);
+        const F rr = Load<F>(zr + h - k - W + 1), ri = Load<F>(zi + h - k - W + 1);
+        br = Shuffle<W, Pattern::Reverse>(rr, rr), bi = -Shuffle<W, Pattern::Reverse>(ri, ri);
+        er = half * (ar + br), ei = half * (ai + bi);
+    }
+};
+
 // Unpack from bin 1 on, W bins at a time, Z[h-k] read backwards; returns the first bin left.
 template <int W, typename S>
 CRISP_INLINE int UnpackV(const float* __restrict zr, const float* __restrict zi,
@@ -404,11 +417,7 @@ CRISP_INLINE int UnpackV(const float* __restrict zr, const float* __restrict zi,
     const float half = 0.5;
     int k = 1;
     for (; k + W <= h; k += W) {
-        const F ar = Load<F>(zr + k), ai = Load<F>(zi + k);
-        const F rr = Load<F>(zr + h - k - W + 1), ri = Load<F>(zi + h - k - W + 1);
-        const F br = Shuffle<W, Pattern::Reverse>(rr, rr),
-                bi = -Shuffle<W, Pattern::Reverse>(ri, ri);
-        const F er = half * (ar + br), ei = half * (ai + bi);
+        const auto [ar, ai, br, bi, er, ei] = Mirrored<W>(zr, zi, h, k);
         const F or_ = half * (ai - bi), oi = -half * (ar - br);
         const F wr = Load<F>(twr + k), wi = Load<F>(twi + k);
         if constexpr (std::is_same_v<S, float>) {
@@ -430,11 +439,7 @@ CRISP_INLINE int PackV(const float* __restrict tr, const float* __restrict ti,
     const float half = 0.5;
     int k = 1;
     for (; k + W <= h; k += W) {
-        const F ar = Load<F>(tr + k), ai = Load<F>(ti + k);
-        const F rr = Load<F>(tr + h - k - W + 1), ri = Load<F>(ti + h - k - W + 1);
-        const F br = Shuffle<W, Pattern::Reverse>(rr, rr),
-                bi = -Shuffle<W, Pattern::Reverse>(ri, ri);
-        const F er = half * (ar + br), ei = half * (ai + bi);
+        const auto [ar, ai, br, bi, er, ei] = Mirrored<W>(tr, ti, h, k);
         const F dr = half * (ar - br), di = half * (ai - bi);
         const F wr = Load<F>(twr + k), wi = -Load<F>(twi + k);
         const F or_ = dr * wr - di * wi, oi = dr * wi + di * wr;
