@@ -59,6 +59,32 @@ int64_t FloorDiv(int64_t a, int64_t b) {
     return a >= 0 ? a / b : -((-a + b - 1) / b);
 }
 
+// n frames from at of a ring of size (a power of two) that has taken held frames, both
+// channels: where they lie when held whole and in one run, else copied into room with zeros
+// for what it no longer or not yet holds.
+void ReadRing(float* const ring[2], int64_t size, int64_t held, int64_t at, int n,
+              float* const room[2], const float** frame) {
+    const int64_t start = at & (size - 1), oldest = std::max<int64_t>(0, held - size);
+    if (at >= oldest && at + n <= held && start + n <= size) {
+        frame[0] = ring[0] + start;
+        frame[1] = ring[1] + start;
+        return;
+    }
+    const int64_t from = std::clamp<int64_t>(at, oldest, at + n);
+    const int64_t until = std::clamp<int64_t>(held, from, at + n);
+    for (int c = 0; c < 2; ++c) {
+        float* to = room[c];
+        frame[c] = to;
+        std::fill(to, to + (from - at), 0.0f);
+        for (int64_t f = from; f < until;) {
+            const int64_t i = f & (size - 1), k = std::min(until - f, size - i);
+            std::memcpy(to + (f - at), ring[c] + i, sizeof(float) * k);
+            f += k;
+        }
+        std::fill(to + (until - at), to + n, 0.0f);
+    }
+}
+
 } // namespace
 
 CCrisp::CCrisp() {
@@ -271,30 +297,7 @@ void CCrisp::ApplyRates() {
 }
 
 void CCrisp::Gather(int64_t at, int n, const float** frame) const {
-    // held whole and in one run: read where it lies
-    const int64_t start = at & (m_nRingSize - 1);
-    if (at >= std::max<int64_t>(0, m_nIn - m_nRingSize) && at + n <= m_nIn &&
-        start + n <= m_nRingSize) {
-        frame[0] = m_pRing[0] + start;
-        frame[1] = m_pRing[1] + start;
-        return;
-    }
-    float* to[2] = {m_pFrame[0], m_pFrame[1]};
-    frame[0] = to[0];
-    frame[1] = to[1];
-    const int64_t from = std::clamp<int64_t>(at, std::max<int64_t>(0, m_nIn - m_nRingSize), at + n);
-    const int64_t until = std::clamp<int64_t>(m_nIn, from, at + n);
-    for (int c = 0; c < 2; ++c) {
-        std::fill(to[c], to[c] + (from - at), 0.0f);
-        int64_t f = from;
-        while (f < until) {
-            const int64_t i = f & (m_nRingSize - 1);
-            const int64_t k = std::min(until - f, m_nRingSize - i);
-            std::memcpy(to[c] + (f - at), m_pRing[c] + i, sizeof(float) * k);
-            f += k;
-        }
-        std::fill(to[c] + (until - at), to[c] + n, 0.0f);
-    }
+    ReadRing(m_pRing, m_nRingSize, m_nIn, at, n, m_pFrame, frame);
 }
 
 const float* CCrisp::GatherMono(int64_t at, int n) {
@@ -524,23 +527,7 @@ bool CCrisp::NextFrame(float** out, int* produced) {
 }
 
 void CCrisp::GatherDown(int64_t at, const float** frame) {
-    const int n = m_Low.Window();
-    const int64_t start = at & (m_nDownRing - 1);
-    if (at >= std::max<int64_t>(0, m_nDown - m_nDownRing) && at + n <= m_nDown &&
-        start + n <= m_nDownRing) {
-        frame[0] = m_pDown[0] + start;
-        frame[1] = m_pDown[1] + start;
-        return;
-    }
-    frame[0] = m_pFrame[0];
-    frame[1] = m_pFrame[1];
-    for (int ch = 0; ch < 2; ++ch)
-        for (int i = 0; i < n; ++i) {
-            const int64_t m = at + i;
-            m_pFrame[ch][i] = m >= 0 && m < m_nDown && m >= m_nDown - m_nDownRing
-                                  ? m_pDown[ch][m & (m_nDownRing - 1)]
-                                  : 0.0f;
-        }
+    ReadRing(m_pDown, m_nDownRing, m_nDown, at, m_Low.Window(), m_pFrame, frame);
 }
 
 // The low band's quarter-rate output, back at the full rate, added to the hop from `from`.
