@@ -159,20 +159,23 @@ void CCrisp::Size() {
         }
         return sum;
     };
-    double total = 0;
-    for (int i = -kReach; i <= kReach; ++i) {
+    // every kDown-th tap from the centre is zero (sin(pi i / kDown)), and is left out
+    double taps[kReach + 1] = {}, total = 0;
+    for (int i = 0; i <= kReach; ++i) {
         const double r = double(i) / kReach, a = std::numbers::pi * i / kDown;
         const double w = bessel(beta * std::sqrt(std::max(0.0, 1 - r * r))) / bessel(beta);
-        m_dTaps[i + kReach] = (i == 0 ? 1.0 : std::sin(a) / a) * w;
-        total += m_dTaps[i + kReach];
+        taps[i] = i == 0 ? w : i % kDown == 0 ? 0.0 : std::sin(a) / a * w;
+        total += i == 0 ? taps[i] : 2 * taps[i];
     }
-    for (double& t : m_dTaps)
-        t /= total;
+    static_assert(kReach < kHalfTaps, "the filter fits its taps");
+    for (int i = 0; i <= kReach; ++i)
+        m_fTaps[i] = static_cast<float>(taps[i] / total);
     // by phase, for interpolating: each output sample takes every kDown-th tap, times kDown
     for (int phase = 0; phase < kDown; ++phase)
-        for (int k = 0; k < kPhaseTaps; ++k)
-            m_dPhase[phase][k] =
-                phase + kDown * k <= 2 * kReach ? kDown * m_dTaps[phase + kDown * k] : 0.0;
+        for (int k = 0; k < kPhaseTaps; ++k) {
+            const int i = phase + kDown * k - kReach;
+            m_fPhase[phase][k] = std::abs(i) <= kReach ? kDown * m_fTaps[std::abs(i)] : 0.0f;
+        }
     m_LowMap.Configure(window);
     // a low frame needs the onsets within half its window each side
     m_LowMap.SetReach(0.75 * low);
@@ -542,7 +545,7 @@ void CCrisp::AddLow(int64_t from, int n) {
         // output i: phase (from + i + kReach) mod kDown, from quarter-rate sample (...) / kDown
         static_assert(kDown == 4, "the kernel interpolates by four");
         const int64_t top = FloorDiv(from + kReach, kDown);
-        CCrispKernels::Upsample(&m_dPhase[0][0], kPhaseTaps, run + (top - first),
+        CCrispKernels::Upsample(&m_fPhase[0][0], kPhaseTaps, run + (top - first),
                                 static_cast<int>(from + kReach - kDown * top), n, m_pHop[ch]);
     }
 }
@@ -562,17 +565,18 @@ void CCrisp::Decimate() {
                 std::min({(m_nIn - 1 - kReach - t) / kDown + 1,
                           (m_nRingSize - 1 - 2 * kReach - at) / kDown + 1, m_nDownRing - to});
             for (int ch = 0; ch < 2; ++ch)
-                CCrispKernels::Decimate(m_dTaps, 2 * kReach + 1, m_pRing[ch] + at, kDown,
-                                        static_cast<int>(count), m_pDown[ch] + to);
+                CCrispKernels::Decimate(m_fTaps, kReach, m_pRing[ch] + at, static_cast<int>(count),
+                                        m_pDown[ch] + to);
             m_nDown += count;
             continue;
         }
+        // at the ends and where the ring wraps: the same filter on a copy, zeros outside the input
+        float run[2 * kReach + 1];
         for (int ch = 0; ch < 2; ++ch) {
-            double sum = 0;
             for (int i = -kReach; i <= kReach; ++i)
-                if (t + i >= 0 && t + i < m_nIn)
-                    sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
-            m_pDown[ch][to] = static_cast<float>(sum);
+                run[i + kReach] =
+                    t + i >= 0 && t + i < m_nIn ? m_pRing[ch][(t + i) & (m_nRingSize - 1)] : 0.0f;
+            CCrispKernels::Decimate(m_fTaps, kReach, run, 1, m_pDown[ch] + to);
         }
         ++m_nDown;
     }
