@@ -315,7 +315,7 @@ CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const fl
 template <typename V>
 CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const float* __restrict x,
                                int j0, int n, float* __restrict out) {
-    constexpr int kGroup = 16, kBlock = 64, kTaps = 16;
+    constexpr int kGroup = 32, kBlock = 64, kTaps = 16;
     float in[kTaps - 1 + kBlock], y[4][kBlock], z[4 * kBlock];
     // each phase's taps that are not zero (at least one), with where their inputs start
     float c[4][kTaps];
