@@ -50,8 +50,8 @@ public:
 
     // Interpolation to four times the rate through a filter by phase: out[i] gets the sum of
     // phase[j taps + k] x[m - k] for k < taps, where m and j are the quotient and the remainder
-    // of (j0 + i) / 4 (j0 < 4). Summed in the order of k over the taps that are not zero, per
-    // output, in single precision.
+    // of (j0 + i) / 4 (j0 < 4, taps <= 16). Summed in the order of k over the taps that are not
+    // zero, per output, in single precision.
     static void Upsample(const float* phase, int taps, const float* x, int j0, int n, float* out);
 
     // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out, in double
