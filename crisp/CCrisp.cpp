@@ -538,16 +538,15 @@ void CCrisp::AddLow(int64_t from, int n) {
     // the quarter-rate samples that reach the hop, in a straight run (the frame's room is free)
     const int64_t first = FloorDiv(from - kReach, kDown);
     const int count = static_cast<int>(FloorDiv(from + n - 1 + kReach, kDown) - first + 1);
-    for (int ch = 0; ch < 2; ++ch) {
-        float* run = m_pFrame[ch];
+    for (int ch = 0; ch < 2; ++ch)
         for (int k = 0; k < count; ++k)
-            run[k] = m_pLowOut[ch][(first + k) & (m_nLowRing - 1)];
-        // output i: phase (from + i + kReach) mod kDown, from quarter-rate sample (...) / kDown
-        static_assert(kDown == 4, "the kernel interpolates by four");
-        const int64_t top = FloorDiv(from + kReach, kDown);
-        CCrispKernels::Upsample(&m_fPhase[0][0], kPhaseTaps, run + (top - first),
-                                static_cast<int>(from + kReach - kDown * top), n, m_pHop[ch]);
-    }
+            m_pFrame[ch][k] = m_pLowOut[ch][(first + k) & (m_nLowRing - 1)];
+    // output i: phase (from + i + kReach) mod kDown, from quarter-rate sample (...) / kDown
+    static_assert(kDown == 4, "the kernel interpolates by four");
+    const int64_t top = FloorDiv(from + kReach, kDown);
+    const float* run[2] = {m_pFrame[0] + (top - first), m_pFrame[1] + (top - first)};
+    CCrispKernels::Upsample(&m_fPhase[0][0], kPhaseTaps, run,
+                            static_cast<int>(from + kReach - kDown * top), n, m_pHop);
 }
 
 // The input at a quarter of the rate, as far as it can be filtered (all of it at the end).
@@ -564,20 +563,21 @@ void CCrisp::Decimate() {
             const int64_t count =
                 std::min({(m_nIn - 1 - kReach - t) / kDown + 1,
                           (m_nRingSize - 1 - 2 * kReach - at) / kDown + 1, m_nDownRing - to});
-            for (int ch = 0; ch < 2; ++ch)
-                CCrispKernels::Decimate(m_fTaps, kReach, m_pRing[ch] + at, static_cast<int>(count),
-                                        m_pDown[ch] + to);
+            const float* in[2] = {m_pRing[0] + at, m_pRing[1] + at};
+            float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
+            CCrispKernels::Decimate(m_fTaps, kReach, in, static_cast<int>(count), down);
             m_nDown += count;
             continue;
         }
         // at the ends and where the ring wraps: the same filter on a copy, zeros outside the input
-        float run[2 * kReach + 1];
-        for (int ch = 0; ch < 2; ++ch) {
+        float run[2][2 * kReach + 1];
+        for (int ch = 0; ch < 2; ++ch)
             for (int i = -kReach; i <= kReach; ++i)
-                run[i + kReach] =
+                run[ch][i + kReach] =
                     t + i >= 0 && t + i < m_nIn ? m_pRing[ch][(t + i) & (m_nRingSize - 1)] : 0.0f;
-            CCrispKernels::Decimate(m_fTaps, kReach, run, 1, m_pDown[ch] + to);
-        }
+        const float* in[2] = {run[0], run[1]};
+        float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
+        CCrispKernels::Decimate(m_fTaps, kReach, in, 1, down);
         ++m_nDown;
     }
 }

@@ -274,10 +274,11 @@ CRISP_INLINE void Sums(const float* __restrict c, const float* const* a, const f
 }
 
 // Across outputs, from the input dealt out by phase (p[j][q] is x[4 q + j]) so that each tap
-// reads consecutive floats; the last group runs on past the outputs into zeros.
+// reads consecutive floats; the last group runs on past the outputs into zeros. Both channels
+// share the list of taps.
 template <typename V>
-CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const float* __restrict x,
-                               int count, float* __restrict out) {
+CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const float* const* x,
+                               int count, float* const* out) {
     constexpr int kGroup = 32, kBlock = 64, kRoom = kBlock + 17;
     float p[4][kRoom];
     // the taps that are not zero, the centre first, each with its pair of inputs
@@ -293,28 +294,33 @@ CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const fl
         }
     for (int o0 = 0; o0 < count; o0 += kBlock) {
         const int b = std::min(kBlock, count - o0), len = 4 * (b - 1) + 2 * reach + 1;
-        const float* s = x + 4 * o0;
-        int q = 0;
-        for (; 4 * q + 3 < len; ++q)
-            for (int j = 0; j < 4; ++j)
-                p[j][q] = s[4 * q + j];
-        for (int k = 4 * q; k < len; ++k)
-            p[k & 3][k >> 2] = s[k];
-        for (int k = len; k < 4 * kRoom; ++k)
+        // (what the last group reads past them)
+        const int padded = (b + kGroup - 1) / kGroup * kGroup;
+        for (int k = len; k < 4 * (padded - 1) + 2 * reach + 1; ++k)
             p[k & 3][k >> 2] = 0;
-        for (int r = 0; r < b; r += kGroup) {
-            float sums[kGroup];
-            Sums<V, kGroup, true>(c, lo, hi, n, r, sums);
-            std::memcpy(out + o0 + r, sums, sizeof(float) * std::min(kGroup, b - r));
+        for (int ch = 0; ch < 2; ++ch) {
+            const float* __restrict s = x[ch] + 4 * o0;
+            int q = 0;
+            for (; 4 * q + 3 < len; ++q)
+                for (int j = 0; j < 4; ++j)
+                    p[j][q] = s[4 * q + j];
+            for (int k = 4 * q; k < len; ++k)
+                p[k & 3][k >> 2] = s[k];
+            for (int r = 0; r < b; r += kGroup) {
+                float sums[kGroup];
+                Sums<V, kGroup, true>(c, lo, hi, n, r, sums);
+                std::memcpy(out[ch] + o0 + r, sums, sizeof(float) * std::min(kGroup, b - r));
+            }
         }
     }
 }
 
 // By phase, in blocks: the outputs of one phase are every fourth, their inputs consecutive; the
-// phases' sums are then dealt back in order and added to out.
+// phases' sums are then dealt back in order and added to out. Both channels share the lists of
+// taps.
 template <typename V>
-CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const float* __restrict x,
-                               int j0, int n, float* __restrict out) {
+CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const float* const* x,
+                               int j0, int n, float* const* out) {
     constexpr int kGroup = 32, kBlock = 64, kTaps = 16;
     float in[kTaps - 1 + kBlock], y[4][kBlock], z[4 * kBlock];
     // each phase's taps that are not zero (at least one), with where their inputs start
@@ -322,34 +328,40 @@ CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const fl
     const float* a[4][kTaps];
     int count[4] = {};
     for (int j = 0; j < 4; ++j) {
+        int t = 0;
         for (int k = 0; k < taps; ++k)
             if (phase[j * taps + k] != 0) {
-                c[j][count[j]] = phase[j * taps + k];
-                a[j][count[j]++] = in + taps - 1 - k;
+                c[j][t] = phase[j * taps + k];
+                a[j][t++] = in + taps - 1 - k;
             }
-        if (count[j] == 0) {
+        if (t == 0) {
             c[j][0] = 0;
-            a[j][count[j]++] = in;
+            a[j][t++] = in;
         }
+        count[j] = t;
     }
     const int last = (j0 + n - 1) >> 2;
     for (int m0 = 0; m0 <= last; m0 += kBlock) {
         const int b = std::min(kBlock, last + 1 - m0);
-        // in[taps - 1 + r - k] = x[m0 + r - k], zeros past the block
-        for (int i = 0; i < taps - 1 + b; ++i)
-            in[i] = x[m0 + i - taps + 1];
-        for (int i = taps - 1 + b; i < taps - 1 + kBlock; ++i)
-            in[i] = 0;
-        for (int j = 0; j < 4; ++j)
-            for (int r = 0; r < b; r += kGroup)
-                Sums<V, kGroup, false>(c[j], a[j], nullptr, count[j], r, y[j] + r);
-        for (int r = 0; r < b; ++r)
-            for (int j = 0; j < 4; ++j)
-                z[4 * r + j] = y[j][r];
         // outputs 4 m0 - j0 on, those that lie within the n
         const int lo = std::max(0, 4 * m0 - j0), hi = std::min(n, 4 * (m0 + b) - j0);
-        for (int i = lo; i < hi; ++i)
-            out[i] += z[i + j0 - 4 * m0];
+        for (int ch = 0; ch < 2; ++ch) {
+            // in[taps - 1 + r - k] = x[m0 + r - k], zeros past the block
+            const float* __restrict from = x[ch] + m0;
+            for (int i = 0; i < taps - 1 + b; ++i)
+                in[i] = from[i - taps + 1];
+            for (int i = taps - 1 + b; i < taps - 1 + kBlock; ++i)
+                in[i] = 0;
+            for (int j = 0; j < 4; ++j)
+                for (int r = 0; r < b; r += kGroup)
+                    Sums<V, kGroup, false>(c[j], a[j], nullptr, count[j], r, y[j] + r);
+            for (int r = 0; r < b; ++r)
+                for (int j = 0; j < 4; ++j)
+                    z[4 * r + j] = y[j][r];
+            float* __restrict to = out[ch];
+            for (int i = lo; i < hi; ++i)
+                to[i] += z[i + j0 - 4 * m0];
+        }
     }
 }
 
@@ -397,24 +409,28 @@ CRISP_KERNEL(LogMagnitudes,
              (re, im, from, to, norm, compress, out))
 
 // (each level with vectors of its own width)
-CRISP_AVX512 void Decimate512(const float* taps, int reach, const float* x, int count, float* out) {
+CRISP_AVX512 void Decimate512(const float* taps, int reach, const float* const* x, int count,
+                              float* const* out) {
     DecimateBody<Sixteen>(taps, reach, x, count, out);
 }
-CRISP_AVX2 void Decimate256(const float* taps, int reach, const float* x, int count, float* out) {
+CRISP_AVX2 void Decimate256(const float* taps, int reach, const float* const* x, int count,
+                            float* const* out) {
     DecimateBody<Eight>(taps, reach, x, count, out);
 }
-void DecimatePlain(const float* taps, int reach, const float* x, int count, float* out) {
+void DecimatePlain(const float* taps, int reach, const float* const* x, int count,
+                   float* const* out) {
     DecimateBody<Four>(taps, reach, x, count, out);
 }
-CRISP_AVX512 void Upsample512(const float* phase, int taps, const float* x, int j0, int n,
-                              float* out) {
+CRISP_AVX512 void Upsample512(const float* phase, int taps, const float* const* x, int j0, int n,
+                              float* const* out) {
     UpsampleBody<Sixteen>(phase, taps, x, j0, n, out);
 }
-CRISP_AVX2 void Upsample256(const float* phase, int taps, const float* x, int j0, int n,
-                            float* out) {
+CRISP_AVX2 void Upsample256(const float* phase, int taps, const float* const* x, int j0, int n,
+                            float* const* out) {
     UpsampleBody<Eight>(phase, taps, x, j0, n, out);
 }
-void UpsamplePlain(const float* phase, int taps, const float* x, int j0, int n, float* out) {
+void UpsamplePlain(const float* phase, int taps, const float* const* x, int j0, int n,
+                   float* const* out) {
     UpsampleBody<Four>(phase, taps, x, j0, n, out);
 }
 
@@ -455,7 +471,8 @@ int CCrispKernels::Peaks(const float* power, int from, int to, int narrow, float
                                         : PeaksPlain(power, from, to, narrow, floor, found);
 }
 
-void CCrispKernels::Decimate(const float* taps, int reach, const float* x, int count, float* out) {
+void CCrispKernels::Decimate(const float* taps, int reach, const float* const* x, int count,
+                             float* const* out) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
     if (level == CMorvaneIsa::Avx512)
         Decimate512(taps, reach, x, count, out);
@@ -487,8 +504,8 @@ void CCrispKernels::Regions(const float* power, const int* at, int n, int bins, 
     RegionsAny(power, at, n, bins, room, zr, zi, zre, zim);
 }
 
-void CCrispKernels::Upsample(const float* phase, int taps, const float* x, int j0, int n,
-                             float* out) {
+void CCrispKernels::Upsample(const float* phase, int taps, const float* const* x, int j0, int n,
+                             float* const* out) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
     if (level == CMorvaneIsa::Avx512)
         Upsample512(phase, taps, x, j0, n, out);
