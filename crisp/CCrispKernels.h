@@ -51,9 +51,10 @@ public:
                          float* const* out);
 
     // Interpolation to four times the rate through a filter by phase, both channels (x[0] into
-    // out[0], x[1] into out[1]): out[i] gets the sum of phase[j taps + k] x[m - k] for k < taps,
-    // where m and j are the quotient and the remainder of (j0 + i) / 4 (j0 < 4, taps <= 16).
-    // Summed in the order of k over the taps that are not zero, per output, in single precision.
+    // out[0], x[1] into out[1]): to out[i], i < n, is added the sum of phase[j taps + k] x[m - k]
+    // for k < taps, where m and j are the quotient and the remainder of (j0 + i) / 4 (j0 < 4,
+    // taps <= 16). Summed in the order of k over the taps that are not zero, per output, in
+    // single precision.
     static void Upsample(const float* phase, int taps, const float* const* x, int j0, int n,
                          float* const* out);
 
