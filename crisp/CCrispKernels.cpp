@@ -279,7 +279,7 @@ CRISP_INLINE void Sums(const float* __restrict c, const float* const* a, const f
 template <typename V>
 CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const float* const* x,
                                int count, float* const* out) {
-    constexpr int kGroup = 32, kBlock = 64, kRoom = kBlock + 17;
+    constexpr int kGroup = 32, kBlock = 128, kRoom = kBlock + 17;
     float p[4][kRoom];
     // the taps that are not zero, the centre first, each with its pair of inputs
     float c[33];
@@ -321,7 +321,7 @@ CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const fl
 template <typename V>
 CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const float* const* x,
                                int j0, int n, float* const* out) {
-    constexpr int kGroup = 32, kBlock = 64, kTaps = 16;
+    constexpr int kGroup = 32, kBlock = 160, kTaps = 16;
     float in[kTaps - 1 + kBlock], y[4][kBlock], z[4 * kBlock];
     // each phase's taps that are not zero (at least one), with where their inputs start
     float c[4][kTaps];
