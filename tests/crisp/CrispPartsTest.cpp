@@ -53,7 +53,7 @@ TEST(CrispKernels, QuarterRateFiltersGiveTheirSums) {
             phase[j][k] = j == 0 && k != 3 ? 0.0f : 0.2f * (j + 1) / (k + 2);
     const float* from[2] = {in[0] + 6, in[1] + 6};
     for (int j0 = 0; j0 < 4; ++j0)
-        for (int n : {1, 3, 130, 301}) {
+        for (int n : {1, 3, 130, 701}) {
             std::vector<float> out[2] = {std::vector<float>(n + 1, 0.25f),
                                          std::vector<float>(n + 1, 0.25f)};
             float* to[2] = {out[0].data(), out[1].data()};
