@@ -546,7 +546,7 @@ void CCrisp::AddLow(int64_t from, int n) {
     const int64_t top = FloorDiv(from + kReach, kDown);
     const float* run[2] = {m_pFrame[0] + (top - first), m_pFrame[1] + (top - first)};
     CCrispKernels::Upsample(&m_fPhase[0][0], kPhaseTaps, run,
-                            static_cast<int>(from + kReach - kDown * top), n, m_pHop);
+                            static_cast<int>(from + kReach - kDown * top), n, m_pHop, 2);
 }
 
 // The input at a quarter of the rate, as far as it can be filtered (all of it at the end).
@@ -565,7 +565,7 @@ void CCrisp::Decimate() {
                           (m_nRingSize - 1 - 2 * kReach - at) / kDown + 1, m_nDownRing - to});
             const float* in[2] = {m_pRing[0] + at, m_pRing[1] + at};
             float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
-            CCrispKernels::Decimate(m_fTaps, kReach, in, static_cast<int>(count), down);
+            CCrispKernels::Decimate(m_fTaps, kReach, in, static_cast<int>(count), down, 2);
             m_nDown += count;
             continue;
         }
@@ -577,7 +577,7 @@ void CCrisp::Decimate() {
                     t + i >= 0 && t + i < m_nIn ? m_pRing[ch][(t + i) & (m_nRingSize - 1)] : 0.0f;
         const float* in[2] = {run[0], run[1]};
         float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
-        CCrispKernels::Decimate(m_fTaps, kReach, in, 1, down);
+        CCrispKernels::Decimate(m_fTaps, kReach, in, 1, down, 2);
         ++m_nDown;
     }
 }

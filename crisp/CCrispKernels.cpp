@@ -274,11 +274,11 @@ CRISP_INLINE void Sums(const float* __restrict c, const float* const* a, const f
 }
 
 // Across outputs, from the input dealt out by phase (p[j][q] is x[4 q + j]) so that each tap
-// reads consecutive floats; the last group runs on past the outputs into zeros. Both channels
+// reads consecutive floats; the last group runs on past the outputs into zeros. The channels
 // share the list of taps.
 template <typename V>
 CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const float* const* x,
-                               int count, float* const* out) {
+                               int count, float* const* out, int channels) {
     constexpr int kGroup = 32, kBlock = 128, kRoom = kBlock + 17;
     float p[4][kRoom];
     // the taps that are not zero, the centre first, each with its pair of inputs
@@ -298,7 +298,7 @@ CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const fl
         const int padded = (b + kGroup - 1) / kGroup * kGroup;
         for (int k = len; k < 4 * (padded - 1) + 2 * reach + 1; ++k)
             p[k & 3][k >> 2] = 0;
-        for (int ch = 0; ch < 2; ++ch) {
+        for (int ch = 0; ch < channels; ++ch) {
             const float* __restrict s = x[ch] + 4 * o0;
             int q = 0;
             for (; 4 * q + 3 < len; ++q)
@@ -316,11 +316,11 @@ CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const fl
 }
 
 // By phase, in blocks: the outputs of one phase are every fourth, their inputs consecutive; the
-// phases' sums are then dealt back in order and added to out. Both channels share the lists of
+// phases' sums are then dealt back in order and added to out. The channels share the lists of
 // taps.
 template <typename V>
 CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const float* const* x,
-                               int j0, int n, float* const* out) {
+                               int j0, int n, float* const* out, int channels) {
     constexpr int kGroup = 32, kBlock = 160, kTaps = 16;
     float in[kTaps - 1 + kBlock], y[4][kBlock], z[4 * kBlock];
     // each phase's taps that are not zero (at least one), with where their inputs start
@@ -345,7 +345,7 @@ CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const fl
         const int b = std::min(kBlock, last + 1 - m0);
         // outputs 4 m0 - j0 on, those that lie within the n
         const int lo = std::max(0, 4 * m0 - j0), hi = std::min(n, 4 * (m0 + b) - j0);
-        for (int ch = 0; ch < 2; ++ch) {
+        for (int ch = 0; ch < channels; ++ch) {
             // in[taps - 1 + r - k] = x[m0 + r - k], zeros past the block
             const float* __restrict from = x[ch] + m0;
             for (int i = 0; i < taps - 1 + b; ++i)
@@ -410,28 +410,28 @@ CRISP_KERNEL(LogMagnitudes,
 
 // (each level with vectors of its own width)
 CRISP_AVX512 void Decimate512(const float* taps, int reach, const float* const* x, int count,
-                              float* const* out) {
-    DecimateBody<Sixteen>(taps, reach, x, count, out);
+                              float* const* out, int channels) {
+    DecimateBody<Sixteen>(taps, reach, x, count, out, channels);
 }
 CRISP_AVX2 void Decimate256(const float* taps, int reach, const float* const* x, int count,
-                            float* const* out) {
-    DecimateBody<Eight>(taps, reach, x, count, out);
+                            float* const* out, int channels) {
+    DecimateBody<Eight>(taps, reach, x, count, out, channels);
 }
 void DecimatePlain(const float* taps, int reach, const float* const* x, int count,
-                   float* const* out) {
-    DecimateBody<Four>(taps, reach, x, count, out);
+                   float* const* out, int channels) {
+    DecimateBody<Four>(taps, reach, x, count, out, channels);
 }
 CRISP_AVX512 void Upsample512(const float* phase, int taps, const float* const* x, int j0, int n,
-                              float* const* out) {
-    UpsampleBody<Sixteen>(phase, taps, x, j0, n, out);
+                              float* const* out, int channels) {
+    UpsampleBody<Sixteen>(phase, taps, x, j0, n, out, channels);
 }
 CRISP_AVX2 void Upsample256(const float* phase, int taps, const float* const* x, int j0, int n,
-                            float* const* out) {
-    UpsampleBody<Eight>(phase, taps, x, j0, n, out);
+                            float* const* out, int channels) {
+    UpsampleBody<Eight>(phase, taps, x, j0, n, out, channels);
 }
 void UpsamplePlain(const float* phase, int taps, const float* const* x, int j0, int n,
-                   float* const* out) {
-    UpsampleBody<Four>(phase, taps, x, j0, n, out);
+                   float* const* out, int channels) {
+    UpsampleBody<Four>(phase, taps, x, j0, n, out, channels);
 }
 
 // (these return a value)
@@ -472,14 +472,14 @@ int CCrispKernels::Peaks(const float* power, int from, int to, int narrow, float
 }
 
 void CCrispKernels::Decimate(const float* taps, int reach, const float* const* x, int count,
-                             float* const* out) {
+                             float* const* out, int channels) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
     if (level == CMorvaneIsa::Avx512)
-        Decimate512(taps, reach, x, count, out);
+        Decimate512(taps, reach, x, count, out, channels);
     else if (level == CMorvaneIsa::Avx2)
-        Decimate256(taps, reach, x, count, out);
+        Decimate256(taps, reach, x, count, out, channels);
     else
-        DecimatePlain(taps, reach, x, count, out);
+        DecimatePlain(taps, reach, x, count, out, channels);
 }
 
 void CCrispKernels::Mix(const float* lre, const float* lim, const float* rre, const float* rim,
@@ -505,14 +505,14 @@ void CCrispKernels::Regions(const float* power, const int* at, int n, int bins, 
 }
 
 void CCrispKernels::Upsample(const float* phase, int taps, const float* const* x, int j0, int n,
-                             float* const* out) {
+                             float* const* out, int channels) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
     if (level == CMorvaneIsa::Avx512)
-        Upsample512(phase, taps, x, j0, n, out);
+        Upsample512(phase, taps, x, j0, n, out, channels);
     else if (level == CMorvaneIsa::Avx2)
-        Upsample256(phase, taps, x, j0, n, out);
+        Upsample256(phase, taps, x, j0, n, out, channels);
     else
-        UpsamplePlain(phase, taps, x, j0, n, out);
+        UpsamplePlain(phase, taps, x, j0, n, out, channels);
 }
 
 void CCrispKernels::LogMagnitudes(const float* re, const float* im, int from, int to, double norm,
