@@ -39,16 +39,19 @@ void CCrispOnsets::Configure(int frame, int rate) {
         const int bins = frame / 2 + 1, longBins = frame + 1;
         // One zeroed allocation for the windows and the rows of magnitudes, one for the spectra
         // (the transform's own precision).
-        m_pStore = std::make_unique<double[]>(3 * frame + 3 * (bins + 1) + 2 * (longBins + 1));
+        // (the rows a cache line more than a whole number of lines apart: rows a page apart, or
+        // a few bytes off it, stall each load behind the store to the row before)
+        const int row = ((bins + 1 + 7) & ~7) + 8;
+        m_pStore = std::make_unique<double[]>(3 * frame + 3 * row + 2 * (longBins + 1));
         double* next = m_pStore.get();
         const auto take = [&](int n) { return std::exchange(next, next + n); };
         m_pWin = take(frame);
         m_pSpectrum = std::make_unique<float[]>(2 * bins);
         m_pRe = m_pSpectrum.get();
         m_pIm = m_pRe + bins;
-        m_pLog = take(bins + 1);
-        m_pPrev = take(bins + 1);
-        m_pOlder = take(bins + 1);
+        m_pLog = take(row);
+        m_pPrev = take(row);
+        m_pOlder = take(row);
         m_pLongWin = take(2 * frame);
         m_pLongLog = take(2 * (longBins + 1));
         m_pLongSpectrum = std::make_unique<float[]>(2 * longBins);

@@ -39,10 +39,14 @@ void CCrispVocoder::Configure(int window) {
     m_pMask = take(m_nBins);
     m_pAcc[0] = take(2 * static_cast<size_t>(window));
     m_pAcc[1] = take(2 * static_cast<size_t>(window));
-    m_pSpectra = Zeroed<float>(std::size(spectra) * m_nBins);
+    // Each spectrum a whole number of cache lines apart from the next, plus one: arrays a page
+    // apart (or a few bytes off it) make the processor stall each load behind the store to the
+    // array before, taking the same low address bits for the same place.
+    const size_t stride = ((m_nBins + 15) & ~size_t(15)) + 16;
+    m_pSpectra = Zeroed<float>(std::size(spectra) * stride);
     float* spectrum = m_pSpectra.get();
     for (float** p : spectra)
-        *p = std::exchange(spectrum, spectrum + m_nBins);
+        *p = std::exchange(spectrum, spectrum + stride);
     m_pPeaks = std::make_unique<int[]>(m_nBins);
     // Periodic Hann on both sides; at a quarter-window hop the squares add up to 1.5, which the
     // synthesis side divides out.

@@ -312,10 +312,15 @@ CRISP_INLINE bool ComplexV(float* xr, float* xi, float* yr, float* yi, const flo
     return inY;
 }
 
+// Room between the work arrays, a cache line: arrays a page apart make each load wait on the
+// store to the array before it (the processor matches them by their low address bits).
+template <typename R> constexpr int Gap = 64 / sizeof(R);
+
 template <typename R> struct Plan {
     int h;
-    R* work;      // 4 h: xr, xi, yr, yi; then, in single precision, 2 (h + 1) for the spectrum
-    const R* w;   // the stages' twiddles
+    R* work;    // 4 h: xr, xi, yr, yi; then, in single precision, 2 (h + 1) for the spectrum; each
+                // Gap after the one before
+    const R* w; // the stages' twiddles
     const R* twr; // the real transform's
     const R* twi;
     const R* wide4; // the stage of stride 4's, expanded (see NarrowStageV)
@@ -507,7 +512,7 @@ template <int W, typename R, typename T, typename S>
 CRISP_INLINE void ForwardBody(const Plan<R>& plan, const T* __restrict x,
                               const double* __restrict window, S* __restrict re, S* __restrict im) {
     const int h = plan.h;
-    R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
+    R *xr = plan.work, *xi = xr + h + Gap<R>, *yr = xi + h + Gap<R>, *yi = yr + h + Gap<R>;
     if constexpr (std::is_same_v<R, float>) {
         if (h >= 4 * W) {
             if constexpr (std::is_same_v<T, float>) {
@@ -562,7 +567,7 @@ template <int W, typename R, typename S>
 CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const S* __restrict im,
                               const Output& out) {
     const int h = plan.h;
-    R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
+    R *xr = plan.work, *xi = xr + h + Gap<R>, *yr = xi + h + Gap<R>, *yi = yr + h + Gap<R>;
     bool inY = false;
     bool wide = false;
     if constexpr (std::is_same_v<R, double>) {
@@ -571,7 +576,7 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const
             tr = re;
             ti = im;
         } else {
-            R *nr = yi + h, *ni = nr + h + 1;
+            R *nr = yi + h + Gap<R>, *ni = nr + h + 1 + Gap<R>;
             Narrow(re, im, h + 1, nr, ni);
             tr = nr;
             ti = ni;
@@ -585,7 +590,7 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const
             tr = re;
             ti = im;
         } else {
-            R *nr = yi + h, *ni = nr + h + 1;
+            R *nr = yi + h + Gap<R>, *ni = nr + h + 1 + Gap<R>;
             Narrow(re, im, h + 1, nr, ni, wide ? NarrowV<W>(re, im, h + 1, nr, ni) : 0);
             tr = nr;
             ti = ni;
@@ -674,7 +679,7 @@ void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const S* re, const S
 
 template <typename R>
 CRealFft::Tables<R>::Tables(bool used)
-    : work(used ? 3 * kMaxPoints + 2 : 0), stages(used ? kMaxPoints : 0),
+    : work(used ? 3 * kMaxPoints + 2 + 6 * 16 : 0), stages(used ? kMaxPoints : 0),
       twRe(used ? kMaxPoints / 2 : 0), twIm(used ? kMaxPoints / 2 : 0),
       wide4(used ? 6 * (kMaxPoints / 8) : 0) {}
 
