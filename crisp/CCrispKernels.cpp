@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <numbers>
 
 #include "CMorvaneIsa.h"
@@ -138,22 +139,51 @@ CRISP_INLINE void Fill(float* __restrict zre, float* __restrict zim, int from, i
     }
 }
 
+typedef float Floats8 __attribute__((vector_size(32)));
+typedef int Ints8 __attribute__((vector_size(32)));
+
+// The smallest lane of v, in every lane.
+template <typename V> CRISP_INLINE V Smallest8(V v) {
+    const auto least = [](V a, V b) { return a < b ? a : b; };
+    v = least(v, __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3));
+    v = least(v, __builtin_shufflevector(v, v, 2, 3, 0, 1, 6, 7, 4, 5));
+    return least(v, __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6));
+}
+
+// The first of the lowest bins from `from` up to `until` (from < until), eight at a time while
+// they lie below `bins`: the troughs between two peaks are a few bins wide, and a scalar search
+// waits on each compare in turn.
+CRISP_INLINE int Lowest(const float* __restrict p2, int from, int until, int bins) {
+    constexpr float kAbove = std::numeric_limits<float>::infinity();
+    const Ints8 lane = {0, 1, 2, 3, 4, 5, 6, 7};
+    float lowest = kAbove;
+    int at = from;
+    int j = from;
+    for (; j < until && j + 8 <= bins; j += 8) {
+        Floats8 v;
+        std::memcpy(&v, p2 + j, sizeof v);
+        v = lane < until - j ? v : kAbove;
+        const Floats8 least = Smallest8(v);
+        if (least[0] < lowest) {
+            lowest = least[0];
+            at = j + Smallest8(v == least ? lane : 8)[0];
+        }
+    }
+    for (; j < until; ++j)
+        if (p2[j] < lowest) {
+            lowest = p2[j];
+            at = j;
+        }
+    return at;
+}
+
 CRISP_INLINE void RegionsBody(const float* __restrict p2, const int* __restrict at, int n, int bins,
                               int room, const double* __restrict zr, const double* __restrict zi,
                               float* __restrict zre, float* __restrict zim) {
     int from = 0;
     for (int i = 0; i < n; ++i) {
         const int p = at[i];
-        int to = bins;
-        if (i + 1 < n) {
-            to = p + 1;
-            float lowest = p2[to];
-            for (int j = p + 2, next = at[i + 1]; j < next; ++j)
-                if (p2[j] < lowest) {
-                    lowest = p2[j];
-                    to = j;
-                }
-        }
+        const int to = i + 1 < n ? Lowest(p2, p + 1, at[i + 1], bins) : bins;
         Fill(zre, zim, from, to, room, static_cast<float>(zr[i]), static_cast<float>(zi[i]));
         from = to;
     }
