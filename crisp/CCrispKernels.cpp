@@ -20,54 +20,48 @@ namespace {
 
 constexpr double kPi = std::numbers::pi;
 constexpr double kHalfPi = kPi / 2;
-// Adding 1.5 * 2^52 rounds a double below 2^51 to an integer, to nearest even, and leaves it in
-// the low bits of the sum.
-constexpr double kMagic = 6755399441055744.0;
-// pi / 2 in two parts, the first with 33 significant bits, so that k times it is exact.
-constexpr double kHalfPiHi = 1.5707963267341256;
-constexpr double kHalfPiLo = 6.077100506506192e-11;
-
-CRISP_INLINE double Round(double x) {
-    return (x + kMagic) - kMagic;
+// Trigonometry in single precision, for angles of a few turns (phases to about 1e-6 rad).
+CRISP_INLINE float Round(float x) {
+    return (x + 12582912.0f) - 12582912.0f; // 1.5 * 2^23: for |x| < 2^22
 }
 
-// atan(a) / a for a in [0, 1] as a polynomial in a^2 (Chebyshev fit, within 1.2e-8 rad).
-CRISP_INLINE double Atan2(double y, double x) {
-    const double ax = std::fabs(x), ay = std::fabs(y);
-    const double hi = std::max(ax, ay), lo = std::min(ax, ay);
-    const double a = lo / (hi > 0 ? hi : 1.0), t = a * a;
-    double r = 0.0028340990535335744 * t - 0.0160052252961844; // highest powers first
-    r = r * t + 0.04258803075277964;
-    r = r * t - 0.07495492400032608;
-    r = r * t + 0.10636782977434134;
-    r = r * t - 0.14202580389422537;
-    r = r * t + 0.19992485343081934;
-    r = r * t - 0.3333306692052772;
-    r = r * t + 0.9999999842747127;
+// atan(a) / a for a in [0, 1] as a polynomial in a^2 (a Chebyshev fit, within 1.2e-8 rad before
+// rounding to floats).
+CRISP_INLINE float Atan2(float y, float x) {
+    const float ax = std::fabs(x), ay = std::fabs(y);
+    const float hi = std::max(ax, ay), lo = std::min(ax, ay);
+    const float a = lo / (hi > 0 ? hi : 1.0f), t = a * a;
+    float r = 0.0028340990535335744f * t - 0.0160052252961844f;
+    r = r * t + 0.04258803075277964f;
+    r = r * t - 0.07495492400032608f;
+    r = r * t + 0.10636782977434134f;
+    r = r * t - 0.14202580389422537f;
+    r = r * t + 0.19992485343081934f;
+    r = r * t - 0.3333306692052772f;
+    r = r * t + 0.9999999842747127f;
     r *= a;
-    r = ay > ax ? kHalfPi - r : r;
-    r = x < 0 ? kPi - r : r;
+    r = ay > ax ? float(kHalfPi) - r : r;
+    r = x < 0 ? float(kPi) - r : r;
     return std::copysign(r, y);
 }
 
-// Sine and cosine near zero (|r| <= pi / 4) as polynomials in r^2 (within 5e-11).
-CRISP_INLINE void SinCos(double x, double* sine, double* cosine) {
-    const double k = Round(x * (2 / kPi));
-    // k mod 4 in doubles, exactly: no 64-bit integer compares, which SSE2 lacks
-    const double quarter = k * 0.25, near = Round(quarter);
-    const double quadrant = k - 4 * (near > quarter ? near - 1 : near);
-    const double r = (x - k * kHalfPiHi) - k * kHalfPiLo, t = r * r;
-    double s = 2.7173515612883774e-06 * t - 0.0001983920299879191;
-    s = s * t + 0.008333328785876552;
-    s = s * t - 0.16666666631643648;
-    s = s * t + 0.9999999999957703;
+// Sine and cosine near zero (|r| <= pi / 4) as polynomials in r^2.
+CRISP_INLINE void SinCos(float x, float* sine, float* cosine) {
+    const float k = Round(x * float(2 / kPi));
+    const int quadrant = static_cast<int>(k) & 3;
+    // pi / 2 in two parts, the first with 12 significant bits: k times it is exact for |k| < 4096
+    const float r = (x - k * 1.5703125f) - k * 4.8382679e-4f, t = r * r;
+    float s = 2.7173515612883774e-06f * t - 0.0001983920299879191f;
+    s = s * t + 0.008333328785876552f;
+    s = s * t - 0.16666666631643648f;
+    s = s * t + 0.9999999999957703f;
     s *= r;
-    double c = 2.437988213282474e-05 * t - 0.0013886618662613684;
-    c = c * t + 0.041666616720040434;
-    c = c * t - 0.4999999961524287;
-    c = c * t + 0.9999999999526701;
-    const bool odd = quadrant == 1 || quadrant == 3;
-    const double sv = odd ? c : s, cv = odd ? s : c;
+    float c = 2.437988213282474e-05f * t - 0.0013886618662613684f;
+    c = c * t + 0.041666616720040434f;
+    c = c * t - 0.4999999961524287f;
+    c = c * t + 0.9999999999526701f;
+    const bool odd = (quadrant & 1) != 0;
+    const float sv = odd ? c : s, cv = odd ? s : c;
     *sine = quadrant >= 2 ? -sv : sv;
     *cosine = quadrant == 1 || quadrant == 2 ? -cv : cv;
 }
@@ -207,10 +201,14 @@ CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict
                             const float* __restrict yre, const float* __restrict yim,
                             const int* __restrict at, int n, int window, int hop, int synthesis,
                             double* __restrict zre, double* __restrict zim) {
-    const double step = 2 * kPi / window, ratio = double(synthesis) / hop;
+    // A bin's own pace over a hop, 2 pi k hop / window, is taken modulo 2 pi in integers, so
+    // that what is left for the floats stays within a few turns.
+    const float step = float(2 * kPi / window), ratio = float(double(synthesis) / hop);
+    const int mask = window - 1;
     // gathered a block at a time into straight runs, which vectorise at every level
     constexpr int kBlock = 64;
-    double bins[kBlock], g[6][kBlock];
+    int bins[kBlock];
+    float g[6][kBlock];
     for (int start = 0; start < n; start += kBlock) {
         const int count = std::min(kBlock, n - start);
         for (int j = 0; j < count; ++j) {
@@ -224,25 +222,25 @@ CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict
             g[5][j] = yim[k];
         }
         for (int j = 0; j < count; ++j) {
-            const double mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], yr = g[4][j],
-                         yi = g[5][j];
-            const double m2 = mr * mr + mi * mi, y2 = yr * yr + yi * yi, q2 = qr * qr + qi * qi;
+            const float mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], yr = g[4][j],
+                        yi = g[5][j];
+            const float m2 = mr * mr + mi * mi, y2 = yr * yr + yi * yi, q2 = qr * qr + qi * qi;
             // (a partial that rises 6 dB or more since the last frame is new: it keeps its own
             // phase, as one the last frame barely held would give it a turn at random)
-            const double m = std::sqrt(m2);
-            const bool turned = (m2 > 0) & (y2 > 0) & (4 * q2 >= m * m); // (& vectorises, && not)
-            const double expected = step * bins[j] * hop;
-            const double measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-            const double deviation = measured - expected;
-            const double advance =
-                (expected + (deviation - 2 * kPi * Round(deviation * (1 / (2 * kPi))))) * ratio;
-            double s = 0, c = 0;
+            const bool turned = (m2 > 0) & (y2 > 0) & (4 * q2 >= m2); // (& vectorises, && not)
+            const float expected = step * float((bins[j] * hop) & mask);
+            const float measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+            const float deviation = measured - expected;
+            const float advance =
+                step * float((bins[j] * synthesis) & mask) +
+                (deviation - float(2 * kPi) * Round(deviation * float(1 / (2 * kPi)))) * ratio;
+            float s = 0, c = 0;
             SinCos(advance, &s, &c);
             // the last output phase, advanced, less this frame's input phase
-            const double norm = 1 / std::sqrt(turned ? m2 * y2 : 1.0);
-            const double vr = yr * c - yi * s, vi = yr * s + yi * c;
-            zre[start + j] = turned ? (vr * mr + vi * mi) * norm : 1.0;
-            zim[start + j] = turned ? (vi * mr - vr * mi) * norm : 0.0;
+            const float norm = 1 / (turned ? std::sqrt(m2) * std::sqrt(y2) : 1.0f);
+            const float vr = yr * c - yi * s, vi = yr * s + yi * c;
+            zre[start + j] = turned ? (vr * mr + vi * mi) * norm : 1.0f;
+            zim[start + j] = turned ? (vi * mr - vr * mi) * norm : 0.0f;
         }
     }
 }

@@ -344,7 +344,7 @@ TEST(CrispVocoder, AtRateOneTheInputComesBack) {
     for (size_t i = 0; i < in.size(); ++i)
         worst = std::max({worst, std::fabs(double(out.left[i]) - in.left[i]),
                           std::fabs(double(out.right[i]) - in.right[i])});
-    EXPECT_LT(worst, 1e-6); // float rounding
+    EXPECT_LT(worst, 1e-5); // float rounding, the turns' own included (-100 dB)
 }
 
 // Split at a crossover between a vocoder and one four times as long, both at rate one: the two
