@@ -37,28 +37,30 @@ void CCrispOnsets::Configure(int frame, int rate) {
         m_Fft.Prepare(frame);
         m_Long.Prepare(2 * frame);
         const int bins = frame / 2 + 1, longBins = frame + 1;
-        // One zeroed allocation for the windows and the rows of magnitudes, one for the spectra
-        // (the transform's own precision).
-        // (the rows a cache line more than a whole number of lines apart: rows a page apart, or
-        // a few bytes off it, stall each load behind the store to the row before)
+        // One allocation for the rows of magnitudes, one for the windows and the spectra (the
+        // transform's own precision). (The rows a cache line more than a whole number of lines
+        // apart: rows a page apart, or a few bytes off it, stall each load behind the store to
+        // the row before.)
         const int row = ((bins + 1 + 7) & ~7) + 8;
-        m_pStore = std::make_unique<double[]>(3 * frame + 3 * row + 2 * (longBins + 1));
+        m_pStore = std::make_unique<double[]>(3 * row + 2 * (longBins + 1));
         double* next = m_pStore.get();
         const auto take = [&](int n) { return std::exchange(next, next + n); };
-        m_pWin = take(frame);
-        m_pSpectrum = std::make_unique<float[]>(2 * bins);
-        m_pRe = m_pSpectrum.get();
-        m_pIm = m_pRe + bins;
         m_pLog = take(row);
         m_pPrev = take(row);
         m_pOlder = take(row);
-        m_pLongWin = take(2 * frame);
         m_pLongLog = take(2 * (longBins + 1));
-        m_pLongSpectrum = std::make_unique<float[]>(2 * longBins);
+        m_pFloats = std::make_unique<float[]>(3 * frame + 2 * bins + 2 * longBins);
+        float* floats = m_pFloats.get();
+        const auto takeFloats = [&](int n) { return std::exchange(floats, floats + n); };
+        m_pWin = takeFloats(frame);
+        m_pLongWin = takeFloats(2 * frame);
+        m_pRe = takeFloats(bins);
+        m_pIm = takeFloats(bins);
+        m_pLongSpectrum = takeFloats(2 * longBins);
         for (int n = 0; n < frame; ++n)
-            m_pWin[n] = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / frame);
+            m_pWin[n] = float(0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / frame));
         for (int n = 0; n < 2 * frame; ++n)
-            m_pLongWin[n] = 0.5 - 0.5 * std::cos(std::numbers::pi * n / frame);
+            m_pLongWin[n] = float(0.5 - 0.5 * std::cos(std::numbers::pi * n / frame));
     }
     // 40 Hz to 16 kHz, or Nyquist below that.
     const double binHz = double(rate) / frame;
@@ -144,7 +146,7 @@ int64_t CCrispOnsets::Analyse(const float* x) {
 bool CCrispOnsets::Holds(const float* before, const float* after) {
     const int n = 2 * m_nFrame, bins = m_nFrame + 1;
     const int low = 2 * m_nLow, high = std::min(2 * m_nHigh, m_nFrame - 1), bass = 2 * m_nBass;
-    float* re = m_pLongSpectrum.get();
+    float* re = m_pLongSpectrum;
     double* logs[2] = {m_pLongLog, m_pLongLog + bins + 1};
     const float* frames[2] = {before, after};
     for (int f = 0; f < 2; ++f) {
