@@ -108,9 +108,14 @@ CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int nar
             flag[k - start] =
                 (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < narrow) | wide);
         }
-        for (int k = start; k < end; ++k) {
-            found[count] = k;
-            count += flag[k - start];
+        // eight flags a word: most words hold no peak, and the rest one or two
+        const int n = end - start;
+        std::fill(flag + n, flag + ((n + 7) & ~7), 0);
+        for (int j = 0; j < n; j += 8) {
+            uint64_t word;
+            std::memcpy(&word, flag + j, sizeof word);
+            for (; word != 0; word &= word - 1)
+                found[count++] = start + j + std::countr_zero(word) / 8;
         }
     }
     return count;
