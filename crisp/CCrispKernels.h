@@ -5,8 +5,7 @@
 // only additions, multiplications, divisions and square roots, never contracted, in the same
 // order on every path: each gives the same bits at every level.
 //
-// The trigonometry and logarithm are polynomials: atan2, sine and cosine in single precision, the
-// logarithm in double within 1e-10.
+// The trigonometry and logarithm are polynomials, in single precision.
 class CCrispKernels {
 public:
     // Whether every one of n samples is zero (of either sign).
@@ -53,8 +52,7 @@ public:
     // of (j0 + i) / 4 (j0 < 4). Summed in the order of k, per output, as a plain loop would.
     static void Upsample(const double* phase, int taps, const float* x, int j0, int n, float* out);
 
-    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out, in double
-    // precision.
+    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out (within 2e-7).
     static void LogMagnitudes(const float* re, const float* im, int from, int to, double norm,
                               double compress, double* out);
 };
