@@ -169,11 +169,15 @@ void CCrispVocoder::Lock(int hop, double align) {
                 const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
                 w = (expected + PrincipalArgument(measured - expected)) / hop / m_dJoinDown;
             }
-            const double target = std::atan2(double(o->m_pOutIm[kj]), double(o->m_pOutRe[kj])) +
-                                  std::numbers::pi * double(kj) + w * m_dJoinShift;
-            const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
-            zr = std::cos(turn);
-            zi = std::sin(turn);
+            // the turn from this bin's phase to the other's, moved on by w over the shift and
+            // by half a turn for each bin between them (the two frames' centres): as a product
+            // of unit numbers rather than of angles, which would take three arctangents
+            const double orr = o->m_pOutRe[kj], oi = o->m_pOutIm[kj];
+            const double scale = ((kj - p) % 2 ? -1 : 1) / (std::sqrt(orr * orr + oi * oi) * m);
+            const double dr = (orr * mr + oi * mi) * scale, di = (oi * mr - orr * mi) * scale;
+            const double c = std::cos(w * m_dJoinShift), s = std::sin(w * m_dJoinShift);
+            zr = dr * c - di * s;
+            zi = dr * s + di * c;
         } else if (!dense && m > 0) {
             double w = step * p;
             if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
