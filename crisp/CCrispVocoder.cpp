@@ -160,6 +160,8 @@ void CCrispVocoder::Lock(int hop, double align) {
         const CCrispVocoder* o = m_pJoin;
         const double wj = step * p / m_dJoinDown;
         const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
+        if (dense && kj >= o->m_nActive)
+            break; // (the other holds nothing from there up, and the peaks only rise)
         if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
             (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
             // the other's partial at its frame's centre, moved on to this one's
