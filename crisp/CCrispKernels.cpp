@@ -147,16 +147,17 @@ template <typename V> CRISP_INLINE V Smallest8(V v) {
     return least(v, __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6));
 }
 
-// The first of the lowest bins from `from` up to `until` (from < until), eight at a time while
-// they lie below `bins`: the troughs between two peaks are a few bins wide, and a scalar search
-// waits on each compare in turn.
+// The first of the lowest bins from `from` up to `until` (from < until); with kWide eight at a
+// time while they lie below `bins`: the troughs between two peaks are a few bins wide, and a
+// scalar search waits on each compare in turn (the baseline has no cheap minimum of integers).
+template <bool kWide>
 CRISP_INLINE int Lowest(const float* __restrict p2, int from, int until, int bins) {
     constexpr float kAbove = std::numeric_limits<float>::infinity();
     const Ints8 lane = {0, 1, 2, 3, 4, 5, 6, 7};
     float lowest = kAbove;
     int at = from;
     int j = from;
-    for (; j < until && j + 8 <= bins; j += 8) {
+    for (; kWide && j < until && j + 8 <= bins; j += 8) {
         Floats8 v;
         std::memcpy(&v, p2 + j, sizeof v);
         v = lane < until - j ? v : kAbove;
@@ -174,13 +175,14 @@ CRISP_INLINE int Lowest(const float* __restrict p2, int from, int until, int bin
     return at;
 }
 
+template <bool kWide>
 CRISP_INLINE void RegionsBody(const float* __restrict p2, const int* __restrict at, int n, int bins,
                               int room, const double* __restrict zr, const double* __restrict zi,
                               float* __restrict zre, float* __restrict zim) {
     int from = 0;
     for (int i = 0; i < n; ++i) {
         const int p = at[i];
-        const int to = i + 1 < n ? Lowest(p2, p + 1, at[i + 1], bins) : bins;
+        const int to = i + 1 < n ? Lowest<kWide>(p2, p + 1, at[i + 1], bins) : bins;
         Fill(zre, zim, from, to, room, static_cast<float>(zr[i]), static_cast<float>(zi[i]));
         from = to;
     }
@@ -348,16 +350,17 @@ CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const f
     }
 }
 
-// One function per level for each kernel, and a dispatcher that picks one.
-#define CRISP_KERNEL(name, params, args)                                                           \
+// One function per level for each kernel, and a dispatcher that picks one: wide is the body the
+// vector levels run, plain the baseline's.
+#define CRISP_KERNEL_OF(name, wide, plain, params, args)                                           \
     CRISP_AVX512 void name##512 params {                                                           \
-        name##Body args;                                                                           \
+        wide args;                                                                                 \
     }                                                                                              \
     CRISP_AVX2 void name##256 params {                                                             \
-        name##Body args;                                                                           \
+        wide args;                                                                                 \
     }                                                                                              \
     void name##Plain params {                                                                      \
-        name##Body args;                                                                           \
+        plain args;                                                                                \
     }                                                                                              \
     void name##Any params {                                                                        \
         static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();                           \
@@ -368,6 +371,7 @@ CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const f
         else                                                                                       \
             name##Plain args;                                                                      \
     }
+#define CRISP_KERNEL(name, params, args) CRISP_KERNEL_OF(name, name##Body, name##Body, params, args)
 
 CRISP_KERNEL(Mix,
              (const float* lre, const float* lim, const float* rre, const float* rim, float* mre,
@@ -382,10 +386,10 @@ CRISP_KERNEL(Apply,
              (const float* zre, const float* zim, const float* mre, const float* mim, float* yre,
               float* yim, float* lre, float* lim, float* rre, float* rim, int n),
              (zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n))
-CRISP_KERNEL(Regions,
-             (const float* p2, const int* at, int n, int bins, int room, const double* zr,
-              const double* zi, float* zre, float* zim),
-             (p2, at, n, bins, room, zr, zi, zre, zim))
+CRISP_KERNEL_OF(Regions, RegionsBody<true>, RegionsBody<false>,
+                (const float* p2, const int* at, int n, int bins, int room, const double* zr,
+                 const double* zi, float* zre, float* zim),
+                (p2, at, n, bins, room, zr, zi, zre, zim))
 CRISP_KERNEL(Decimate, (const double* taps, int n, const float* x, int step, int count, float* out),
              (taps, n, x, step, count, out))
 CRISP_KERNEL(LogMagnitudes,
