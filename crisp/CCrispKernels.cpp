@@ -92,6 +92,19 @@ CRISP_INLINE bool SilentBody(const float* __restrict x, int n) {
     return bits == 0;
 }
 
+// For each byte, the places of its set bits in order, and how many.
+struct SetBits {
+    unsigned char at[256][8] = {};
+    unsigned char count[256] = {};
+    constexpr SetBits() {
+        for (int m = 0; m < 256; ++m)
+            for (int b = 0; b < 8; ++b)
+                if (m >> b & 1)
+                    at[m][count[m]++] = static_cast<unsigned char>(b);
+    }
+};
+constexpr SetBits kSetBits;
+
 // Flags in vectorised runs, then their bins gathered without branches.
 CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int narrow, float floor,
                            int* __restrict found) {
@@ -106,14 +119,17 @@ CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int nar
             flag[k - start] =
                 (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < narrow) | wide);
         }
-        // eight flags a word: most words hold no peak, and the rest one or two
+        // eight flags a byte of a mask, whose set bits a table lists: no branch, and no chain
+        // of one addition a bin
         const int n = end - start;
         std::fill(flag + n, flag + ((n + 7) & ~7), 0);
         for (int j = 0; j < n; j += 8) {
             uint64_t word;
             std::memcpy(&word, flag + j, sizeof word);
-            for (; word != 0; word &= word - 1)
-                found[count++] = start + j + std::countr_zero(word) / 8;
+            const unsigned mask = unsigned((word * 0x0102040810204080ull) >> 56);
+            for (int t = 0; t < 8; ++t)
+                found[count + t] = start + j + kSetBits.at[mask][t];
+            count += kSetBits.count[mask];
         }
     }
     return count;

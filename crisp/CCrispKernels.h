@@ -13,7 +13,8 @@ public:
 
     // The peaks among bins from to to - 1 (each with two neighbours either side) into found, in
     // order; returns their count. A peak is above floor, above the bin below and not below the
-    // bin above, and, from bin narrow on, the same against the bins two away.
+    // bin above, and, from bin narrow on, the same against the bins two away. found has room for
+    // eight more than the peaks.
     static int Peaks(const float* power, int from, int to, int narrow, float floor, int* found);
 
     // The sum of two channels' spectra and its power, over n bins.

@@ -47,7 +47,7 @@ void CCrispVocoder::Configure(int window) {
         acc = std::exchange(spectrum, spectrum + 2 * window + 8);
     for (float** p : spectra)
         *p = std::exchange(spectrum, spectrum + stride);
-    m_pPeaks = std::make_unique<int[]>(m_nBins);
+    m_pPeaks = std::make_unique<int[]>(m_nBins + 8); // (the peak finder writes ahead)
     // Periodic Hann on both sides; at a quarter-window hop the squares add up to 1.5, which the
     // synthesis side divides out.
     for (int n = 0; n < window; ++n)
