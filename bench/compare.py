@@ -248,17 +248,21 @@ SIMD_LEVELS = ["avx512", "avx2", "baseline"]
 
 
 def simd_paths(tools, path, runs, work):
-    """Morvane's CPU time on path at each instruction set (MORVANE_SIMD), against soundstretch's
-    in the same runs, pair by pair: setting -> level -> median ratio soundstretch / Morvane."""
-    mv, ss = dict(tools)["Morvane"], dict(tools)["soundstretch"]
+    """Each Morvane engine's CPU time on path at each instruction set (MORVANE_SIMD), against
+    soundstretch's in the same runs, pair by pair:
+    engine -> setting -> level -> median ratio soundstretch / Morvane."""
+    ss = dict(tools)["soundstretch"]
     out = os.path.join(work, "simd.wav")
     ratios = {}
-    for label, T, c in SETTINGS:
-        for level in SIMD_LEVELS:
-            env = dict(os.environ, MORVANE_SIMD=level)
-            pairs = [cpu_seconds(ss(path, out, T, c)) / cpu_seconds(mv(path, out, T, c), env)
-                     for _ in range(runs)]
-            ratios.setdefault(label, {})[level] = statistics.median(pairs)
+    for engine in ("Morvane", "Morvane crisp"):
+        mv = dict(tools)[engine]
+        for label, T, c in SETTINGS:
+            for level in SIMD_LEVELS:
+                env = dict(os.environ, MORVANE_SIMD=level)
+                pairs = [cpu_seconds(ss(path, out, T, c)) / cpu_seconds(mv(path, out, T, c), env)
+                         for _ in range(runs)]
+                ratios.setdefault(engine, {}).setdefault(label, {})[level] = \
+                    statistics.median(pairs)
     return ratios
 
 
@@ -599,12 +603,15 @@ def main():
                 f"{fmt(tone.get('tone_lsd'))} | {fmt(ck.get('click_lsd'))} | {prs[0]} | {prs[1]} |")
         lines.append("")
     lines += ["## Each instruction set (full mix)", "",
-              "soundstretch's CPU time over Morvane's (splice engine), pair by pair in the same "
+              "soundstretch's CPU time over each Morvane engine's, pair by pair in the same "
               f"runs, median of {args.runs}, with `MORVANE_SIMD` capping Morvane's kernels; above "
               "1: Morvane is faster. A level the processor lacks runs the next one down.", "",
-              "| setting | " + " | ".join(SIMD_LEVELS) + " |",
-              "|---|" + "---:|" * len(SIMD_LEVELS)]
-    lines += [f"| {label} | " + " | ".join(f"{simd[label][lv]:.2f}" for lv in SIMD_LEVELS) + " |"
+              "| setting | " + " | ".join(f"splice {lv}" for lv in SIMD_LEVELS) + " | "
+              + " | ".join(f"crisp {lv}" for lv in SIMD_LEVELS) + " |",
+              "|---|" + "---:|" * (2 * len(SIMD_LEVELS))]
+    lines += [f"| {label} | " + " | ".join(f"{simd[engine][label][lv]:.2f}"
+                                         for engine in ("Morvane", "Morvane crisp")
+                                         for lv in SIMD_LEVELS) + " |"
               for label, _, _ in SETTINGS]
     lines += ["", "## Short files", "",
               "100 one-second clips of the full mix: CPU milliseconds per file, median over the "

@@ -59,20 +59,20 @@ int64_t FloorDiv(int64_t a, int64_t b) {
     return a >= 0 ? a / b : -((-a + b - 1) / b);
 }
 
-// n frames from at of a ring of size (a power of two) that has taken held frames, both
-// channels: where they lie when held whole and in one run, else copied into room with zeros
-// for what it no longer or not yet holds.
-void ReadRing(float* const ring[2], int64_t size, int64_t held, int64_t at, int n,
+// n frames from at of a ring of size (a power of two) that has taken held frames, of the first
+// `channels` channels: where they lie when held whole and in one run, else copied into room
+// with zeros for what it no longer or not yet holds.
+void ReadRing(float* const ring[2], int channels, int64_t size, int64_t held, int64_t at, int n,
               float* const room[2], const float** frame) {
     const int64_t start = at & (size - 1), oldest = std::max<int64_t>(0, held - size);
     if (at >= oldest && at + n <= held && start + n <= size) {
-        frame[0] = ring[0] + start;
-        frame[1] = ring[1] + start;
+        for (int c = 0; c < channels; ++c)
+            frame[c] = ring[c] + start;
         return;
     }
     const int64_t from = std::clamp<int64_t>(at, oldest, at + n);
     const int64_t until = std::clamp<int64_t>(held, from, at + n);
-    for (int c = 0; c < 2; ++c) {
+    for (int c = 0; c < channels; ++c) {
         float* to = room[c];
         frame[c] = to;
         std::fill(to, to + (from - at), 0.0f);
@@ -115,6 +115,11 @@ void CCrisp::SetLowSound(float v) {
     // Only -1.0 turns the option off; 0.0 and 1.0 both leave it on, as in the splice engine.
     // The onset search runs ahead of the frames, so a change waits for the next job.
     m_bOnsetsNext = static_cast<double>(v) + 1.0 != 0;
+}
+
+void CCrisp::SetMono(bool mono) {
+    std::lock_guard lock(m_cs);
+    m_bMonoNext = mono;
 }
 
 bool CCrisp::TakeOver() {
@@ -190,7 +195,7 @@ void CCrisp::Size() {
     const int hop = m_Vocoder.Hop();
     m_nStretchRoom = 2 * kHistory + hop;
     // One zeroed allocation, in the order of the members that view it.
-    m_pStore = Zeroed<float>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) + 2 * window +
+    m_pStore = Zeroed<float>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) + 3 * window +
                              2L * m_nStretchRoom);
     float* next = m_pStore.get();
     const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
@@ -203,12 +208,14 @@ void CCrisp::Size() {
     }
     m_pMono = take(window);
     m_pLongBefore = take(window);
+    m_pSilence = take(window);
     m_pStretch = take(2L * m_nStretchRoom);
     m_bSized = true;
 }
 
 void CCrisp::StartToProcess() {
     std::lock_guard lock(m_cs);
+    m_bMono = std::exchange(m_bMonoNext, false); // for this job only
     Restart();
     if (m_bRestartDue)
         Rebuild(); // here, so that processing never allocates
@@ -300,14 +307,19 @@ void CCrisp::ApplyRates() {
 }
 
 void CCrisp::Gather(int64_t at, int n, const float** frame) const {
-    ReadRing(m_pRing, m_nRingSize, m_nIn, at, n, m_pFrame, frame);
+    ReadRing(m_pRing, m_bMono ? 1 : 2, m_nRingSize, m_nIn, at, n, m_pFrame, frame);
+    if (m_bMono)
+        frame[1] = m_pSilence; // (silent: the vocoders skip its transforms)
 }
 
 const float* CCrisp::GatherMono(int64_t at, int n) {
     const float* frame[2] = {};
     Gather(at, n, frame);
-    for (int i = 0; i < n; ++i)
-        m_pMono[i] = 0.5f * (frame[0][i] + frame[1][i]);
+    if (m_bMono) // (the mean of two of the same)
+        std::copy(frame[0], frame[0] + n, m_pMono);
+    else
+        for (int i = 0; i < n; ++i)
+            m_pMono[i] = 0.5f * (frame[0][i] + frame[1][i]);
     return m_pMono;
 }
 
@@ -530,7 +542,9 @@ bool CCrisp::NextFrame(float** out, int* produced) {
 }
 
 void CCrisp::GatherDown(int64_t at, const float** frame) {
-    ReadRing(m_pDown, m_nDownRing, m_nDown, at, m_Low.Window(), m_pFrame, frame);
+    ReadRing(m_pDown, m_bMono ? 1 : 2, m_nDownRing, m_nDown, at, m_Low.Window(), m_pFrame, frame);
+    if (m_bMono)
+        frame[1] = m_pSilence;
 }
 
 // The low band's quarter-rate output, back at the full rate, added to the hop from `from`.
@@ -538,7 +552,8 @@ void CCrisp::AddLow(int64_t from, int n) {
     // the quarter-rate samples that reach the hop, in a straight run (the frame's room is free)
     const int64_t first = FloorDiv(from - kReach, kDown);
     const int count = static_cast<int>(FloorDiv(from + n - 1 + kReach, kDown) - first + 1);
-    for (int ch = 0; ch < 2; ++ch)
+    const int channels = m_bMono ? 1 : 2;
+    for (int ch = 0; ch < channels; ++ch)
         for (int k = 0; k < count; ++k)
             m_pFrame[ch][k] = m_pLowOut[ch][(first + k) & (m_nLowRing - 1)];
     // output i: phase (from + i + kReach) mod kDown, from quarter-rate sample (...) / kDown
@@ -546,11 +561,12 @@ void CCrisp::AddLow(int64_t from, int n) {
     const int64_t top = FloorDiv(from + kReach, kDown);
     const float* run[2] = {m_pFrame[0] + (top - first), m_pFrame[1] + (top - first)};
     CCrispKernels::Upsample(&m_fPhase[0][0], kPhaseTaps, run,
-                            static_cast<int>(from + kReach - kDown * top), n, m_pHop, 2);
+                            static_cast<int>(from + kReach - kDown * top), n, m_pHop, channels);
 }
 
 // The input at a quarter of the rate, as far as it can be filtered (all of it at the end).
 void CCrisp::Decimate() {
+    const int channels = m_bMono ? 1 : 2;
     for (;;) {
         const int64_t t = kDown * m_nDown, lo = t - kReach;
         if (m_bFinal ? lo >= m_nIn : t + kReach >= m_nIn)
@@ -565,28 +581,30 @@ void CCrisp::Decimate() {
                           (m_nRingSize - 1 - 2 * kReach - at) / kDown + 1, m_nDownRing - to});
             const float* in[2] = {m_pRing[0] + at, m_pRing[1] + at};
             float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
-            CCrispKernels::Decimate(m_fTaps, kReach, in, static_cast<int>(count), down, 2);
+            CCrispKernels::Decimate(m_fTaps, kReach, in, static_cast<int>(count), down, channels);
             m_nDown += count;
             continue;
         }
         // at the ends and where the ring wraps: the same filter on a copy, zeros outside the input
         float run[2][2 * kReach + 1];
-        for (int ch = 0; ch < 2; ++ch)
+        for (int ch = 0; ch < channels; ++ch)
             for (int i = -kReach; i <= kReach; ++i)
                 run[ch][i + kReach] =
                     t + i >= 0 && t + i < m_nIn ? m_pRing[ch][(t + i) & (m_nRingSize - 1)] : 0.0f;
         const float* in[2] = {run[0], run[1]};
         float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
-        CCrispKernels::Decimate(m_fTaps, kReach, in, 1, down, 2);
+        CCrispKernels::Decimate(m_fTaps, kReach, in, 1, down, channels);
         ++m_nDown;
     }
 }
 
 void CCrisp::Emit(float** out, int* produced, const float* left, const float* right, int n) {
     float* l = m_pStretch + kHistory;
-    float* r = l + m_nStretchRoom;
+    // (a mono job's right is its left, read through the same filter)
+    float* r = m_bMono ? l : l + m_nStretchRoom;
     std::copy(left, left + n, l);
-    std::copy(right, right + n, r);
+    if (!m_bMono)
+        std::copy(right, right + n, r);
     float* dest[2] = {out[0] + *produced, out[1] + *produced};
     int k = m_Resample.Read(dest, l, r, n, &m_bOver);
     // Frames past the job's length are dropped.
@@ -595,7 +613,8 @@ void CCrisp::Emit(float** out, int* produced, const float* left, const float* ri
     *produced += k;
     m_nOut += k;
     std::memmove(l - kHistory, l - kHistory + n, sizeof(float) * kHistory);
-    std::memmove(r - kHistory, r - kHistory + n, sizeof(float) * kHistory);
+    if (!m_bMono)
+        std::memmove(r - kHistory, r - kHistory + n, sizeof(float) * kHistory);
 }
 
 void CCrisp::Finish(float** out, int* produced) {
@@ -621,7 +640,7 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
     ApplyRates();
     if (!m_bActive || (m_dTime == 1.0 && m_dPitch == 1.0)) {
         SampleClean::CleanCopy(in[0], out[0], count);
-        SampleClean::CleanCopy(in[1], out[1], count);
+        SampleClean::CleanCopy(in[m_bMono ? 0 : 1], out[1], count);
         return count;
     }
     int produced = 0;
@@ -633,7 +652,7 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
         if (!m_bFinal) {
             const int64_t space = m_nRingSize - (m_nIn - m_nKeepFrom);
             accepted = static_cast<int>(std::min<int64_t>(space, count - taken));
-            for (int c = 0; c < 2; ++c) {
+            for (int c = 0; c < (m_bMono ? 1 : 2); ++c) {
                 int64_t f = m_nIn;
                 int done = 0;
                 while (done < accepted) {

@@ -38,6 +38,10 @@ public:
     void StartToProcess();
     void SetActive(bool on);
     void SetLowSound(float v); // only -1 turns it off, as in the splice engine; at the next job
+    // Whether the next job's two inputs are one and the same (a mono recording): its work is
+    // then done once, on the left, whose output the right copies, and the right input is not
+    // read. The output is the same, to the bit, as for the two identical inputs.
+    void SetMono(bool mono);
     // Whether some output went above full scale since the last call.
     bool TakeOver();
 
@@ -88,6 +92,8 @@ private:
     bool m_bActive = true;
     bool m_bOnsets = true;     // in force
     bool m_bOnsetsNext = true; // asked for
+    bool m_bMono = false;      // in force: the right channel is the left
+    bool m_bMonoNext = false;  // asked for
     bool m_bOver = false;
     bool m_bSized = false;      // the buffers and stages fit m_nRate
     bool m_bRestartDue = false; // a restart waits for the buffers
@@ -103,6 +109,7 @@ private:
     float* m_pFrame[2] = {};        // one window per channel (the longer of the two)
     float* m_pMono = nullptr;       // one detector frame (or a long one) ...
     float* m_pLongBefore = nullptr; // ... and another long one
+    float* m_pSilence = nullptr;    // a frame of zeros: the right channel's in a mono job
 
     // frames
     int64_t m_nFrame = 0;       // synthesis frames made

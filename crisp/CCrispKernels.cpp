@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <numbers>
 
 #include "CMorvaneIsa.h"
@@ -19,72 +20,64 @@ namespace {
 
 constexpr double kPi = std::numbers::pi;
 constexpr double kHalfPi = kPi / 2;
-// Adding 1.5 * 2^52 rounds a double below 2^51 to an integer, to nearest even, and leaves it in
-// the low bits of the sum.
-constexpr double kMagic = 6755399441055744.0;
-// pi / 2 in two parts, the first with 33 significant bits, so that k times it is exact.
-constexpr double kHalfPiHi = 1.5707963267341256;
-constexpr double kHalfPiLo = 6.077100506506192e-11;
-
-CRISP_INLINE double Round(double x) {
-    return (x + kMagic) - kMagic;
+// Trigonometry in single precision, for angles of a few turns (phases to about 1e-6 rad).
+CRISP_INLINE float Round(float x) {
+    return (x + 12582912.0f) - 12582912.0f; // 1.5 * 2^23: for |x| < 2^22
 }
 
-// atan(a) / a for a in [0, 1] as a polynomial in a^2 (Chebyshev fit, within 1.2e-8 rad).
-CRISP_INLINE double Atan2(double y, double x) {
-    const double ax = std::fabs(x), ay = std::fabs(y);
-    const double hi = std::max(ax, ay), lo = std::min(ax, ay);
-    const double a = lo / (hi > 0 ? hi : 1.0), t = a * a;
-    double r = 0.0028340990535335744 * t - 0.0160052252961844; // highest powers first
-    r = r * t + 0.04258803075277964;
-    r = r * t - 0.07495492400032608;
-    r = r * t + 0.10636782977434134;
-    r = r * t - 0.14202580389422537;
-    r = r * t + 0.19992485343081934;
-    r = r * t - 0.3333306692052772;
-    r = r * t + 0.9999999842747127;
+// atan(a) / a for a in [0, 1] as a polynomial in a^2 (a Chebyshev fit, within 1.2e-8 rad before
+// rounding to floats).
+CRISP_INLINE float Atan2(float y, float x) {
+    const float ax = std::fabs(x), ay = std::fabs(y);
+    const float hi = std::max(ax, ay), lo = std::min(ax, ay);
+    const float a = lo / (hi > 0 ? hi : 1.0f), t = a * a;
+    float r = 0.0028340990535335744f * t - 0.0160052252961844f;
+    r = r * t + 0.04258803075277964f;
+    r = r * t - 0.07495492400032608f;
+    r = r * t + 0.10636782977434134f;
+    r = r * t - 0.14202580389422537f;
+    r = r * t + 0.19992485343081934f;
+    r = r * t - 0.3333306692052772f;
+    r = r * t + 0.9999999842747127f;
     r *= a;
-    r = ay > ax ? kHalfPi - r : r;
-    r = x < 0 ? kPi - r : r;
+    r = ay > ax ? float(kHalfPi) - r : r;
+    r = x < 0 ? float(kPi) - r : r;
     return std::copysign(r, y);
 }
 
-// Sine and cosine near zero (|r| <= pi / 4) as polynomials in r^2 (within 5e-11).
-CRISP_INLINE void SinCos(double x, double* sine, double* cosine) {
-    const double k = Round(x * (2 / kPi));
-    // k mod 4 in doubles, exactly: no 64-bit integer compares, which SSE2 lacks
-    const double quarter = k * 0.25, near = Round(quarter);
-    const double quadrant = k - 4 * (near > quarter ? near - 1 : near);
-    const double r = (x - k * kHalfPiHi) - k * kHalfPiLo, t = r * r;
-    double s = 2.7173515612883774e-06 * t - 0.0001983920299879191;
-    s = s * t + 0.008333328785876552;
-    s = s * t - 0.16666666631643648;
-    s = s * t + 0.9999999999957703;
+// Sine and cosine near zero (|r| <= pi / 4) as polynomials in r^2.
+CRISP_INLINE void SinCos(float x, float* sine, float* cosine) {
+    const float k = Round(x * float(2 / kPi));
+    const int quadrant = static_cast<int>(k) & 3;
+    // pi / 2 in two parts, the first with 12 significant bits: k times it is exact for |k| < 4096
+    const float r = (x - k * 1.5703125f) - k * 4.8382679e-4f, t = r * r;
+    float s = 2.7173515612883774e-06f * t - 0.0001983920299879191f;
+    s = s * t + 0.008333328785876552f;
+    s = s * t - 0.16666666631643648f;
+    s = s * t + 0.9999999999957703f;
     s *= r;
-    double c = 2.437988213282474e-05 * t - 0.0013886618662613684;
-    c = c * t + 0.041666616720040434;
-    c = c * t - 0.4999999961524287;
-    c = c * t + 0.9999999999526701;
-    const bool odd = quadrant == 1 || quadrant == 3;
-    const double sv = odd ? c : s, cv = odd ? s : c;
+    float c = 2.437988213282474e-05f * t - 0.0013886618662613684f;
+    c = c * t + 0.041666616720040434f;
+    c = c * t - 0.4999999961524287f;
+    c = c * t + 0.9999999999526701f;
+    const bool odd = (quadrant & 1) != 0;
+    const float sv = odd ? c : s, cv = odd ? s : c;
     *sine = quadrant >= 2 ? -sv : sv;
     *cosine = quadrant == 1 || quadrant == 2 ? -cv : cv;
 }
 
 // log(v) for v >= 1: v = 2^e f with f in [sqrt(1/2), sqrt(2)), log f = 2 atanh((f - 1) / (f + 1))
-// as a series (within 1e-10).
-CRISP_INLINE double Log(double v) {
-    constexpr uint64_t kSqrtHalf = 0x3FE6A09E667F3BCDull;
-    const uint64_t bits = std::bit_cast<uint64_t>(v);
-    const uint64_t e = (bits - kSqrtHalf) >> 52;
-    const double f = std::bit_cast<double>(bits - (e << 52));
-    const double power = std::bit_cast<double>(e | 0x4330000000000000ull) - 4503599627370496.0;
-    const double s = (f - 1) / (f + 1), t = s * s;
-    double p = t * (1.0 / 11) + 1.0 / 9;
-    p = p * t + 1.0 / 7;
-    p = p * t + 1.0 / 5;
-    p = p * t + 1.0 / 3;
-    return power * std::numbers::ln2 + (2 * s + 2 * s * t * p);
+// as a series, in single precision (within 2e-7 of log v).
+CRISP_INLINE float Log(float v) {
+    constexpr uint32_t kSqrtHalf = 0x3F3504F3u;
+    const uint32_t bits = std::bit_cast<uint32_t>(v);
+    const uint32_t e = (bits - kSqrtHalf) >> 23;
+    const float f = std::bit_cast<float>(bits - (e << 23));
+    const float s = (f - 1) / (f + 1), t = s * s;
+    float p = t * (1.0f / 9) + 1.0f / 7;
+    p = p * t + 1.0f / 5;
+    p = p * t + 1.0f / 3;
+    return float(int(e)) * std::numbers::ln2_v<float> + (2 * s + 2 * s * t * p);
 }
 
 CRISP_INLINE bool SilentBody(const float* __restrict x, int n) {
@@ -98,6 +91,19 @@ CRISP_INLINE bool SilentBody(const float* __restrict x, int n) {
         bits |= std::bit_cast<uint32_t>(x[i]) & 0x7fffffffu;
     return bits == 0;
 }
+
+// For each byte, the places of its set bits in order, and how many.
+struct SetBits {
+    unsigned char at[256][8] = {};
+    unsigned char count[256] = {};
+    constexpr SetBits() {
+        for (int m = 0; m < 256; ++m)
+            for (int b = 0; b < 8; ++b)
+                if (m >> b & 1)
+                    at[m][count[m]++] = static_cast<unsigned char>(b);
+    }
+};
+constexpr SetBits kSetBits;
 
 // Flags in vectorised runs, then their bins gathered without branches.
 CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int narrow, float floor,
@@ -113,9 +119,17 @@ CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int nar
             flag[k - start] =
                 (v > floor) & (v > p2[k - 1]) & (v >= p2[k + 1]) & ((k < narrow) | wide);
         }
-        for (int k = start; k < end; ++k) {
-            found[count] = k;
-            count += flag[k - start];
+        // eight flags a byte of a mask, whose set bits a table lists: no branch, and no chain
+        // of one addition a bin
+        const int n = end - start;
+        std::fill(flag + n, flag + ((n + 7) & ~7), 0);
+        for (int j = 0; j < n; j += 8) {
+            uint64_t word;
+            std::memcpy(&word, flag + j, sizeof word);
+            const unsigned mask = unsigned((word * 0x0102040810204080ull) >> 56);
+            for (int t = 0; t < 8; ++t)
+                found[count + t] = start + j + kSetBits.at[mask][t];
+            count += kSetBits.count[mask];
         }
     }
     return count;
@@ -138,22 +152,53 @@ CRISP_INLINE void Fill(float* __restrict zre, float* __restrict zim, int from, i
     }
 }
 
+typedef float Floats8 __attribute__((vector_size(32)));
+typedef int Ints8 __attribute__((vector_size(32)));
+
+// The smallest lane of v, in every lane.
+template <typename V> CRISP_INLINE V Smallest8(V v) {
+    const auto least = [](V a, V b) { return a < b ? a : b; };
+    v = least(v, __builtin_shufflevector(v, v, 4, 5, 6, 7, 0, 1, 2, 3));
+    v = least(v, __builtin_shufflevector(v, v, 2, 3, 0, 1, 6, 7, 4, 5));
+    return least(v, __builtin_shufflevector(v, v, 1, 0, 3, 2, 5, 4, 7, 6));
+}
+
+// The first of the lowest bins from `from` up to `until` (from < until); with kWide eight at a
+// time while they lie below `bins`: the troughs between two peaks are a few bins wide, and a
+// scalar search waits on each compare in turn (the baseline has no cheap minimum of integers).
+template <bool kWide>
+CRISP_INLINE int Lowest(const float* __restrict p2, int from, int until, int bins) {
+    constexpr float kAbove = std::numeric_limits<float>::infinity();
+    const Ints8 lane = {0, 1, 2, 3, 4, 5, 6, 7};
+    float lowest = kAbove;
+    int at = from;
+    int j = from;
+    for (; kWide && j < until && j + 8 <= bins; j += 8) {
+        Floats8 v;
+        std::memcpy(&v, p2 + j, sizeof v);
+        v = lane < until - j ? v : kAbove;
+        const Floats8 least = Smallest8(v);
+        if (least[0] < lowest) {
+            lowest = least[0];
+            at = j + Smallest8(v == least ? lane : 8)[0];
+        }
+    }
+    for (; j < until; ++j)
+        if (p2[j] < lowest) {
+            lowest = p2[j];
+            at = j;
+        }
+    return at;
+}
+
+template <bool kWide>
 CRISP_INLINE void RegionsBody(const float* __restrict p2, const int* __restrict at, int n, int bins,
                               int room, const double* __restrict zr, const double* __restrict zi,
                               float* __restrict zre, float* __restrict zim) {
     int from = 0;
     for (int i = 0; i < n; ++i) {
         const int p = at[i];
-        int to = bins;
-        if (i + 1 < n) {
-            to = p + 1;
-            float lowest = p2[to];
-            for (int j = p + 2, next = at[i + 1]; j < next; ++j)
-                if (p2[j] < lowest) {
-                    lowest = p2[j];
-                    to = j;
-                }
-        }
+        const int to = i + 1 < n ? Lowest<kWide>(p2, p + 1, at[i + 1], bins) : bins;
         Fill(zre, zim, from, to, room, static_cast<float>(zr[i]), static_cast<float>(zi[i]));
         from = to;
     }
@@ -177,10 +222,14 @@ CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict
                             const float* __restrict yre, const float* __restrict yim,
                             const int* __restrict at, int n, int window, int hop, int synthesis,
                             double* __restrict zre, double* __restrict zim) {
-    const double step = 2 * kPi / window, ratio = double(synthesis) / hop;
+    // A bin's own pace over a hop, 2 pi k hop / window, is taken modulo 2 pi in integers, so
+    // that what is left for the floats stays within a few turns.
+    const float step = float(2 * kPi / window), ratio = float(double(synthesis) / hop);
+    const int mask = window - 1;
     // gathered a block at a time into straight runs, which vectorise at every level
     constexpr int kBlock = 64;
-    double bins[kBlock], g[6][kBlock];
+    int bins[kBlock];
+    float g[6][kBlock];
     for (int start = 0; start < n; start += kBlock) {
         const int count = std::min(kBlock, n - start);
         for (int j = 0; j < count; ++j) {
@@ -194,25 +243,25 @@ CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict
             g[5][j] = yim[k];
         }
         for (int j = 0; j < count; ++j) {
-            const double mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], yr = g[4][j],
-                         yi = g[5][j];
-            const double m2 = mr * mr + mi * mi, y2 = yr * yr + yi * yi, q2 = qr * qr + qi * qi;
+            const float mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], yr = g[4][j],
+                        yi = g[5][j];
+            const float m2 = mr * mr + mi * mi, y2 = yr * yr + yi * yi, q2 = qr * qr + qi * qi;
             // (a partial that rises 6 dB or more since the last frame is new: it keeps its own
             // phase, as one the last frame barely held would give it a turn at random)
-            const double m = std::sqrt(m2);
-            const bool turned = (m2 > 0) & (y2 > 0) & (4 * q2 >= m * m); // (& vectorises, && not)
-            const double expected = step * bins[j] * hop;
-            const double measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-            const double deviation = measured - expected;
-            const double advance =
-                (expected + (deviation - 2 * kPi * Round(deviation * (1 / (2 * kPi))))) * ratio;
-            double s = 0, c = 0;
+            const bool turned = (m2 > 0) & (y2 > 0) & (4 * q2 >= m2); // (& vectorises, && not)
+            const float expected = step * float((bins[j] * hop) & mask);
+            const float measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+            const float deviation = measured - expected;
+            const float advance =
+                step * float((bins[j] * synthesis) & mask) +
+                (deviation - float(2 * kPi) * Round(deviation * float(1 / (2 * kPi)))) * ratio;
+            float s = 0, c = 0;
             SinCos(advance, &s, &c);
             // the last output phase, advanced, less this frame's input phase
-            const double norm = 1 / std::sqrt(turned ? m2 * y2 : 1.0);
-            const double vr = yr * c - yi * s, vi = yr * s + yi * c;
-            zre[start + j] = turned ? (vr * mr + vi * mi) * norm : 1.0;
-            zim[start + j] = turned ? (vi * mr - vr * mi) * norm : 0.0;
+            const float norm = 1 / (turned ? std::sqrt(m2) * std::sqrt(y2) : 1.0f);
+            const float vr = yr * c - yi * s, vi = yr * s + yi * c;
+            zre[start + j] = turned ? (vr * mr + vi * mi) * norm : 1.0f;
+            zim[start + j] = turned ? (vi * mr - vr * mi) * norm : 0.0f;
         }
     }
 }
@@ -239,9 +288,9 @@ CRISP_INLINE void ApplyBody(const float* __restrict zre, const float* __restrict
 CRISP_INLINE void LogMagnitudesBody(const float* __restrict re, const float* __restrict im,
                                     int from, int to, double norm, double compress,
                                     double* __restrict out) {
+    const float scale = float(compress * norm);
     for (int k = from; k <= to; ++k)
-        out[k] =
-            Log(1 + compress * (std::sqrt(double(re[k]) * re[k] + double(im[k]) * im[k]) * norm));
+        out[k] = Log(1 + scale * std::sqrt(re[k] * re[k] + im[k] * im[k]));
 }
 
 // Floats in the compiler's own vectors, one register of the level's each, lane by lane.
@@ -365,16 +414,17 @@ CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const fl
     }
 }
 
-// One function per level for each kernel, and a dispatcher that picks one.
-#define CRISP_KERNEL(name, params, args)                                                           \
+// One function per level for each kernel, and a dispatcher that picks one: wide is the body the
+// vector levels run, plain the baseline's.
+#define CRISP_KERNEL_OF(name, wide, plain, params, args)                                           \
     CRISP_AVX512 void name##512 params {                                                           \
-        name##Body args;                                                                           \
+        wide args;                                                                                 \
     }                                                                                              \
     CRISP_AVX2 void name##256 params {                                                             \
-        name##Body args;                                                                           \
+        wide args;                                                                                 \
     }                                                                                              \
     void name##Plain params {                                                                      \
-        name##Body args;                                                                           \
+        plain args;                                                                                \
     }                                                                                              \
     void name##Any params {                                                                        \
         static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();                           \
@@ -385,6 +435,7 @@ CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const fl
         else                                                                                       \
             name##Plain args;                                                                      \
     }
+#define CRISP_KERNEL(name, params, args) CRISP_KERNEL_OF(name, name##Body, name##Body, params, args)
 
 CRISP_KERNEL(Mix,
              (const float* lre, const float* lim, const float* rre, const float* rim, float* mre,
@@ -399,10 +450,10 @@ CRISP_KERNEL(Apply,
              (const float* zre, const float* zim, const float* mre, const float* mim, float* yre,
               float* yim, float* lre, float* lim, float* rre, float* rim, int n),
              (zre, zim, mre, mim, yre, yim, lre, lim, rre, rim, n))
-CRISP_KERNEL(Regions,
-             (const float* p2, const int* at, int n, int bins, int room, const double* zr,
-              const double* zi, float* zre, float* zim),
-             (p2, at, n, bins, room, zr, zi, zre, zim))
+CRISP_KERNEL_OF(Regions, RegionsBody<true>, RegionsBody<false>,
+                (const float* p2, const int* at, int n, int bins, int room, const double* zr,
+                 const double* zi, float* zre, float* zim),
+                (p2, at, n, bins, room, zr, zi, zre, zim))
 CRISP_KERNEL(LogMagnitudes,
              (const float* re, const float* im, int from, int to, double norm, double compress,
               double* out),

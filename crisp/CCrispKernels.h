@@ -5,8 +5,7 @@
 // only additions, multiplications, divisions and square roots, never contracted, in the same
 // order on every path: each gives the same bits at every level.
 //
-// The trigonometry and logarithm are polynomials: atan2 within 2e-8 rad, sine and cosine within
-// 1e-10 of arguments up to 1e6 rad, the logarithm within 1e-10.
+// The trigonometry and logarithm are polynomials, in single precision.
 class CCrispKernels {
 public:
     // Whether every one of n samples is zero (of either sign).
@@ -14,7 +13,8 @@ public:
 
     // The peaks among bins from to to - 1 (each with two neighbours either side) into found, in
     // order; returns their count. A peak is above floor, above the bin below and not below the
-    // bin above, and, from bin narrow on, the same against the bins two away.
+    // bin above, and, from bin narrow on, the same against the bins two away. found has room for
+    // eight more than the peaks.
     static int Peaks(const float* power, int from, int to, int narrow, float floor, int* found);
 
     // The sum of two channels' spectra and its power, over n bins.
@@ -25,7 +25,8 @@ public:
     // frame at the pace of its own frequency: the frame's sum m against the last frame's q, at
     // analysis hop `hop`, with the last output y advanced over the synthesis hop. A bin without
     // m or y, or whose m is twice q or more (a new partial), is not turned. window: the
-    // transform's length. Worked out in double precision.
+    // transform's length (a power of two). Worked out in single precision, the bins' own pace
+    // over a hop first taken modulo a turn in integers: within about 1e-6 rad.
     static void Turns(const float* mre, const float* mim, const float* qre, const float* qim,
                       const float* yre, const float* yim, const int* at, int n, int window, int hop,
                       int synthesis, double* zre, double* zim);
@@ -58,8 +59,7 @@ public:
     static void Upsample(const float* phase, int taps, const float* const* x, int j0, int n,
                          float* const* out, int channels);
 
-    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out, in double
-    // precision.
+    // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out (within 2e-7).
     static void LogMagnitudes(const float* re, const float* im, int from, int to, double norm,
                               double compress, double* out);
 };

@@ -37,25 +37,30 @@ void CCrispOnsets::Configure(int frame, int rate) {
         m_Fft.Prepare(frame);
         m_Long.Prepare(2 * frame);
         const int bins = frame / 2 + 1, longBins = frame + 1;
-        // One zeroed allocation for the windows and the rows of magnitudes, one for the spectra
-        // (the transform's own precision).
-        m_pStore = std::make_unique<double[]>(3 * frame + 3 * (bins + 1) + 2 * (longBins + 1));
+        // One allocation for the rows of magnitudes, one for the windows and the spectra (the
+        // transform's own precision). (The rows a cache line more than a whole number of lines
+        // apart: rows a page apart, or a few bytes off it, stall each load behind the store to
+        // the row before.)
+        const int row = ((bins + 1 + 7) & ~7) + 8;
+        m_pStore = std::make_unique<double[]>(3 * row + 2 * (longBins + 1));
         double* next = m_pStore.get();
         const auto take = [&](int n) { return std::exchange(next, next + n); };
-        m_pWin = take(frame);
-        m_pSpectrum = std::make_unique<float[]>(2 * bins);
-        m_pRe = m_pSpectrum.get();
-        m_pIm = m_pRe + bins;
-        m_pLog = take(bins + 1);
-        m_pPrev = take(bins + 1);
-        m_pOlder = take(bins + 1);
-        m_pLongWin = take(2 * frame);
+        m_pLog = take(row);
+        m_pPrev = take(row);
+        m_pOlder = take(row);
         m_pLongLog = take(2 * (longBins + 1));
-        m_pLongSpectrum = std::make_unique<float[]>(2 * longBins);
+        m_pFloats = std::make_unique<float[]>(3 * frame + 2 * bins + 2 * longBins);
+        float* floats = m_pFloats.get();
+        const auto takeFloats = [&](int n) { return std::exchange(floats, floats + n); };
+        m_pWin = takeFloats(frame);
+        m_pLongWin = takeFloats(2 * frame);
+        m_pRe = takeFloats(bins);
+        m_pIm = takeFloats(bins);
+        m_pLongSpectrum = takeFloats(2 * longBins);
         for (int n = 0; n < frame; ++n)
-            m_pWin[n] = 0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / frame);
+            m_pWin[n] = float(0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / frame));
         for (int n = 0; n < 2 * frame; ++n)
-            m_pLongWin[n] = 0.5 - 0.5 * std::cos(std::numbers::pi * n / frame);
+            m_pLongWin[n] = float(0.5 - 0.5 * std::cos(std::numbers::pi * n / frame));
     }
     // 40 Hz to 16 kHz, or Nyquist below that.
     const double binHz = double(rate) / frame;
@@ -87,15 +92,21 @@ int64_t CCrispOnsets::Analyse(const float* x) {
     } else {
         m_Fft.Forward(x, m_pWin, m_pRe, m_pIm);
     }
-    double flux = 0, bass = 0;
     CCrispKernels::LogMagnitudes(m_pRe, m_pIm, m_nLow, m_nHigh, m_dNorm, kCompress, m_pLog);
-    for (int k = m_nLow; k <= m_nHigh; ++k) {
-        const double rise = std::max(0.0, m_pLog[k] - std::max(m_pPrev[k], m_pOlder[k]));
-        flux += rise;
-        if (k <= m_nBass)
-            bass += rise;
-    }
-    flux /= m_nHigh - m_nLow + 1;
+    // (in eight running sums, which vectorise)
+    const auto rises = [&](int from, int to) {
+        double part[8] = {};
+        int k = from;
+        for (; k + 8 <= to + 1; k += 8)
+            for (int j = 0; j < 8; ++j)
+                part[j] += std::max(0.0, m_pLog[k + j] - std::max(m_pPrev[k + j], m_pOlder[k + j]));
+        for (; k <= to; ++k)
+            part[0] += std::max(0.0, m_pLog[k] - std::max(m_pPrev[k], m_pOlder[k]));
+        return ((part[0] + part[1]) + (part[2] + part[3])) +
+               ((part[4] + part[5]) + (part[6] + part[7]));
+    };
+    const double bass = rises(m_nLow, m_nBass);
+    double flux = (bass + rises(m_nBass + 1, m_nHigh)) / (m_nHigh - m_nLow + 1);
     // a kick or a bass note rises in a few bins only: the lowest ones count on their own too
     flux = std::max(flux, kBassShare * bass / (m_nBass - m_nLow + 1));
     for (int k = m_nLow; k <= m_nHigh; ++k)
@@ -141,7 +152,7 @@ int64_t CCrispOnsets::Analyse(const float* x) {
 bool CCrispOnsets::Holds(const float* before, const float* after) {
     const int n = 2 * m_nFrame, bins = m_nFrame + 1;
     const int low = 2 * m_nLow, high = std::min(2 * m_nHigh, m_nFrame - 1), bass = 2 * m_nBass;
-    float* re = m_pLongSpectrum.get();
+    float* re = m_pLongSpectrum;
     double* logs[2] = {m_pLongLog, m_pLongLog + bins + 1};
     const float* frames[2] = {before, after};
     for (int f = 0; f < 2; ++f) {
@@ -199,10 +210,21 @@ int CCrispOnsets::Refine(const float* x, int n, int block) {
 }
 
 bool CCrispOnsets::Stops(const float* x, int n) {
-    double first = 0, second = 0;
-    for (int i = 0; i < n / 2; ++i) {
-        first += double(x[i]) * x[i];
-        second += double(x[n / 2 + i]) * x[n / 2 + i];
+    // in eight running sums, which vectorise (one is a chain of additions each waiting on the last)
+    double first[8] = {}, second[8] = {};
+    const int h = n / 2;
+    int i = 0;
+    for (; i + 8 <= h; i += 8)
+        for (int j = 0; j < 8; ++j) {
+            first[j] += double(x[i + j]) * x[i + j];
+            second[j] += double(x[h + i + j]) * x[h + i + j];
+        }
+    for (; i < h; ++i) {
+        first[0] += double(x[i]) * x[i];
+        second[0] += double(x[h + i]) * x[h + i];
     }
-    return first > 1e-7 * (n / 2) && second < 1e-4 * first;
+    const auto total = [](const double* s) {
+        return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
+    };
+    return total(first) > 1e-7 * h && total(second) < 1e-4 * total(first);
 }

@@ -56,15 +56,15 @@ private:
     int m_nLow = 1, m_nHigh = 1;        // band of bins summed
     int m_nBass = 1;                    // the last bin of its bass end
     double m_dNorm = 1;                 // full-scale sine to magnitude 1
-    std::unique_ptr<double[]> m_pStore; // the arrays below are views into it
-    double* m_pWin = nullptr;
-    std::unique_ptr<float[]> m_pSpectrum; // m_pRe, then m_pIm
+    std::unique_ptr<double[]> m_pStore; // the rows of magnitudes are views into it
+    std::unique_ptr<float[]> m_pFloats; // and the windows and spectra into this
+    float* m_pWin = nullptr;
     float* m_pRe = nullptr;
     float* m_pIm = nullptr;
     double* m_pLog = nullptr; // this frame's compressed magnitudes
-    double* m_pLongWin = nullptr;
+    float* m_pLongWin = nullptr;
     double* m_pLongLog = nullptr; // the long frames' compressed magnitudes, before and after
-    std::unique_ptr<float[]> m_pLongSpectrum;
+    float* m_pLongSpectrum = nullptr;
     double* m_pPrev = nullptr;  // the last frame's, each the largest of three neighbours ...
     double* m_pOlder = nullptr; // ... and the one's before
     double m_dFlux[kHistory] = {};

@@ -188,13 +188,14 @@ void CCrispPolyphase::Design(double pitchRate) {
 
 int CCrispPolyphase::Read(float** out, const float* left, const float* right, int n, bool* over) {
     if (m_dRate == 1.0) { // as it is, at once
-        bool above = false;
+        // (the flags or'ed without a branch, so that the loop vectorises)
+        unsigned above = 0;
         for (int i = 0; i < n; ++i) {
             out[0][i] = left[i];
             out[1][i] = right[i];
-            above = above || left[i] > 1.0f || right[i] > 1.0f;
+            above |= unsigned(left[i] > 1.0f) | unsigned(right[i] > 1.0f);
         }
-        *over = *over || above;
+        *over = *over || above != 0;
         return n;
     }
     // the last output whose taps lie within the frames given

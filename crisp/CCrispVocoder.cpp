@@ -26,28 +26,32 @@ void CCrispVocoder::Configure(int window) {
     m_nWindow = window;
     m_nBins = window / 2 + 1;
     m_Fft.Prepare(window);
-    // Two zeroed allocations: the window, the phase lock's room, the fade and two overlap-add
-    // windows; 14 spectra.
+    // Two zeroed allocations: the phase lock's room and the fade; the window, two overlap-add
+    // rings and 14 spectra.
     float** spectra[] = {&m_pLre,   &m_pLim,   &m_pRre,    &m_pRim,    &m_pMre,
                          &m_pMim,   &m_pPower, &m_pAttack, &m_pPrevRe, &m_pPrevIm,
                          &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim};
-    m_pStore = Zeroed<double>(6 * static_cast<size_t>(window) + m_nBins);
+    m_pStore = Zeroed<double>(static_cast<size_t>(window) + m_nBins);
     double* next = m_pStore.get();
     const auto take = [&](size_t n) { return std::exchange(next, next + n); };
-    m_pWin = take(window);
     m_pScratch = take(window);
     m_pMask = take(m_nBins);
-    m_pAcc[0] = take(2 * static_cast<size_t>(window));
-    m_pAcc[1] = take(2 * static_cast<size_t>(window));
-    m_pSpectra = Zeroed<float>(std::size(spectra) * m_nBins);
+    // Each spectrum a whole number of cache lines apart from the next, plus one: arrays a page
+    // apart (or a few bytes off it) make the processor stall each load behind the store to the
+    // array before, taking the same low address bits for the same place.
+    const size_t stride = ((m_nBins + 15) & ~size_t(15)) + 16;
+    m_pSpectra = Zeroed<float>(std::size(spectra) * stride + 5 * static_cast<size_t>(window) + 16);
     float* spectrum = m_pSpectra.get();
+    m_pWin = std::exchange(spectrum, spectrum + window);
+    for (float*& acc : m_pAcc)
+        acc = std::exchange(spectrum, spectrum + 2 * window + 8);
     for (float** p : spectra)
-        *p = std::exchange(spectrum, spectrum + m_nBins);
-    m_pPeaks = std::make_unique<int[]>(m_nBins);
+        *p = std::exchange(spectrum, spectrum + stride);
+    m_pPeaks = std::make_unique<int[]>(m_nBins + 8); // (the peak finder writes ahead)
     // Periodic Hann on both sides; at a quarter-window hop the squares add up to 1.5, which the
     // synthesis side divides out.
     for (int n = 0; n < window; ++n)
-        m_pWin[n] = 0.5 - 0.5 * std::cos(kTwoPi * n / window);
+        m_pWin[n] = static_cast<float>(0.5 - 0.5 * std::cos(kTwoPi * n / window));
     m_nSplit = m_nNarrow = 0;
     m_nActive = m_nBins;
     Restart();
@@ -77,8 +81,8 @@ void CCrispVocoder::Restart() {
     std::fill(m_pAttack, m_pAttack + m_nBins, 0.0f);
     std::fill(m_pPrevRe, m_pPrevRe + m_nBins, 0.0f);
     std::fill(m_pPrevIm, m_pPrevIm + m_nBins, 0.0f);
-    for (double* acc : m_pAcc)
-        std::fill(acc, acc + 2 * m_nWindow, 0.0);
+    for (float* acc : m_pAcc)
+        std::fill(acc, acc + 2 * m_nWindow, 0.0f);
 }
 
 bool CCrispVocoder::Analyse(const float* x, float* re, float* im) {
@@ -156,6 +160,8 @@ void CCrispVocoder::Lock(int hop, double align) {
         const CCrispVocoder* o = m_pJoin;
         const double wj = step * p / m_dJoinDown;
         const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
+        if (dense && kj >= o->m_nActive)
+            break; // (the other holds nothing from there up, and the peaks only rise)
         if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
             (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
             // the other's partial at its frame's centre, moved on to this one's
@@ -165,11 +171,15 @@ void CCrispVocoder::Lock(int hop, double align) {
                 const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
                 w = (expected + PrincipalArgument(measured - expected)) / hop / m_dJoinDown;
             }
-            const double target = std::atan2(double(o->m_pOutIm[kj]), double(o->m_pOutRe[kj])) +
-                                  std::numbers::pi * double(kj) + w * m_dJoinShift;
-            const double turn = target - std::atan2(mi, mr) - std::numbers::pi * p;
-            zr = std::cos(turn);
-            zi = std::sin(turn);
+            // the turn from this bin's phase to the other's, moved on by w over the shift and
+            // by half a turn for each bin between them (the two frames' centres): as a product
+            // of unit numbers rather than of angles, which would take three arctangents
+            const double orr = o->m_pOutRe[kj], oi = o->m_pOutIm[kj];
+            const double scale = ((kj - p) % 2 ? -1 : 1) / (std::sqrt(orr * orr + oi * oi) * m);
+            const double dr = (orr * mr + oi * mi) * scale, di = (oi * mr - orr * mi) * scale;
+            const double c = std::cos(w * m_dJoinShift), s = std::sin(w * m_dJoinShift);
+            zr = dr * c - di * s;
+            zi = dr * s + di * c;
         } else if (!dense && m > 0) {
             double w = step * p;
             if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
@@ -246,7 +256,7 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     const int first = std::min(m_nWindow, 2 * m_nWindow - m_nAccAt);
     int c = 0;
     for (const auto& [re, im] : {std::pair{m_pLre, m_pLim}, std::pair{m_pRre, m_pRim}}) {
-        double* acc = m_pAcc[c];
+        float* acc = m_pAcc[c];
         if (heard[c++])
             m_Fft.InverseAdd(re, im, m_pWin, scale, acc + m_nAccAt, first, acc);
     }
@@ -273,10 +283,9 @@ void CCrispVocoder::Take(float* left, float* right) {
     // A hop divides the ring, so a hop never wraps.
     float* to[2] = {left, right};
     for (int c = 0; c < 2; ++c) {
-        double* acc = m_pAcc[c] + m_nAccAt;
-        for (int n = 0; n < Hop(); ++n)
-            to[c][n] = static_cast<float>(acc[n]);
-        std::fill(acc, acc + Hop(), 0.0);
+        float* acc = m_pAcc[c] + m_nAccAt;
+        std::copy(acc, acc + Hop(), to[c]);
+        std::fill(acc, acc + Hop(), 0.0f);
     }
     m_nAccAt = (m_nAccAt + Hop()) & (2 * m_nWindow - 1);
 }

@@ -81,7 +81,7 @@ private:
     int m_nNarrow = 0; // peaks below this bin need stand out of one neighbour each side, not two
     bool m_bFirst = true;
     Zeroed<double> m_pStore;      // the arrays below are views into it; pages touched as reached
-    double* m_pWin = nullptr;     // Hann window
+    float* m_pWin = nullptr;      // Hann window
     double* m_pScratch = nullptr; // a window's room for the phase lock
     double* m_pMask = nullptr;    // the low side's fade
     // The spectra in single precision, the transform's own: views into one more store.
@@ -101,6 +101,6 @@ private:
     float* m_pZre = nullptr; // the turn of each bin
     float* m_pZim = nullptr;
     std::unique_ptr<int[]> m_pPeaks;
-    double* m_pAcc[2] = {}; // overlap-add, a ring of two windows
+    float* m_pAcc[2] = {}; // overlap-add, a ring of two windows
     int m_nAccAt = 0;
 };

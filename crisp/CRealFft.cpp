@@ -312,10 +312,15 @@ CRISP_INLINE bool ComplexV(float* xr, float* xi, float* yr, float* yi, const flo
     return inY;
 }
 
+// Room between the work arrays, a cache line: arrays a page apart make each load wait on the
+// store to the array before it (the processor matches them by their low address bits).
+template <typename R> constexpr int Gap = 64 / sizeof(R);
+
 template <typename R> struct Plan {
     int h;
-    R* work;      // 4 h: xr, xi, yr, yi; then, in single precision, 2 (h + 1) for the spectrum
-    const R* w;   // the stages' twiddles
+    R* work;    // 4 h: xr, xi, yr, yi; then, in single precision, 2 (h + 1) for the spectrum; each
+                // Gap after the one before
+    const R* w; // the stages' twiddles
     const R* twr; // the real transform's
     const R* twi;
     const R* wide4; // the stage of stride 4's, expanded (see NarrowStageV)
@@ -377,10 +382,9 @@ CRISP_INLINE void Narrow(const S* __restrict re, const S* __restrict im, int bin
     }
 }
 
-// The samples, times the window (each product in double precision) when there is one, into even
-// and odd.
+// The samples, times the window when there is one, into even and odd.
 template <typename T, typename R>
-CRISP_INLINE void Split(const T* __restrict x, const double* __restrict window, int h,
+CRISP_INLINE void Split(const T* __restrict x, const float* __restrict window, int h,
                         R* __restrict xr, R* __restrict xi) {
     if (window) {
         for (int i = 0; i < h; ++i) {
@@ -464,17 +468,12 @@ CRISP_INLINE int NarrowV(const double* __restrict re, const double* __restrict i
 
 // Split of windowed floats, W pairs at a time (h a multiple of W).
 template <int W>
-CRISP_INLINE void SplitV(const float* __restrict x, const double* __restrict window, int h,
+CRISP_INLINE void SplitV(const float* __restrict x, const float* __restrict window, int h,
                          float* __restrict xr, float* __restrict xi) {
     using F = typename Lanes<W>::F;
-    using D = typename Lanes<W>::D;
-    constexpr int c = W / 2;
     for (int i = 0; i < h; i += W) {
-        const F u = Load<F>(x + 2 * i), v = Load<F>(x + 2 * i + W);
-        const double* wi = window + 2 * i;
-        const F a = Narrow<W>(Wide<W, false>(u) * Load<D>(wi), Wide<W, true>(u) * Load<D>(wi + c));
-        const F b = Narrow<W>(Wide<W, false>(v) * Load<D>(wi + 2 * c),
-                              Wide<W, true>(v) * Load<D>(wi + 3 * c));
+        const F a = Load<F>(x + 2 * i) * Load<F>(window + 2 * i);
+        const F b = Load<F>(x + 2 * i + W) * Load<F>(window + 2 * i + W);
         Store(xr + i, Shuffle<W, Pattern::Even>(a, b));
         Store(xi + i, Shuffle<W, Pattern::Odd>(a, b));
     }
@@ -482,22 +481,17 @@ CRISP_INLINE void SplitV(const float* __restrict x, const double* __restrict win
 
 // Merge, W pairs at a time; returns the first pair left.
 template <int W>
-CRISP_INLINE int MergeV(const float* __restrict zr, const float* __restrict zi, double scale,
-                        int from, int until, const double* __restrict w, double gain,
-                        double* __restrict to, int base) {
+CRISP_INLINE int MergeV(const float* __restrict zr, const float* __restrict zi, float factor,
+                        int from, int until, const float* __restrict w, float* __restrict to,
+                        int base) {
     using F = typename Lanes<W>::F;
-    using D = typename Lanes<W>::D;
     int i = from;
     for (; i + W <= until; i += W) {
         const F r = Load<F>(zr + i), im = Load<F>(zi + i);
-        const F lo = Shuffle<W, Blocks<1, false>>(r, im), hi = Shuffle<W, Blocks<1, true>>(r, im);
-        const D part[4] = {Wide<W, false>(lo), Wide<W, true>(lo), Wide<W, false>(hi),
-                           Wide<W, true>(hi)};
-        double* a = to + 2 * i - base;
-        for (int j = 0; j < 4; ++j) {
-            double* at = a + j * (W / 2);
-            Store(at, Load<D>(at) + part[j] * scale * Load<D>(w + 2 * i + j * (W / 2)) * gain);
-        }
+        float* a = to + 2 * i - base;
+        Store(a, Load<F>(a) + Shuffle<W, Blocks<1, false>>(r, im) * Load<F>(w + 2 * i) * factor);
+        Store(a + W, Load<F>(a + W) +
+                         Shuffle<W, Blocks<1, true>>(r, im) * Load<F>(w + 2 * i + W) * factor);
     }
     return i;
 }
@@ -505,9 +499,9 @@ CRISP_INLINE int MergeV(const float* __restrict zr, const float* __restrict zi, 
 // W: the lanes of the level's vectors, used in single precision from h = 4 W on.
 template <int W, typename R, typename T, typename S>
 CRISP_INLINE void ForwardBody(const Plan<R>& plan, const T* __restrict x,
-                              const double* __restrict window, S* __restrict re, S* __restrict im) {
+                              const float* __restrict window, S* __restrict re, S* __restrict im) {
     const int h = plan.h;
-    R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
+    R *xr = plan.work, *xi = xr + h + Gap<R>, *yr = xi + h + Gap<R>, *yi = yr + h + Gap<R>;
     if constexpr (std::is_same_v<R, float>) {
         if (h >= 4 * W) {
             if constexpr (std::is_same_v<T, float>) {
@@ -539,21 +533,20 @@ CRISP_INLINE void ForwardBody(const Plan<R>& plan, const T* __restrict x,
 // and rest (from split on, an even count).
 struct Output {
     double* x;
-    const double* window;
+    const float* window;
     double gain;
-    double* to;
+    float* to;
     int split;
-    double* rest;
+    float* rest;
 };
 
-// Samples 2 from to 2 until - 1, added to to[m - base], each in double precision.
+// Samples 2 from to 2 until - 1, times the window and a factor, added to to[m - base].
 template <typename R>
-CRISP_INLINE void Merge(const R* __restrict zr, const R* __restrict zi, double scale, int from,
-                        int until, const double* __restrict w, double gain, double* __restrict to,
-                        int base) {
+CRISP_INLINE void Merge(const R* __restrict zr, const R* __restrict zi, R factor, int from,
+                        int until, const float* __restrict w, float* __restrict to, int base) {
     for (int i = from; i < until; ++i) {
-        to[2 * i - base] += double(zr[i]) * scale * w[2 * i] * gain;
-        to[2 * i + 1 - base] += double(zi[i]) * scale * w[2 * i + 1] * gain;
+        to[2 * i - base] += float(zr[i] * R(w[2 * i]) * factor);
+        to[2 * i + 1 - base] += float(zi[i] * R(w[2 * i + 1]) * factor);
     }
 }
 
@@ -562,7 +555,7 @@ template <int W, typename R, typename S>
 CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const S* __restrict im,
                               const Output& out) {
     const int h = plan.h;
-    R *xr = plan.work, *xi = xr + h, *yr = xi + h, *yi = yr + h;
+    R *xr = plan.work, *xi = xr + h + Gap<R>, *yr = xi + h + Gap<R>, *yi = yr + h + Gap<R>;
     bool inY = false;
     bool wide = false;
     if constexpr (std::is_same_v<R, double>) {
@@ -571,7 +564,7 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const
             tr = re;
             ti = im;
         } else {
-            R *nr = yi + h, *ni = nr + h + 1;
+            R *nr = yi + h + Gap<R>, *ni = nr + h + 1 + Gap<R>;
             Narrow(re, im, h + 1, nr, ni);
             tr = nr;
             ti = ni;
@@ -585,7 +578,7 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const
             tr = re;
             ti = im;
         } else {
-            R *nr = yi + h, *ni = nr + h + 1;
+            R *nr = yi + h + Gap<R>, *ni = nr + h + 1 + Gap<R>;
             Narrow(re, im, h + 1, nr, ni, wide ? NarrowV<W>(re, im, h + 1, nr, ni) : 0);
             tr = nr;
             ti = ni;
@@ -604,16 +597,17 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const
     const double scale = 1.0 / h;
     if (out.window) {
         const int half = out.split / 2;
+        const R factor = R(scale * out.gain);
         int i = 0;
         if constexpr (std::is_same_v<R, float>)
             if (wide)
-                i = MergeV<W>(zr, zi, scale, 0, half, out.window, out.gain, out.to, 0);
-        Merge(zr, zi, scale, i, half, out.window, out.gain, out.to, 0);
+                i = MergeV<W>(zr, zi, factor, 0, half, out.window, out.to, 0);
+        Merge(zr, zi, factor, i, half, out.window, out.to, 0);
         i = half;
         if constexpr (std::is_same_v<R, float>)
             if (wide)
-                i = MergeV<W>(zr, zi, scale, half, h, out.window, out.gain, out.rest, out.split);
-        Merge(zr, zi, scale, i, h, out.window, out.gain, out.rest, out.split);
+                i = MergeV<W>(zr, zi, factor, half, h, out.window, out.rest, out.split);
+        Merge(zr, zi, factor, i, h, out.window, out.rest, out.split);
         return;
     }
     double* __restrict x = out.x;
@@ -624,15 +618,15 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const
 }
 
 template <typename R, typename T, typename S>
-CRISP_AVX512 void Forward512(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
+CRISP_AVX512 void Forward512(const Plan<R>& plan, const T* x, const float* window, S* re, S* im) {
     ForwardBody<16>(plan, x, window, re, im);
 }
 template <typename R, typename T, typename S>
-CRISP_AVX2 void Forward256(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
+CRISP_AVX2 void Forward256(const Plan<R>& plan, const T* x, const float* window, S* re, S* im) {
     ForwardBody<8>(plan, x, window, re, im);
 }
 template <typename R, typename T, typename S>
-void ForwardPlain(const Plan<R>& plan, const T* x, const double* window, S* re, S* im) {
+void ForwardPlain(const Plan<R>& plan, const T* x, const float* window, S* re, S* im) {
     ForwardBody<4>(plan, x, window, re, im);
 }
 template <typename R, typename S>
@@ -649,7 +643,7 @@ void InversePlain(const Plan<R>& plan, const S* re, const S* im, const Output& o
 }
 
 template <typename R, typename T, typename S>
-void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const double* window, S* re,
+void ForwardAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const T* x, const float* window, S* re,
                S* im) {
     if (isa == CMorvaneIsa::Avx512)
         Forward512(plan, x, window, re, im);
@@ -674,7 +668,7 @@ void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const S* re, const S
 
 template <typename R>
 CRealFft::Tables<R>::Tables(bool used)
-    : work(used ? 3 * kMaxPoints + 2 : 0), stages(used ? kMaxPoints : 0),
+    : work(used ? 3 * kMaxPoints + 2 + 6 * 16 : 0), stages(used ? kMaxPoints : 0),
       twRe(used ? kMaxPoints / 2 : 0), twIm(used ? kMaxPoints / 2 : 0),
       wide4(used ? 6 * (kMaxPoints / 8) : 0) {}
 
@@ -724,7 +718,7 @@ bool CRealFft::Prepare(int n) {
 }
 
 template <typename T, typename S>
-void CRealFft::Transform(const T* x, const double* window, S* re, S* im) {
+void CRealFft::Transform(const T* x, const float* window, S* re, S* im) {
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
         ForwardAt(m_Isa,
@@ -742,7 +736,7 @@ void CRealFft::Forward(const double* x, double* re, double* im) {
     Transform(x, nullptr, re, im);
 }
 
-void CRealFft::Forward(const float* x, const double* window, float* re, float* im) {
+void CRealFft::Forward(const float* x, const float* window, float* re, float* im) {
     Transform(x, window, re, im);
 }
 
@@ -766,14 +760,14 @@ void CRealFft::Inverse(const double* re, const double* im, double* x) {
     Backward(re, im, &out);
 }
 
-void CRealFft::InverseAdd(const double* re, const double* im, const double* window, double gain,
-                          double* to, int split, double* rest) {
+void CRealFft::InverseAdd(const double* re, const double* im, const float* window, double gain,
+                          float* to, int split, float* rest) {
     const Output out{nullptr, window, gain, to, split, rest};
     Backward(re, im, &out);
 }
 
-void CRealFft::InverseAdd(const float* re, const float* im, const double* window, double gain,
-                          double* to, int split, double* rest) {
+void CRealFft::InverseAdd(const float* re, const float* im, const float* window, double gain,
+                          float* to, int split, float* rest) {
     const Output out{nullptr, window, gain, to, split, rest};
     Backward(re, im, &out);
 }

@@ -30,18 +30,19 @@ public:
     int Points() const { return m_nPoints; }
 
     void Forward(const double* x, double* re, double* im);
-    // The same of x[i] window[i], each product taken in double precision, into a spectrum in
-    // single precision (a single-precision transform's own values).
-    void Forward(const float* x, const double* window, float* re, float* im);
+    // The same of x[i] window[i] into a spectrum in single precision (a single-precision
+    // transform's own values).
+    void Forward(const float* x, const float* window, float* re, float* im);
     // Overwrites nothing it is given: re and im keep the spectrum. The imaginary parts of bins 0
     // and n / 2 are taken as zero, as for any real signal.
     void Inverse(const double* re, const double* im, double* x);
-    // Adds the samples of Inverse times window and gain, sample m to to[m] below split (even)
-    // and to rest[m - split] from there: an overlap-add into two runs of a ring.
-    void InverseAdd(const double* re, const double* im, const double* window, double gain,
-                    double* to, int split, double* rest);
-    void InverseAdd(const float* re, const float* im, const double* window, double gain, double* to,
-                    int split, double* rest);
+    // Adds the samples of Inverse times window and gain (those products in the transform's
+    // precision), sample m to to[m] below split (even) and to rest[m - split] from there: an
+    // overlap-add into two runs of a ring.
+    void InverseAdd(const double* re, const double* im, const float* window, double gain, float* to,
+                    int split, float* rest);
+    void InverseAdd(const float* re, const float* im, const float* window, double gain, float* to,
+                    int split, float* rest);
 
 private:
     // sized for kMaxPoints in the precision used (empty in the other); a transform of fewer
@@ -56,8 +57,7 @@ private:
         Zeroed<R> wide4; // the stage of stride 4's, each repeated 4 times
     };
 
-    template <typename T, typename S>
-    void Transform(const T* x, const double* window, S* re, S* im);
+    template <typename T, typename S> void Transform(const T* x, const float* window, S* re, S* im);
     template <typename S> void Backward(const S* re, const S* im, const void* output);
 
     CMorvaneIsa::Level m_Isa;

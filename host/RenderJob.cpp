@@ -444,6 +444,9 @@ bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t tot
     const VstIntPtr delay = p.Effect()->initialDelay;
     if (delay > 0 && skip >= delay && p.Dispatch(effVendorSpecific, MorvaneEngine::kLeadInTag) == 1)
         skip -= delay;
+    // and work once for both channels of a mono file (both still get its frames)
+    if (channels == 1)
+        p.Dispatch(effVendorSpecific, MorvaneEngine::kMonoTag, 1);
     p.Dispatch(effStartProcess);
     p.Dispatch(effSetTotalSampleToProcess, 0, static_cast<VstIntPtr>(total));
     sf_count_t taken = 0, held = 0, heldAt = 0, given = 0;

@@ -118,6 +118,7 @@ private:
     // asked for by the host at any time; taken when a job starts
     std::atomic<int> m_nEngineWanted{MorvaneEngine::kSplice};
     std::atomic<bool> m_bLeadIn{true}; // the next job's output starts with the announced delay
+    std::atomic<bool> m_bMono{false};  // the next job's two inputs are the same
     // the job's; the panel reads its over flag
     std::atomic<StretchEngine*> m_pJob{m_Engines[0].get()};
     char m_szPluginDir[2048] = {};

@@ -91,6 +91,7 @@ VstInt32 AMorvane::startProcess() {
     m_nConsumed = 0;
     // The engine the host chose takes this job; a choice made during it waits for the next.
     m_pJob = m_Engines[m_nEngineWanted.load() - 1].get();
+    m_pJob.load()->SetMono(m_bMono.exchange(false));
     m_pJob.load()->StartJob();
     // The job's output starts with the announced delay as silence, counted in the fill but not
     // stored, so that the FIFO's memory is touched only by what the engine makes; unless the

@@ -11,6 +11,7 @@ public:
     void SetSamplingRate(int rate) override { m_Engine.SetSamplingRate(rate); }
     void SetActive(bool on) override { m_Engine.SetActive(on); }
     void SetLowSound(float v) override { m_Engine.SetLowSound(v); }
+    void SetMono(bool mono) override { m_Engine.SetMono(mono); }
     void StartJob() override { m_Engine.StartToProcess(); }
     int Process(float** out, float** in, int count, bool last) override {
         return m_Engine.Process(out, in, count, last);

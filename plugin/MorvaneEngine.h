@@ -28,6 +28,12 @@ constexpr int32_t kSilencedTag = ('M' << 24) | ('v' << 16) | ('S' << 8) | 'i';
 // never needs the pages); answers 1. The job after it has the delay again.
 constexpr int32_t kLeadInTag = ('M' << 24) | ('v' << 16) | ('L' << 8) | 'd';
 
+// dispatcher(effVendorSpecific, kMonoTag, 1, nullptr, 0) before effStartProcess says that the
+// job's two inputs are one and the same (a mono recording): an engine that can then does its
+// work once and gives the right output the left's, the same to the bit as for two identical
+// inputs, and does not read the right input. Answers 1. The job after it is stereo again.
+constexpr int32_t kMonoTag = ('M' << 24) | ('v' << 16) | ('M' << 8) | 'o';
+
 // The command line's names, indexed by value.
 constexpr const char* kNames[] = {"", "splice", "crisp"};
 

@@ -22,6 +22,8 @@ public:
     virtual void SetSamplingRate(int rate) = 0;
     virtual void SetActive(bool on) = 0;
     virtual void SetLowSound(float v) = 0; // only -1 turns the option off
+    // Whether the next job's two inputs are the same; an engine may then work once for both.
+    virtual void SetMono(bool) {}
 
     // Prepares a new job: whatever the engine held is dropped and its buffers are made, so that
     // nothing is allocated while processing.

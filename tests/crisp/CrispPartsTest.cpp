@@ -106,22 +106,24 @@ TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
                 ASSERT_NEAR(x[j], back[j], sampleError) << single << " " << n << " " << j;
             // the same samples windowed and added into the two runs of a ring
             const int split = n / 2 + 2 * (n / 8);
-            std::vector<double> ring(n, 1.0);
-            fft.InverseAdd(re.data(), im.data(), x.data(), 0.5, ring.data() + (n - split), split,
-                           ring.data());
+            const std::vector<float> window(noise.begin(), noise.end());
+            std::vector<float> ring(n, 1.0f);
+            fft.InverseAdd(re.data(), im.data(), window.data(), 0.5, ring.data() + (n - split),
+                           split, ring.data());
             for (int j = 0; j < n; ++j)
-                ASSERT_EQ(1.0 + back[j] * x[j] * 0.5, ring[(j + n - split) % n]) << n << " " << j;
+                ASSERT_NEAR(1.0 + back[j] * x[j] * 0.5, ring[(j + n - split) % n], 2e-6)
+                    << n << " " << j;
             if (single) {
                 // the engine's path, float samples under a window into a float spectrum and
                 // back: the same values
-                const std::vector<double> flat(n, 1.0);
+                const std::vector<float> flat(n, 1.0f);
                 std::vector<float> fre(n / 2 + 1), fim(n / 2 + 1);
                 fft.Forward(noise.data(), flat.data(), fre.data(), fim.data());
                 EXPECT_EQ(std::vector<float>(re.begin(), re.end()), fre) << n;
                 EXPECT_EQ(std::vector<float>(im.begin(), im.end()), fim) << n;
-                std::vector<double> ring2(n, 1.0);
-                fft.InverseAdd(fre.data(), fim.data(), x.data(), 0.5, ring2.data() + (n - split),
-                               split, ring2.data());
+                std::vector<float> ring2(n, 1.0f);
+                fft.InverseAdd(fre.data(), fim.data(), window.data(), 0.5,
+                               ring2.data() + (n - split), split, ring2.data());
                 EXPECT_EQ(ring, ring2) << n;
             }
             for (CRealFft* other : {&baseline, &avx2}) {
@@ -399,7 +401,7 @@ TEST(CrispVocoder, AtRateOneTheInputComesBack) {
     for (size_t i = 0; i < in.size(); ++i)
         worst = std::max({worst, std::fabs(double(out.left[i]) - in.left[i]),
                           std::fabs(double(out.right[i]) - in.right[i])});
-    EXPECT_LT(worst, 1e-6); // float rounding
+    EXPECT_LT(worst, 1e-5); // float rounding, the turns' own included (-100 dB)
 }
 
 // Split at a crossover between a vocoder and one four times as long, both at rate one: the two

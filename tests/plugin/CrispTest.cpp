@@ -287,11 +287,20 @@ TEST(CrispEngine, PitchLengthAndStereoExact) {
                 << note.f0 << " Hz at " << where << ", time " << time << " at " << note.rate;
         }
     }
-    // music, its channels alike
+    // music told to be a mono job: the engine reads no right input, and gives the same to the
+    // bit as for its channels alike; the job after that is stereo again
     Planar music = Signals::Split(Signals::Music(44100 * 3, 44100));
+    music.right = Signals::Noise(static_cast<int>(music.left.size()), 1, 0.5);
+    const Planar stereo = Render(host, music, 1.3f, 0.8f);
+    EXPECT_EQ(1, Choose(host, 1, MorvaneEngine::kMonoTag));
+    const Planar mono = Render(host, music, 1.3f, 0.8f);
+    EXPECT_NE(stereo.left, mono.left);
+    EXPECT_EQ(stereo.left, Render(host, music, 1.3f, 0.8f).left);
     music.right = music.left;
     const Planar out = Render(host, music, 1.3f, 0.8f);
     EXPECT_EQ(out.left, out.right);
+    EXPECT_EQ(out.left, mono.left);
+    EXPECT_EQ(out.left, mono.right);
 }
 
 } // namespace
