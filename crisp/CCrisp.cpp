@@ -164,20 +164,23 @@ void CCrisp::Size() {
         }
         return sum;
     };
-    double total = 0;
-    for (int i = -kReach; i <= kReach; ++i) {
+    // every kDown-th tap from the centre is zero (sin(pi i / kDown)), and is left out
+    double taps[kReach + 1] = {}, total = 0;
+    for (int i = 0; i <= kReach; ++i) {
         const double r = double(i) / kReach, a = std::numbers::pi * i / kDown;
         const double w = bessel(beta * std::sqrt(std::max(0.0, 1 - r * r))) / bessel(beta);
-        m_dTaps[i + kReach] = (i == 0 ? 1.0 : std::sin(a) / a) * w;
-        total += m_dTaps[i + kReach];
+        taps[i] = i == 0 ? w : i % kDown == 0 ? 0.0 : std::sin(a) / a * w;
+        total += i == 0 ? taps[i] : 2 * taps[i];
     }
-    for (double& t : m_dTaps)
-        t /= total;
+    static_assert(kReach < kHalfTaps, "the filter fits its taps");
+    for (int i = 0; i <= kReach; ++i)
+        m_fTaps[i] = static_cast<float>(taps[i] / total);
     // by phase, for interpolating: each output sample takes every kDown-th tap, times kDown
     for (int phase = 0; phase < kDown; ++phase)
-        for (int k = 0; k < kPhaseTaps; ++k)
-            m_dPhase[phase][k] =
-                phase + kDown * k <= 2 * kReach ? kDown * m_dTaps[phase + kDown * k] : 0.0;
+        for (int k = 0; k < kPhaseTaps; ++k) {
+            const int i = phase + kDown * k - kReach;
+            m_fPhase[phase][k] = std::abs(i) <= kReach ? kDown * m_fTaps[std::abs(i)] : 0.0f;
+        }
     m_LowMap.Configure(window);
     // a low frame needs the onsets within half its window each side
     m_LowMap.SetReach(0.75 * low);
@@ -549,20 +552,21 @@ void CCrisp::AddLow(int64_t from, int n) {
     // the quarter-rate samples that reach the hop, in a straight run (the frame's room is free)
     const int64_t first = FloorDiv(from - kReach, kDown);
     const int count = static_cast<int>(FloorDiv(from + n - 1 + kReach, kDown) - first + 1);
-    for (int ch = 0; ch < (m_bMono ? 1 : 2); ++ch) {
-        float* run = m_pFrame[ch];
+    const int channels = m_bMono ? 1 : 2;
+    for (int ch = 0; ch < channels; ++ch)
         for (int k = 0; k < count; ++k)
-            run[k] = m_pLowOut[ch][(first + k) & (m_nLowRing - 1)];
-        // output i: phase (from + i + kReach) mod kDown, from quarter-rate sample (...) / kDown
-        static_assert(kDown == 4, "the kernel interpolates by four");
-        const int64_t top = FloorDiv(from + kReach, kDown);
-        CCrispKernels::Upsample(&m_dPhase[0][0], kPhaseTaps, run + (top - first),
-                                static_cast<int>(from + kReach - kDown * top), n, m_pHop[ch]);
-    }
+            m_pFrame[ch][k] = m_pLowOut[ch][(first + k) & (m_nLowRing - 1)];
+    // output i: phase (from + i + kReach) mod kDown, from quarter-rate sample (...) / kDown
+    static_assert(kDown == 4, "the kernel interpolates by four");
+    const int64_t top = FloorDiv(from + kReach, kDown);
+    const float* run[2] = {m_pFrame[0] + (top - first), m_pFrame[1] + (top - first)};
+    CCrispKernels::Upsample(&m_fPhase[0][0], kPhaseTaps, run,
+                            static_cast<int>(from + kReach - kDown * top), n, m_pHop, channels);
 }
 
 // The input at a quarter of the rate, as far as it can be filtered (all of it at the end).
 void CCrisp::Decimate() {
+    const int channels = m_bMono ? 1 : 2;
     for (;;) {
         const int64_t t = kDown * m_nDown, lo = t - kReach;
         if (m_bFinal ? lo >= m_nIn : t + kReach >= m_nIn)
@@ -575,19 +579,21 @@ void CCrisp::Decimate() {
             const int64_t count =
                 std::min({(m_nIn - 1 - kReach - t) / kDown + 1,
                           (m_nRingSize - 1 - 2 * kReach - at) / kDown + 1, m_nDownRing - to});
-            for (int ch = 0; ch < (m_bMono ? 1 : 2); ++ch)
-                CCrispKernels::Decimate(m_dTaps, 2 * kReach + 1, m_pRing[ch] + at, kDown,
-                                        static_cast<int>(count), m_pDown[ch] + to);
+            const float* in[2] = {m_pRing[0] + at, m_pRing[1] + at};
+            float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
+            CCrispKernels::Decimate(m_fTaps, kReach, in, static_cast<int>(count), down, channels);
             m_nDown += count;
             continue;
         }
-        for (int ch = 0; ch < (m_bMono ? 1 : 2); ++ch) {
-            double sum = 0;
+        // at the ends and where the ring wraps: the same filter on a copy, zeros outside the input
+        float run[2][2 * kReach + 1];
+        for (int ch = 0; ch < channels; ++ch)
             for (int i = -kReach; i <= kReach; ++i)
-                if (t + i >= 0 && t + i < m_nIn)
-                    sum += m_pRing[ch][(t + i) & (m_nRingSize - 1)] * m_dTaps[i + kReach];
-            m_pDown[ch][to] = static_cast<float>(sum);
-        }
+                run[ch][i + kReach] =
+                    t + i >= 0 && t + i < m_nIn ? m_pRing[ch][(t + i) & (m_nRingSize - 1)] : 0.0f;
+        const float* in[2] = {run[0], run[1]};
+        float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
+        CCrispKernels::Decimate(m_fTaps, kReach, in, 1, down, channels);
         ++m_nDown;
     }
 }

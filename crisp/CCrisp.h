@@ -122,22 +122,23 @@ private:
     bool m_bMainCentre = false; // m_dMainCentre is the next frame's
 
     // the low band
-    bool m_bLow = false;     // there is one (its window is longer)
-    int m_nLowWindow = 0;    // its window at the full rate
-    double m_dTaps[49] = {}; // the quarter rate's filter
+    bool m_bLow = false;  // there is one (its window is longer)
+    int m_nLowWindow = 0; // its window at the full rate
+    static constexpr int kHalfTaps = 25;
+    float m_fTaps[kHalfTaps] = {}; // the quarter rate's filter from its centre out (symmetric)
     static constexpr int kPhaseTaps = 13;
-    double m_dPhase[4][kPhaseTaps] = {}; // the same, by phase, to interpolate
-    float* m_pDown[2] = {};              // the input at a quarter of the rate, a ring ...
-    int64_t m_nDownRing = 0;             // ... of this many (a power of two) ...
-    int64_t m_nDown = 0;                 // ... holding this many so far
-    int64_t m_nLowFrame = 0;             // its frames made
-    int64_t m_nLowLastRead = 0;          // where the last one was read
-    double m_dLowMadeAt = 0;             // the output centre of the last one analysed and turned
-    bool m_bLowSkipped = false;          // the last one was not made (not heard)
-    bool m_bLowSettling = false;         // an onset passed, its spectrum not yet still
-    int64_t m_nLowEnd = 0;               // the output it has given ends here
-    float* m_pLowOut[2] = {};            // a ring of its output at a quarter of the rate
-    int m_nLowRing = 0;                  // (a power of two)
+    float m_fPhase[4][kPhaseTaps] = {}; // the same, by phase, to interpolate
+    float* m_pDown[2] = {};             // the input at a quarter of the rate, a ring ...
+    int64_t m_nDownRing = 0;            // ... of this many (a power of two) ...
+    int64_t m_nDown = 0;                // ... holding this many so far
+    int64_t m_nLowFrame = 0;            // its frames made
+    int64_t m_nLowLastRead = 0;         // where the last one was read
+    double m_dLowMadeAt = 0;            // the output centre of the last one analysed and turned
+    bool m_bLowSkipped = false;         // the last one was not made (not heard)
+    bool m_bLowSettling = false;        // an onset passed, its spectrum not yet still
+    int64_t m_nLowEnd = 0;              // the output it has given ends here
+    float* m_pLowOut[2] = {};           // a ring of its output at a quarter of the rate
+    int m_nLowRing = 0;                 // (a power of two)
     static constexpr int kLowOnsets = 64;
     double m_dLowOnset[kLowOnsets] =
         {}; // onsets and stops ahead of the low frames and just behind them

@@ -293,75 +293,123 @@ CRISP_INLINE void LogMagnitudesBody(const float* __restrict re, const float* __r
         out[k] = Log(1 + scale * std::sqrt(re[k] * re[k] + im[k] * im[k]));
 }
 
-CRISP_INLINE double DotBody(const double* __restrict taps, const float* __restrict x, int n) {
-    double part[8] = {};
-    int k = 0;
-    for (; k + 8 <= n; k += 8)
-        for (int j = 0; j < 8; ++j)
-            part[j] += taps[k + j] * x[k + j];
-    double rest = 0;
-    for (; k < n; ++k)
-        rest += taps[k] * x[k];
-    return (((part[0] + part[1]) + (part[2] + part[3])) +
-            ((part[4] + part[5]) + (part[6] + part[7]))) +
-           rest;
+// Floats in the compiler's own vectors, one register of the level's each, lane by lane.
+typedef float Four __attribute__((vector_size(16)));
+typedef float Eight __attribute__((vector_size(32)));
+typedef float Sixteen __attribute__((vector_size(64)));
+
+template <typename V> CRISP_INLINE V Load(const float* p) {
+    V v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
 }
 
-CRISP_INLINE void DecimateBody(const double* __restrict taps, int n, const float* __restrict x,
-                               int step, int count, float* __restrict out) {
-    for (int o = 0; o < count; ++o)
-        out[o] = static_cast<float>(DotBody(taps, x + o * step, n));
+// kGroup consecutive outputs of a filter, in vectors of the level's width: out[r] is c[0]
+// a[0][at + r], then + c[t] (a[t][at + r] + b[t][at + r]) for 0 < t < n in order (with kPairs;
+// without, c[t] a[t][at + r]). The same operations, lane by lane, as one output at a time.
+template <typename V, int kGroup, bool kPairs>
+CRISP_INLINE void Sums(const float* __restrict c, const float* const* a, const float* const* b,
+                       int n, int at, float* __restrict out) {
+    constexpr int kLanes = sizeof(V) / sizeof(float), kParts = kGroup / kLanes;
+    V part[kParts];
+    for (int g = 0; g < kParts; ++g)
+        part[g] = c[0] * Load<V>(a[0] + at + g * kLanes);
+    for (int t = 1; t < n; ++t)
+        for (int g = 0; g < kParts; ++g) {
+            const int i = at + g * kLanes;
+            part[g] += c[t] * (kPairs ? Load<V>(a[t] + i) + Load<V>(b[t] + i) : Load<V>(a[t] + i));
+        }
+    std::memcpy(out, part, sizeof part);
 }
 
-// Doubles in the compiler's own vectors, one register of the level's each, lane by lane.
-typedef double Two __attribute__((vector_size(16)));
-typedef double Four __attribute__((vector_size(32)));
-typedef double Eight __attribute__((vector_size(64)));
-
-// By phase, in blocks: the outputs of one phase are every fourth, their inputs consecutive.
+// Across outputs, from the input dealt out by phase (p[j][q] is x[4 q + j]) so that each tap
+// reads consecutive floats; the last group runs on past the outputs into zeros. The channels
+// share the list of taps.
 template <typename V>
-CRISP_INLINE void UpsampleBody(const double* __restrict phase, int taps, const float* __restrict x,
-                               int j0, int n, float* __restrict out) {
-    constexpr int kBlock = 64, kTaps = 16;
-    double acc[kBlock], in[kBlock + kTaps];
-    for (int start = 0; start < n; start += 4 * kBlock) {
-        const int end = std::min(n, start + 4 * kBlock);
-        for (int j = 0; j < 4; ++j) {
-            const int i0 = start + ((j - j0 - start) & 3);
-            if (i0 >= end)
-                continue;
-            const int count = (end - 1 - i0) / 4 + 1;
-            const float* from = x + ((j0 + i0) >> 2);
-            const double* c = phase + j * taps;
-            for (int r = 0; r < count; ++r)
-                acc[r] = 0;
-            if (taps <= kTaps) {
-                // the inputs in double once, not once per tap: in[r - k + taps - 1] = from[r - k]
-                for (int i = 0; i < count + taps - 1; ++i)
-                    in[i] = from[i - taps + 1];
-                // eight outputs at a time through every tap, their sums held in registers
-                int r = 0;
-                constexpr int kLanes = sizeof(V) / sizeof(double);
-                for (; r + 8 <= count; r += 8) {
-                    V part[8 / kLanes] = {};
-                    for (int k = 0; k < taps; ++k)
-                        for (int g = 0; g < 8 / kLanes; ++g) {
-                            V v;
-                            std::memcpy(&v, in + r + g * kLanes - k + taps - 1, sizeof v);
-                            part[g] += c[k] * v;
-                        }
-                    std::memcpy(acc + r, part, sizeof part);
-                }
-                for (int k = 0; k < taps; ++k)
-                    for (int q = r; q < count; ++q)
-                        acc[q] += c[k] * in[q - k + taps - 1];
-            } else {
-                for (int k = 0; k < taps; ++k)
-                    for (int r = 0; r < count; ++r)
-                        acc[r] += c[k] * from[r - k];
+CRISP_INLINE void DecimateBody(const float* __restrict taps, int reach, const float* const* x,
+                               int count, float* const* out, int channels) {
+    constexpr int kGroup = 32, kBlock = 128, kRoom = kBlock + 17;
+    float p[4][kRoom];
+    // the taps that are not zero, the centre first, each with its pair of inputs
+    float c[33];
+    const float *lo[33], *hi[33];
+    int n = 0;
+    for (int i = 0; i <= reach; ++i)
+        if (i == 0 || taps[i] != 0) {
+            c[n] = taps[i];
+            lo[n] = &p[(reach - i) & 3][(reach - i) >> 2];
+            hi[n] = &p[(reach + i) & 3][(reach + i) >> 2];
+            ++n;
+        }
+    for (int o0 = 0; o0 < count; o0 += kBlock) {
+        const int b = std::min(kBlock, count - o0), len = 4 * (b - 1) + 2 * reach + 1;
+        // (what the last group reads past them)
+        const int padded = (b + kGroup - 1) / kGroup * kGroup;
+        for (int k = len; k < 4 * (padded - 1) + 2 * reach + 1; ++k)
+            p[k & 3][k >> 2] = 0;
+        for (int ch = 0; ch < channels; ++ch) {
+            const float* __restrict s = x[ch] + 4 * o0;
+            int q = 0;
+            for (; 4 * q + 3 < len; ++q)
+                for (int j = 0; j < 4; ++j)
+                    p[j][q] = s[4 * q + j];
+            for (int k = 4 * q; k < len; ++k)
+                p[k & 3][k >> 2] = s[k];
+            for (int r = 0; r < b; r += kGroup) {
+                float sums[kGroup];
+                Sums<V, kGroup, true>(c, lo, hi, n, r, sums);
+                std::memcpy(out[ch] + o0 + r, sums, sizeof(float) * std::min(kGroup, b - r));
             }
-            for (int r = 0; r < count; ++r)
-                out[i0 + 4 * r] += static_cast<float>(acc[r]);
+        }
+    }
+}
+
+// By phase, in blocks: the outputs of one phase are every fourth, their inputs consecutive; the
+// phases' sums are then dealt back in order and added to out. The channels share the lists of
+// taps.
+template <typename V>
+CRISP_INLINE void UpsampleBody(const float* __restrict phase, int taps, const float* const* x,
+                               int j0, int n, float* const* out, int channels) {
+    constexpr int kGroup = 32, kBlock = 160, kTaps = 16;
+    float in[kTaps - 1 + kBlock], y[4][kBlock], z[4 * kBlock];
+    // each phase's taps that are not zero (at least one), with where their inputs start
+    float c[4][kTaps];
+    const float* a[4][kTaps];
+    int count[4] = {};
+    for (int j = 0; j < 4; ++j) {
+        int t = 0;
+        for (int k = 0; k < taps; ++k)
+            if (phase[j * taps + k] != 0) {
+                c[j][t] = phase[j * taps + k];
+                a[j][t++] = in + taps - 1 - k;
+            }
+        if (t == 0) {
+            c[j][0] = 0;
+            a[j][t++] = in;
+        }
+        count[j] = t;
+    }
+    const int last = (j0 + n - 1) >> 2;
+    for (int m0 = 0; m0 <= last; m0 += kBlock) {
+        const int b = std::min(kBlock, last + 1 - m0);
+        // outputs 4 m0 - j0 on, those that lie within the n
+        const int lo = std::max(0, 4 * m0 - j0), hi = std::min(n, 4 * (m0 + b) - j0);
+        for (int ch = 0; ch < channels; ++ch) {
+            // in[taps - 1 + r - k] = x[m0 + r - k], zeros past the block
+            const float* __restrict from = x[ch] + m0;
+            for (int i = 0; i < taps - 1 + b; ++i)
+                in[i] = from[i - taps + 1];
+            for (int i = taps - 1 + b; i < taps - 1 + kBlock; ++i)
+                in[i] = 0;
+            for (int j = 0; j < 4; ++j)
+                for (int r = 0; r < b; r += kGroup)
+                    Sums<V, kGroup, false>(c[j], a[j], nullptr, count[j], r, y[j] + r);
+            for (int r = 0; r < b; ++r)
+                for (int j = 0; j < 4; ++j)
+                    z[4 * r + j] = y[j][r];
+            float* __restrict to = out[ch];
+            for (int i = lo; i < hi; ++i)
+                to[i] += z[i + j0 - 4 * m0];
         }
     }
 }
@@ -406,24 +454,35 @@ CRISP_KERNEL_OF(Regions, RegionsBody<true>, RegionsBody<false>,
                 (const float* p2, const int* at, int n, int bins, int room, const double* zr,
                  const double* zi, float* zre, float* zim),
                 (p2, at, n, bins, room, zr, zi, zre, zim))
-CRISP_KERNEL(Decimate, (const double* taps, int n, const float* x, int step, int count, float* out),
-             (taps, n, x, step, count, out))
 CRISP_KERNEL(LogMagnitudes,
              (const float* re, const float* im, int from, int to, double norm, double compress,
               double* out),
              (re, im, from, to, norm, compress, out))
 
 // (each level with vectors of its own width)
-CRISP_AVX512 void Upsample512(const double* phase, int taps, const float* x, int j0, int n,
-                              float* out) {
-    UpsampleBody<Eight>(phase, taps, x, j0, n, out);
+CRISP_AVX512 void Decimate512(const float* taps, int reach, const float* const* x, int count,
+                              float* const* out, int channels) {
+    DecimateBody<Sixteen>(taps, reach, x, count, out, channels);
 }
-CRISP_AVX2 void Upsample256(const double* phase, int taps, const float* x, int j0, int n,
-                            float* out) {
-    UpsampleBody<Four>(phase, taps, x, j0, n, out);
+CRISP_AVX2 void Decimate256(const float* taps, int reach, const float* const* x, int count,
+                            float* const* out, int channels) {
+    DecimateBody<Eight>(taps, reach, x, count, out, channels);
 }
-void UpsamplePlain(const double* phase, int taps, const float* x, int j0, int n, float* out) {
-    UpsampleBody<Two>(phase, taps, x, j0, n, out);
+void DecimatePlain(const float* taps, int reach, const float* const* x, int count,
+                   float* const* out, int channels) {
+    DecimateBody<Four>(taps, reach, x, count, out, channels);
+}
+CRISP_AVX512 void Upsample512(const float* phase, int taps, const float* const* x, int j0, int n,
+                              float* const* out, int channels) {
+    UpsampleBody<Sixteen>(phase, taps, x, j0, n, out, channels);
+}
+CRISP_AVX2 void Upsample256(const float* phase, int taps, const float* const* x, int j0, int n,
+                            float* const* out, int channels) {
+    UpsampleBody<Eight>(phase, taps, x, j0, n, out, channels);
+}
+void UpsamplePlain(const float* phase, int taps, const float* const* x, int j0, int n,
+                   float* const* out, int channels) {
+    UpsampleBody<Four>(phase, taps, x, j0, n, out, channels);
 }
 
 // (these return a value)
@@ -463,9 +522,15 @@ int CCrispKernels::Peaks(const float* power, int from, int to, int narrow, float
                                         : PeaksPlain(power, from, to, narrow, floor, found);
 }
 
-void CCrispKernels::Decimate(const double* taps, int n, const float* x, int step, int count,
-                             float* out) {
-    DecimateAny(taps, n, x, step, count, out);
+void CCrispKernels::Decimate(const float* taps, int reach, const float* const* x, int count,
+                             float* const* out, int channels) {
+    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
+    if (level == CMorvaneIsa::Avx512)
+        Decimate512(taps, reach, x, count, out, channels);
+    else if (level == CMorvaneIsa::Avx2)
+        Decimate256(taps, reach, x, count, out, channels);
+    else
+        DecimatePlain(taps, reach, x, count, out, channels);
 }
 
 void CCrispKernels::Mix(const float* lre, const float* lim, const float* rre, const float* rim,
@@ -490,15 +555,15 @@ void CCrispKernels::Regions(const float* power, const int* at, int n, int bins, 
     RegionsAny(power, at, n, bins, room, zr, zi, zre, zim);
 }
 
-void CCrispKernels::Upsample(const double* phase, int taps, const float* x, int j0, int n,
-                             float* out) {
+void CCrispKernels::Upsample(const float* phase, int taps, const float* const* x, int j0, int n,
+                             float* const* out, int channels) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
     if (level == CMorvaneIsa::Avx512)
-        Upsample512(phase, taps, x, j0, n, out);
+        Upsample512(phase, taps, x, j0, n, out, channels);
     else if (level == CMorvaneIsa::Avx2)
-        Upsample256(phase, taps, x, j0, n, out);
+        Upsample256(phase, taps, x, j0, n, out, channels);
     else
-        UpsamplePlain(phase, taps, x, j0, n, out);
+        UpsamplePlain(phase, taps, x, j0, n, out, channels);
 }
 
 void CCrispKernels::LogMagnitudes(const float* re, const float* im, int from, int to, double norm,

@@ -43,15 +43,21 @@ public:
                       float* yre, float* yim, float* lre, float* lim, float* rre, float* rim,
                       int n);
 
-    // out[o] for o < count: the sum of taps[k] x[o step + k] for k < n, in eight interleaved
-    // partial sums (the same at every level), rounded to float.
-    static void Decimate(const double* taps, int n, const float* x, int step, int count,
-                         float* out);
+    // To a quarter of the rate, the first `channels` channels (x[c] into out[c], c < channels),
+    // through a symmetric filter given from its centre out, taps[i] for i <= reach (<= 32):
+    // out[o], o < count, is taps[0] x[c] plus, in the order of i, taps[i] (x[c - i] + x[c + i])
+    // for each tap that is not zero, where c = 4 o + reach. In single precision, one output per
+    // lane: the same at every level.
+    static void Decimate(const float* taps, int reach, const float* const* x, int count,
+                         float* const* out, int channels);
 
-    // Interpolation to four times the rate through a filter by phase: out[i] gets the sum of
+    // Interpolation to four times the rate through a filter by phase, the first `channels`
+    // channels (x[c] into out[c], c < channels): to out[i], i < n, is added the sum of
     // phase[j taps + k] x[m - k] for k < taps, where m and j are the quotient and the remainder
-    // of (j0 + i) / 4 (j0 < 4). Summed in the order of k, per output, as a plain loop would.
-    static void Upsample(const double* phase, int taps, const float* x, int j0, int n, float* out);
+    // of (j0 + i) / 4 (j0 < 4, taps <= 16). Summed in the order of k over the taps that are not
+    // zero, per output, in single precision.
+    static void Upsample(const float* phase, int taps, const float* const* x, int j0, int n,
+                         float* const* out, int channels);
 
     // log(1 + compress |re + i im| norm) for bins from to to (inclusive), into out (within 2e-7).
     static void LogMagnitudes(const float* re, const float* im, int from, int to, double norm,

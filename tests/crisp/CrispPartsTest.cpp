@@ -8,6 +8,7 @@
 #include <limits>
 #include <vector>
 
+#include "CCrispKernels.h"
 #include "CCrispOnsets.h"
 #include "CCrispPolyphase.h"
 #include "CCrispTimeMap.h"
@@ -19,6 +20,60 @@
 namespace {
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
+
+// The low band's filters give their sums, in single precision, for each channel asked for (and
+// leave the other alone) whatever the count and the phase of the first output (runs that end
+// within a vector, a single output, every phase), and leave out only taps that are zero.
+TEST(CrispKernels, QuarterRateFiltersGiveTheirSums) {
+    const std::vector<float> x[2] = {Signals::Noise(1000, 1, 0.5, 7),
+                                     Signals::Noise(1000, 1, 0.5, 8)};
+    const float* in[2] = {x[0].data(), x[1].data()};
+    float taps[13] = {};
+    for (int i = 0; i <= 12; ++i)
+        taps[i] = i % 4 == 0 && i > 0 ? 0.0f : 0.3f / (1 + i);
+    for (int count : {1, 5, 33, 64, 97, 200}) {
+        std::vector<float> out[2] = {std::vector<float>(count + 1, -1.0f),
+                                     std::vector<float>(count + 1, -1.0f)};
+        float* to[2] = {out[0].data(), out[1].data()};
+        const int channels = count == 5 ? 1 : 2;
+        CCrispKernels::Decimate(taps, 12, in, count, to, channels);
+        EXPECT_EQ(out[1][0] == -1.0f, channels == 1) << count;
+        for (int ch = 0; ch < channels; ++ch) {
+            for (int o = 0; o < count; ++o) {
+                const int c = 4 * o + 12;
+                double sum = taps[0] * double(x[ch][c]);
+                for (int i = 1; i <= 12; ++i)
+                    sum += taps[i] * (double(x[ch][c - i]) + x[ch][c + i]);
+                EXPECT_NEAR(out[ch][o], sum, 1e-6) << count << " " << o;
+            }
+            EXPECT_EQ(out[ch][count], -1.0f) << count;
+        }
+    }
+    float phase[4][7] = {};
+    for (int j = 0; j < 4; ++j)
+        for (int k = 0; k < 7; ++k)
+            phase[j][k] = j == 0 && k != 3 ? 0.0f : 0.2f * (j + 1) / (k + 2);
+    const float* from[2] = {in[0] + 6, in[1] + 6};
+    for (int j0 = 0; j0 < 4; ++j0)
+        for (int n : {1, 3, 130, 701}) {
+            std::vector<float> out[2] = {std::vector<float>(n + 1, 0.25f),
+                                         std::vector<float>(n + 1, 0.25f)};
+            float* to[2] = {out[0].data(), out[1].data()};
+            const int channels = n == 3 ? 1 : 2;
+            CCrispKernels::Upsample(&phase[0][0], 7, from, j0, n, to, channels);
+            EXPECT_EQ(out[1][0] == 0.25f, channels == 1) << j0 << " " << n;
+            for (int ch = 0; ch < channels; ++ch) {
+                for (int i = 0; i < n; ++i) {
+                    const int m = (j0 + i) / 4, j = (j0 + i) % 4;
+                    double sum = 0.25;
+                    for (int k = 0; k < 7; ++k)
+                        sum += phase[j][k] * double(from[ch][m - k]);
+                    EXPECT_NEAR(out[ch][i], sum, 1e-6) << j0 << " " << n << " " << i;
+                }
+                EXPECT_EQ(out[ch][n], 0.25f) << j0 << " " << n;
+            }
+        }
+}
 
 // Every instruction set's path gives the same bits, in either precision; single precision is
 // within its rounding of the plain DFT.
