@@ -235,6 +235,7 @@ void CCrisp::Restart() {
     m_bLowSkipped = m_bLowSettling = false;
     m_nLowFirst = m_nLowCount = 0;
     m_nLastStop = std::numeric_limits<int64_t>::min() / 2;
+    m_nHopsCentre = std::numeric_limits<int64_t>::min() / 2;
     m_dLowPassed = -kInf;
     std::fill(std::begin(m_dLowS), std::end(m_dLowS), 0.0);
     m_dLastOnset = -1;
@@ -333,8 +334,19 @@ void CCrisp::FeedDetector() {
                      : centre + half > m_nIn)
             break;
         const float* mono = GatherMono(centre - half, frame);
-        // A sound cut off short: the long window would spread its end into a ragged tail.
-        if (CCrispOnsets::Stops(mono, frame) && centre - m_nLastStop > frame) {
+        // A sound cut off short: the long window would spread its end into a ragged tail. (The
+        // energies of the frame's four hops, each worked out once: the frames move on by one.)
+        const int hop = m_Onsets.Hop();
+        if (centre == m_nHopsCentre + hop) {
+            std::copy(m_dHops + 1, m_dHops + 4, m_dHops);
+            m_dHops[3] = CCrispOnsets::Energy(mono + 3 * hop, hop);
+        } else {
+            for (int k = 0; k < 4; ++k)
+                m_dHops[k] = CCrispOnsets::Energy(mono + k * hop, hop);
+        }
+        m_nHopsCentre = centre;
+        if (CCrispOnsets::Stops(m_dHops[0] + m_dHops[1], m_dHops[2] + m_dHops[3], frame) &&
+            centre - m_nLastStop > frame) {
             m_nLastStop = centre;
             KeepLowAway(double(centre + half / 2));
         }

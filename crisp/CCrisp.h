@@ -110,6 +110,8 @@ private:
     float* m_pMono = nullptr;       // one detector frame (or a long one) ...
     float* m_pLongBefore = nullptr; // ... and another long one
     float* m_pSilence = nullptr;    // a frame of zeros: the right channel's in a mono job
+    double m_dHops[4] = {};         // the energies of the last detector frame's four hops ...
+    int64_t m_nHopsCentre = 0;      // ... and its centre
 
     // frames
     int64_t m_nFrame = 0;       // synthesis frames made

@@ -209,22 +209,23 @@ int CCrispOnsets::Refine(const float* x, int n, int block) {
     return at;
 }
 
-bool CCrispOnsets::Stops(const float* x, int n) {
+double CCrispOnsets::Energy(const float* x, int n) {
     // in eight running sums, which vectorise (one is a chain of additions each waiting on the last)
-    double first[8] = {}, second[8] = {};
-    const int h = n / 2;
+    double part[8] = {};
     int i = 0;
-    for (; i + 8 <= h; i += 8)
-        for (int j = 0; j < 8; ++j) {
-            first[j] += double(x[i + j]) * x[i + j];
-            second[j] += double(x[h + i + j]) * x[h + i + j];
-        }
-    for (; i < h; ++i) {
-        first[0] += double(x[i]) * x[i];
-        second[0] += double(x[h + i]) * x[h + i];
-    }
-    const auto total = [](const double* s) {
-        return ((s[0] + s[1]) + (s[2] + s[3])) + ((s[4] + s[5]) + (s[6] + s[7]));
-    };
-    return total(first) > 1e-7 * h && total(second) < 1e-4 * total(first);
+    for (; i + 8 <= n; i += 8)
+        for (int j = 0; j < 8; ++j)
+            part[j] += double(x[i + j]) * x[i + j];
+    for (; i < n; ++i)
+        part[0] += double(x[i]) * x[i];
+    return ((part[0] + part[1]) + (part[2] + part[3])) +
+           ((part[4] + part[5]) + (part[6] + part[7]));
+}
+
+bool CCrispOnsets::Stops(double first, double second, int n) {
+    return first > 1e-7 * (n / 2) && second < 1e-4 * first;
+}
+
+bool CCrispOnsets::Stops(const float* x, int n) {
+    return Stops(Energy(x, n / 2), Energy(x + n / 2, n / 2), n);
 }

@@ -36,6 +36,10 @@ public:
     // Whether a sound stops short in x (n samples): its second half 40 dB or more below its
     // first, which is above -70 dBFS. No natural decay falls that fast.
     static bool Stops(const float* x, int n);
+    // The same from the energies of its halves.
+    static bool Stops(double first, double second, int n);
+    // The sum of squares of n samples.
+    static double Energy(const float* x, int n);
     // Whether an onset found at centre holds in frames twice as long, which span a low note's
     // period: their spectra, ending at before and starting at after (LongFrame() samples each,
     // LongGap() apart), rise as the short frames' did. The partials of a bright low note beat
