@@ -196,7 +196,7 @@ void CCrisp::Size() {
     m_nStretchRoom = 2 * kHistory + hop;
     // One zeroed allocation, in the order of the members that view it.
     m_pStore = Zeroed<float>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) + 3 * window +
-                             2L * m_nStretchRoom);
+                             window / 2 + 2L * m_nStretchRoom);
     float* next = m_pStore.get();
     const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
     for (int c = 0; c < 2; ++c) {
@@ -209,6 +209,7 @@ void CCrisp::Size() {
     m_pMono = take(window);
     m_pLongBefore = take(window);
     m_pSilence = take(window);
+    m_pDetect = take(window / 2);
     m_pStretch = take(2L * m_nStretchRoom);
     m_bSized = true;
 }
@@ -235,7 +236,7 @@ void CCrisp::Restart() {
     m_bLowSkipped = m_bLowSettling = false;
     m_nLowFirst = m_nLowCount = 0;
     m_nLastStop = std::numeric_limits<int64_t>::min() / 2;
-    m_nHopsCentre = std::numeric_limits<int64_t>::min() / 2;
+    m_nHopsCentre = m_nDetectAt = std::numeric_limits<int64_t>::min() / 2;
     m_dLowPassed = -kInf;
     std::fill(std::begin(m_dLowS), std::end(m_dLowS), 0.0);
     m_dLastOnset = -1;
@@ -324,6 +325,19 @@ const float* CCrisp::GatherMono(int64_t at, int n) {
     return m_pMono;
 }
 
+// The detector's frames move on by a hop: each takes the last one's samples and the mean of
+// only the hop that is new.
+const float* CCrisp::DetectorFrame(int64_t at, int n) {
+    const int hop = m_Onsets.Hop();
+    const int64_t from = at == m_nDetectAt + hop ? at + n - hop : at;
+    if (from > at)
+        std::memmove(m_pDetect, m_pDetect + hop, sizeof(float) * (n - hop));
+    const float* mono = GatherMono(from, static_cast<int>(at + n - from));
+    std::copy(mono, mono + (at + n - from), m_pDetect + (from - at));
+    m_nDetectAt = at;
+    return m_pDetect;
+}
+
 void CCrisp::FeedDetector() {
     if (!m_bOnsets)
         return;
@@ -333,7 +347,7 @@ void CCrisp::FeedDetector() {
         if (m_bFinal ? centre - half > m_nIn + CCrispOnsets::kLead * m_Onsets.Hop()
                      : centre + half > m_nIn)
             break;
-        const float* mono = GatherMono(centre - half, frame);
+        const float* mono = DetectorFrame(centre - half, frame);
         // A sound cut off short: the long window would spread its end into a ragged tail. (The
         // energies of the frame's four hops, each worked out once: the frames move on by one.)
         const int hop = m_Onsets.Hop();

@@ -63,7 +63,8 @@ private:
     // n frames from at of each channel: where the ring holds them in one run, or copied into
     // m_pFrame (zeros where it holds none)
     void Gather(int64_t at, int n, const float** frame) const;
-    const float* GatherMono(int64_t at, int n); // the channels' mean, into m_pMono
+    const float* GatherMono(int64_t at, int n);    // the channels' mean, into m_pMono
+    const float* DetectorFrame(int64_t at, int n); // the same, into m_pDetect
     void FeedDetector();
     void KeepLowAway(double t); // no low frame heard within half its window of t
     bool MainCentre(double* c); // of the next synthesis frame, asked of the map once
@@ -110,8 +111,10 @@ private:
     float* m_pMono = nullptr;       // one detector frame (or a long one) ...
     float* m_pLongBefore = nullptr; // ... and another long one
     float* m_pSilence = nullptr;    // a frame of zeros: the right channel's in a mono job
-    double m_dHops[4] = {};         // the energies of the last detector frame's four hops ...
-    int64_t m_nHopsCentre = 0;      // ... and its centre
+    float* m_pDetect = nullptr;     // the detector's last frame, from m_nDetectAt
+    int64_t m_nDetectAt = 0;
+    double m_dHops[4] = {};    // the energies of the last detector frame's four hops ...
+    int64_t m_nHopsCentre = 0; // ... and its centre
 
     // frames
     int64_t m_nFrame = 0;       // synthesis frames made
