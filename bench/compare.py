@@ -525,6 +525,7 @@ def main():
         return
 
     tools = tool_commands(args.morvane, args.plugin)
+    v = versions()  # (the commit the build was made from, before any later one)
     with tempfile.TemporaryDirectory(prefix="morvane-compare-") as work:
         files = make_material(work)
         if args.quick:
@@ -556,7 +557,6 @@ def main():
                                                            stages=True)
 
     audio = {name: n / RATE for name, n in lengths.items()}
-    v = versions()
     lines = [f"# Morvane against the time-stretchers users have — {datetime.date.today()}", "",
              f"- Machine: {v['machine']}"]
     lines += [f"- {k}: {v[k]}" for k in ("Morvane", "soundstretch", "rubberband", "SoX")]
