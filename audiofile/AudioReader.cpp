@@ -9,10 +9,7 @@
 #include "AudioLibraries.h"
 #include "CChunkFile.h"
 #include "CFileType.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "WavReader.h"
 
 namespace {
 
@@ -22,30 +19,6 @@ const AudioLibraries::SndfileTable& Sf() {
 
 const AudioLibraries::Mpg123Table& Mp3() {
     return AudioLibraries::Mpg123();
-}
-
-// What libsndfile's float reading gives for 16-bit samples: s / 32768, exact.
-void ShortsToFloats(const short* s, long n, float* out) {
-    constexpr float kScale = 1.0f / 32768.0f;
-    long i = 0;
-#if defined(__SSE2__)
-    const __m128 scale = _mm_set1_ps(kScale);
-    for (; i + 8 <= n; i += 8) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
-        const __m128i lo = _mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16);
-        const __m128i hi = _mm_srai_epi32(_mm_unpackhi_epi16(v, v), 16);
-        _mm_storeu_ps(out + i, _mm_mul_ps(_mm_cvtepi32_ps(lo), scale));
-        _mm_storeu_ps(out + i + 4, _mm_mul_ps(_mm_cvtepi32_ps(hi), scale));
-    }
-#endif
-    for (; i < n; ++i)
-        out[i] = static_cast<float>(s[i]) * kScale;
-}
-
-bool IsWav16(int format) {
-    const int container = format & SF_FORMAT_TYPEMASK;
-    return (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX) &&
-           (format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16;
 }
 
 std::runtime_error Refuse(const std::string& path, CFileType::Kind kind) {
@@ -99,13 +72,19 @@ AudioReader::AudioReader(const std::string& path) : m_path(path) {
     }
     if (!CFileType::IsReadableAudio(kind) && kind != CFileType::Unknown)
         throw Refuse(path, kind);
+    if (kind == CFileType::Wav && (m_wav = WavReader::Open(path))) {
+        m_info = m_wav->Info();
+        m_tags = m_wav->Tags();
+        if (m_wav->Declared() > m_info.frames)
+            m_missing = m_wav->Declared() - m_info.frames;
+        return;
+    }
     m_file = Sf().sf_open(path.c_str(), SFM_READ, &m_info);
     if (!m_file) {
         if (kind == CFileType::Unknown)
             throw std::runtime_error(path + " is not audio this build can read");
         throw std::runtime_error("cannot read " + path + ": " + Clause(Sf().sf_strerror(nullptr)));
     }
-    m_wav16 = IsWav16(m_info.format);
     for (int id = SF_STR_FIRST; id <= SF_STR_LAST; ++id)
         if (const char* s = Sf().sf_get_string(m_file, id); s && *s)
             m_tags[id] = s;
@@ -192,21 +171,16 @@ sf_count_t AudioReader::Read(float* interleaved, sf_count_t frames) {
         }
         return static_cast<sf_count_t>(got / frameBytes);
     }
-    if (!m_wav16)
-        return Sf().sf_readf_float(m_file, interleaved, frames);
-    // The library's own conversion is a plain loop; this is the same, vectorised.
-    const size_t samples = static_cast<size_t>(frames) * m_info.channels;
-    if (m_shorts.size() < samples)
-        m_shorts.resize(samples);
-    const sf_count_t got = Sf().sf_readf_short(m_file, m_shorts.data(), frames);
-    if (got > 0)
-        ShortsToFloats(m_shorts.data(), static_cast<long>(got) * m_info.channels, interleaved);
-    return got;
+    if (m_wav)
+        return m_wav->Read(interleaved, frames);
+    return Sf().sf_readf_float(m_file, interleaved, frames);
 }
 
 bool AudioReader::Seek(sf_count_t frame) {
     frame = std::clamp<sf_count_t>(frame, 0, m_info.frames);
     if (m_mp3)
         return Mp3().mpg123_seek(m_mp3, static_cast<off_t>(frame), SEEK_SET) >= 0;
+    if (m_wav)
+        return m_wav->Seek(frame);
     return Sf().sf_seek(m_file, frame, SEEK_SET) >= 0;
 }

@@ -3,13 +3,15 @@
 #include <sndfile.h>
 
 #include <map>
+#include <memory>
 #include <string>
-#include <vector>
 
 struct mpg123_handle_struct;
+class WavReader;
 
 // Reads an audio file as float frames: every format libsndfile knows, and MP3 through libmpg123
-// so that its length is the stream's own rather than an estimate.
+// so that its length is the stream's own rather than an estimate. Plain WAV is read directly
+// (WavReader), libsndfile then not loaded.
 class AudioReader {
 public:
     // Throws std::runtime_error with a sentence for the user, which names what the file is
@@ -45,9 +47,8 @@ private:
     std::string m_path;
     SNDFILE* m_file = nullptr;
     mpg123_handle_struct* m_mp3 = nullptr;
+    std::unique_ptr<WavReader> m_wav;
     SF_INFO m_info{};
     sf_count_t m_missing = 0;
     std::map<int, std::string> m_tags;
-    bool m_wav16 = false;        // 16-bit WAV: read as integers, scaled here
-    std::vector<short> m_shorts; // those integers
 };

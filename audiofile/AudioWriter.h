@@ -3,10 +3,12 @@
 #include <sndfile.h>
 
 #include <map>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "CReplaceFile.h"
+
+class WavWriter;
 
 // Writes an audio file so that no partial file is ever left under the target's name, nor any
 // other file once the process is gone, however it ends: the frames go to a file that replaces
@@ -36,13 +38,13 @@ public:
 private:
     void Discard();
     void CopyToStandardOutput();
+    static std::string WhyNot(); // errno's, as a clause
 
     std::string m_target;
     CReplaceFile m_replace;
     SNDFILE* m_file = nullptr;
+    std::unique_ptr<WavWriter> m_wav; // plain WAV, written here without libsndfile
     int m_channels = 0;
     bool m_durable = false;
-    bool m_wav16 = false;        // 16-bit WAV: converted here, written as integers
-    std::vector<short> m_shorts; // those integers
     long m_writes = 0;
 };

@@ -7,6 +7,7 @@
 
 #include "AudioLibraries.h"
 #include "RenderJob.h"
+#include "WavWriter.h"
 
 namespace {
 
@@ -54,6 +55,8 @@ std::string Lower(std::string s) {
 }
 
 bool Valid(int format, int channels, int rate) {
+    if (WavWriter::Writes(format))
+        return channels > 0 && rate > 0;
     SF_INFO info{};
     info.format = format;
     info.channels = channels;
@@ -138,6 +141,18 @@ std::string OutputFormat::Extension(int format) {
 }
 
 std::string OutputFormat::Describe(int format) {
+    // plain WAV's words as libsndfile has them, without loading it
+    const int container = format & SF_FORMAT_TYPEMASK, sub = format & SF_FORMAT_SUBMASK;
+    if (container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX) {
+        const char* depth = sub == SF_FORMAT_PCM_16   ? "Signed 16 bit PCM"
+                            : sub == SF_FORMAT_PCM_24 ? "Signed 24 bit PCM"
+                            : sub == SF_FORMAT_PCM_32 ? "Signed 32 bit PCM"
+                            : sub == SF_FORMAT_FLOAT  ? "32 bit float"
+                                                      : nullptr;
+        if (depth)
+            return std::string(container == SF_FORMAT_WAV ? "WAV" : "WAVEX") + " (Microsoft), " +
+                   depth;
+    }
     SF_FORMAT_INFO major{format & SF_FORMAT_TYPEMASK, nullptr, nullptr};
     SF_FORMAT_INFO minor{format & SF_FORMAT_SUBMASK, nullptr, nullptr};
     std::string text = Sf().sf_command(nullptr, SFC_GET_FORMAT_INFO, &major, sizeof(major)) == 0
