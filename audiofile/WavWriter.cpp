@@ -62,7 +62,7 @@ void ToShorts(const float* x, long n, short* out) {
         out[i] = static_cast<short>(ToInt32(x[i]) >> 16);
 }
 
-constexpr size_t kBufferBytes = 1 << 16;
+constexpr size_t kBufferBytes = 1 << 14; // a few pages, warm from the first write on
 // The largest data chunk whose file still has 32-bit lengths, a whole number of frames of any
 // width up to 32 channels of 32 bits.
 constexpr uint64_t kMostData = 0xFFFFFFFFull - (1 << 20);
