@@ -292,7 +292,8 @@ def short_files(tools, path, morvane, plugin, work, clips=100):
 
 
 def footprints(tools, clip, morvane, plugin, work, runs):
-    """A one-second job at time 150 % with every tool, and morvane --version: median minor page
+    """A one-second job at time 150 % with every tool, and morvane --version, help and info of the
+    clip: median minor page
     faults and peak resident KB as /usr/bin/time reports them (a child of Python would count
     Python's own pages in), and CPU ms. [(label, faults, KB, ms)]."""
     out = os.path.join(work, "footprint.wav")
@@ -300,6 +301,8 @@ def footprints(tools, clip, morvane, plugin, work, runs):
     env = dict(os.environ, MORVANE_PLUGIN=plugin)
     commands = [(tool, cmd(clip, out, 1.5, 0)) for tool, cmd in tools]
     commands.append(("`morvane --version`", [morvane, "--version"]))
+    commands.append(("`morvane help`", [morvane, "help"]))
+    commands.append(("`morvane info` of the clip", [morvane, "info", clip]))
     rows = []
     for label, cmd in commands:
         faults, kb, ms = [], [], []
@@ -623,7 +626,8 @@ def main():
     lines += [f"| {label} | {m:.2f} | {p:.2f} | {b:.2f} | {p / m:.2f} | {p / b:.2f} |"
               for label, (m, p, b) in short.items()]
     lines += ["", "The first clip at time 150 % with every tool, one process each, and "
-              "`morvane --version` alone: minor page faults and peak resident memory as "
+              "`morvane --version`, `help` and `info` of the clip: minor page faults and peak "
+              "resident memory as "
               "`/usr/bin/time` reports them, and CPU milliseconds, median of "
               f"{args.runs}. A page's first touch is a fault of its own, so faults count the "
               "memory a command writes and the libraries it maps.", "",
