@@ -1,8 +1,10 @@
 #include "CRealFft.h"
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <numbers>
 #include <type_traits>
 #include <utility>
@@ -666,14 +668,16 @@ void InverseAt(CMorvaneIsa::Level isa, const Plan<R>& plan, const S* re, const S
 
 } // namespace
 
-template <typename R>
-CRealFft::Tables<R>::Tables(bool used)
-    : work(used ? 3 * kMaxPoints + 2 + 6 * 16 : 0), stages(used ? kMaxPoints : 0),
-      twRe(used ? kMaxPoints / 2 : 0), twIm(used ? kMaxPoints / 2 : 0),
-      wide4(used ? 6 * (kMaxPoints / 8) : 0) {}
+template <typename R> struct CRealFft::Twiddles {
+    explicit Twiddles(int n);
+    Zeroed<R> stages, twRe, twIm, wide4;
+};
 
 // The twiddles are worked out in double precision and rounded once.
-template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
+template <typename R>
+CRealFft::Twiddles<R>::Twiddles(int n)
+    : stages(static_cast<size_t>(n)), twRe(static_cast<size_t>(n / 2)),
+      twIm(static_cast<size_t>(n / 2)), wide4(static_cast<size_t>(n)) {
     const int h = n / 2;
     for (int k = 0; k < h; ++k) {
         const double a = -2.0 * std::numbers::pi * k / n;
@@ -701,6 +705,23 @@ template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
     }
 }
 
+template <typename R>
+CRealFft::Tables<R>::Tables(bool used) : work(used ? 3 * kMaxPoints + 2 + 6 * 16 : 0) {}
+
+template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
+    // one set a size for the process, never freed while a transform may read it
+    static std::mutex mutex;
+    static std::unique_ptr<Twiddles<R>> made[32];
+    std::lock_guard lock(mutex);
+    std::unique_ptr<Twiddles<R>>& t = made[std::countr_zero(static_cast<unsigned>(n))];
+    if (!t)
+        t = std::make_unique<Twiddles<R>>(n);
+    stages = t->stages.get();
+    twRe = t->twRe.get();
+    twIm = t->twIm.get();
+    wide4 = t->wide4.get();
+}
+
 CRealFft::CRealFft(CMorvaneIsa::Level isa, Precision precision)
     : m_Isa(CMorvaneIsa::Usable(isa)), m_Precision(precision),
       m_Single(precision == Precision::Single), m_Double(precision == Precision::Double) {}
@@ -722,13 +743,13 @@ void CRealFft::Transform(const T* x, const float* window, S* re, S* im) {
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
         ForwardAt(m_Isa,
-                  Plan<float>{h, m_Single.work.get(), m_Single.stages.get(), m_Single.twRe.get(),
-                              m_Single.twIm.get(), m_Single.wide4.get()},
+                  Plan<float>{h, m_Single.work.get(), m_Single.stages, m_Single.twRe, m_Single.twIm,
+                              m_Single.wide4},
                   x, window, re, im);
     else
         ForwardAt(m_Isa,
-                  Plan<double>{h, m_Double.work.get(), m_Double.stages.get(), m_Double.twRe.get(),
-                               m_Double.twIm.get(), m_Double.wide4.get()},
+                  Plan<double>{h, m_Double.work.get(), m_Double.stages, m_Double.twRe,
+                               m_Double.twIm, m_Double.wide4},
                   x, window, re, im);
 }
 
@@ -745,13 +766,13 @@ template <typename S> void CRealFft::Backward(const S* re, const S* im, const vo
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
         InverseAt(m_Isa,
-                  Plan<float>{h, m_Single.work.get(), m_Single.stages.get(), m_Single.twRe.get(),
-                              m_Single.twIm.get(), m_Single.wide4.get()},
+                  Plan<float>{h, m_Single.work.get(), m_Single.stages, m_Single.twRe, m_Single.twIm,
+                              m_Single.wide4},
                   re, im, out);
     else
         InverseAt(m_Isa,
-                  Plan<double>{h, m_Double.work.get(), m_Double.stages.get(), m_Double.twRe.get(),
-                               m_Double.twIm.get(), m_Double.wide4.get()},
+                  Plan<double>{h, m_Double.work.get(), m_Double.stages, m_Double.twRe,
+                               m_Double.twIm, m_Double.wide4},
                   re, im, out);
 }
 

@@ -25,7 +25,8 @@ public:
     CRealFft(const CRealFft&) = delete;
     CRealFft& operator=(const CRealFft&) = delete;
 
-    // Prepares n points (a power of two from 4 to kMaxPoints) without allocating; false otherwise.
+    // Prepares n points (a power of two from 4 to kMaxPoints); false otherwise. Allocates only the
+    // first time the process prepares that size (its twiddles, shared from then on).
     bool Prepare(int n);
     int Points() const { return m_nPoints; }
 
@@ -45,16 +46,19 @@ public:
                     int split, float* rest);
 
 private:
-    // sized for kMaxPoints in the precision used (empty in the other); a transform of fewer
-    // points touches only the pages it uses
+    // The twiddles of one size, made once for the process by the first transform of that size
+    // to be prepared and read by every other (CRealFft.cpp keeps them).
+    template <typename R> struct Twiddles;
+    // the work arrays, sized for kMaxPoints in the precision used (empty in the other; a transform
+    // of fewer points touches only the pages it uses), and that size's twiddles
     template <typename R> struct Tables {
         explicit Tables(bool used);
         void Prepare(int n);
-        Zeroed<R> work;   // two complex sequences of n / 2, real and imaginary apart
-        Zeroed<R> stages; // each stage's twiddles, real parts then imaginary
-        Zeroed<R> twRe;   // cos and sin of -2 pi k / n, k < n / 2
-        Zeroed<R> twIm;
-        Zeroed<R> wide4; // the stage of stride 4's, each repeated 4 times
+        Zeroed<R> work;            // two complex sequences of n / 2, real and imaginary apart
+        const R* stages = nullptr; // each stage's twiddles, real parts then imaginary
+        const R* twRe = nullptr;   // cos and sin of -2 pi k / n, k < n / 2
+        const R* twIm = nullptr;
+        const R* wide4 = nullptr; // the stage of stride 4's, each repeated 4 times
     };
 
     template <typename T, typename S> void Transform(const T* x, const float* window, S* re, S* im);
