@@ -18,6 +18,8 @@ namespace {
 // dst[i] = src[i] * gain for n samples; returns the larger of peak and the magnitudes written
 // (NaN never counts).
 float ScaleAndPeak(const float* src, float* dst, int64_t n, float gain, float peak) {
+    // At unity gain in place the samples stay as they are (x * 1 is x): only read them.
+    const bool store = gain != 1.0f || src != dst;
     int64_t i = 0;
 #if defined(__SSE2__)
     // maxps(a, b) is a > b ? a : b, the same choice as std::max(b, a), NaN included.
@@ -26,7 +28,8 @@ float ScaleAndPeak(const float* src, float* dst, int64_t n, float gain, float pe
     __m128 p = _mm_set1_ps(peak);
     for (; i + 4 <= n; i += 4) {
         const __m128 v = _mm_mul_ps(_mm_loadu_ps(src + i), g);
-        _mm_storeu_ps(dst + i, v);
+        if (store)
+            _mm_storeu_ps(dst + i, v);
         p = _mm_max_ps(_mm_and_ps(v, magnitude), p);
     }
     alignas(16) float lanes[4];
@@ -35,8 +38,10 @@ float ScaleAndPeak(const float* src, float* dst, int64_t n, float gain, float pe
         peak = std::max(peak, l);
 #endif
     for (; i < n; ++i) {
-        dst[i] = src[i] * gain;
-        peak = std::max(peak, std::fabs(dst[i]));
+        const float v = src[i] * gain;
+        if (store)
+            dst[i] = v;
+        peak = std::max(peak, std::fabs(v));
     }
     return peak;
 }
