@@ -84,19 +84,22 @@ WavWriter::WavWriter(int fd, int format, int channels, int rate)
                                              : 4) {}
 
 std::vector<unsigned char> WavWriter::Header(uint32_t dataBytes) const {
+    // Float takes the extended fmt (its extra length, 0, said) and the frames in a fact chunk,
+    // as a format other than PCM should.
     const bool floats = m_format == SF_FORMAT_FLOAT;
-    std::vector<unsigned char> h(floats ? 56 : 44);
+    const uint32_t fmtBytes = floats ? 18 : 16;
+    std::vector<unsigned char> h(20 + fmtBytes + (floats ? 12 : 0) + 8);
     unsigned char* p = h.data();
     std::memcpy(p, "RIFF\0\0\0\0WAVEfmt ", 16);
-    Put32(p + 16, 16);
+    Put32(p + 16, fmtBytes);
     Put16(p + 20, floats ? 3 : 1);
     Put16(p + 22, static_cast<uint32_t>(m_channels));
     Put32(p + 24, static_cast<uint32_t>(m_rate));
     Put32(p + 28, static_cast<uint32_t>(m_rate * m_channels * m_bytes));
     Put16(p + 32, static_cast<uint32_t>(m_channels * m_bytes));
     Put16(p + 34, static_cast<uint32_t>(8 * m_bytes));
-    p += 36;
-    if (floats) { // the frames, as a format other than PCM must say
+    p += 20 + fmtBytes; // (the extra length of float's fmt stays 0)
+    if (floats) {
         std::memcpy(p, "fact", 4);
         Put32(p + 4, 4);
         Put32(p + 8, dataBytes / static_cast<uint32_t>(m_channels * m_bytes));
