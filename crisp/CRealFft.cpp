@@ -1,5 +1,6 @@
 #include "CRealFft.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -102,12 +103,41 @@ CRISP_INLINE void PairStage(const R* __restrict xr, const R* __restrict xi, R* _
     }
 }
 
-// The forward complex transform of h points in (xr, xi), using (yr, yi) as room; returns which
-// of the two holds the result (true: y). w: each radix-4 stage's twiddles in turn.
+// One radix-3 stage, as Radix4's with three streams (w: W^p, then W^2p, each m long, real parts
+// then imaginary). Transforms of three times a power of two take one, after the radix-4 ones.
+template <typename R>
+CRISP_INLINE void Radix3Stage(const R* __restrict xr, const R* __restrict xi, R* __restrict yr,
+                              R* __restrict yi, const R* __restrict w, int s, int m) {
+    const int l = s * m;
+    const R half = 0.5, sine = R(0.86602540378443864676); // sin(pi / 3)
+    for (int p = 0; p < m; ++p) {
+        const R w1r = w[p], w1i = w[m + p], w2r = w[2 * m + p], w2i = w[3 * m + p];
+        const int a = s * p, o = 3 * s * p;
+        for (int q = 0; q < s; ++q) {
+            const R ar = xr[a + q], ai = xi[a + q];
+            const R br = xr[a + q + l], bi = xi[a + q + l];
+            const R cr = xr[a + q + 2 * l], ci = xi[a + q + 2 * l];
+            const R sr = br + cr, si = bi + ci, dr = br - cr, di = bi - ci;
+            const R mr = ar - half * sr, mi = ai - half * si;
+            const R ur = mr + sine * di, ui = mi - sine * dr; // a + W b + W^2 c
+            const R vr = mr - sine * di, vi = mi + sine * dr; // a + W^2 b + W c
+            yr[o + q] = ar + sr;
+            yi[o + q] = ai + si;
+            yr[o + s + q] = ur * w1r - ui * w1i;
+            yi[o + s + q] = ur * w1i + ui * w1r;
+            yr[o + 2 * s + q] = vr * w2r - vi * w2i;
+            yi[o + 2 * s + q] = vr * w2i + vi * w2r;
+        }
+    }
+}
+
+// The forward complex transform of h points (a power of two, or three times one) in (xr, xi),
+// using (yr, yi) as room; returns which of the two holds the result (true: y). w: each stage's
+// twiddles in turn.
 template <typename R> CRISP_INLINE bool Complex(R* xr, R* xi, R* yr, R* yi, const R* w, int h) {
     bool inY = false;
     int s = 1, n = h;
-    for (; n >= 4; n /= 4, s *= 4) {
+    for (; n % 4 == 0; n /= 4, s *= 4) {
         const int m = n / 4;
         if (s == 1)
             FirstStage(xr, xi, yr, yi, w, m);
@@ -117,6 +147,14 @@ template <typename R> CRISP_INLINE bool Complex(R* xr, R* xi, R* yr, R* yi, cons
         std::swap(xr, yr);
         std::swap(xi, yi);
         inY = !inY;
+    }
+    if (n % 3 == 0) {
+        Radix3Stage(xr, xi, yr, yi, w, s, n / 3);
+        std::swap(xr, yr);
+        std::swap(xi, yi);
+        inY = !inY;
+        s *= 3;
+        n /= 3;
     }
     if (n == 2) {
         PairStage(xr, xi, yr, yi, s);
@@ -288,13 +326,54 @@ CRISP_INLINE void PairStageV(const float* __restrict xr, const float* __restrict
     }
 }
 
-// Complex at W lanes, for h of 4 W or more; wide4: the stage of stride 4's twiddles expanded.
+template <int W>
+CRISP_INLINE void Radix3StageV(const float* __restrict xr, const float* __restrict xi,
+                               float* __restrict yr, float* __restrict yi,
+                               const float* __restrict w, int s, int m) {
+    using F = typename Lanes<W>::F;
+    const int l = s * m;
+    const F zero = {};
+    const F half = zero + 0.5f, sine = zero + float(0.86602540378443864676);
+    for (int p = 0; p < m; ++p) {
+        const F w1r = zero + w[p], w1i = zero + w[m + p], w2r = zero + w[2 * m + p],
+                w2i = zero + w[3 * m + p];
+        const int a = s * p, o = 3 * s * p;
+        for (int q = 0; q < s; q += W) {
+            const int i = a + q;
+            const F ar = Load<F>(xr + i), ai = Load<F>(xi + i);
+            const F br = Load<F>(xr + i + l), bi = Load<F>(xi + i + l);
+            const F cr = Load<F>(xr + i + 2 * l), ci = Load<F>(xi + i + 2 * l);
+            const F sr = br + cr, si = bi + ci, dr = br - cr, di = bi - ci;
+            const F mr = ar - half * sr, mi = ai - half * si;
+            const F ur = mr + sine * di, ui = mi - sine * dr;
+            const F vr = mr - sine * di, vi = mi + sine * dr;
+            Store(yr + o + q, ar + sr);
+            Store(yi + o + q, ai + si);
+            Store(yr + o + s + q, ur * w1r - ui * w1i);
+            Store(yi + o + s + q, ur * w1i + ui * w1r);
+            Store(yr + o + 2 * s + q, vr * w2r - vi * w2i);
+            Store(yi + o + 2 * s + q, vr * w2i + vi * w2r);
+        }
+    }
+}
+
+// Whether ComplexV's loops take h points in whole vectors of W: each stage's runs a multiple of
+// W (those of strides 1 and 4 as they are laid out there, the rest their stride).
+template <int W> constexpr bool Fits(int h) {
+    int s = 1, n = h;
+    for (; n % 4 == 0; n /= 4, s *= 4)
+        if ((s == 1 ? n / 4 : s == 4 && W > 4 ? n : s) % W != 0)
+            return false;
+    return n == 1 || s % W == 0;
+}
+
+// Complex at W lanes, for h that Fits; wide4: the stage of stride 4's twiddles expanded.
 template <int W>
 CRISP_INLINE bool ComplexV(float* xr, float* xi, float* yr, float* yi, const float* w,
                            const float* wide4, int h) {
     bool inY = false;
     int s = 1, n = h;
-    for (; n >= 4; n /= 4, s *= 4) {
+    for (; n % 4 == 0; n /= 4, s *= 4) {
         const int m = n / 4;
         if (s == 1)
             NarrowStageV<W, 1>(xr, xi, yr, yi, w, m);
@@ -306,6 +385,14 @@ CRISP_INLINE bool ComplexV(float* xr, float* xi, float* yr, float* yi, const flo
         std::swap(xr, yr);
         std::swap(xi, yi);
         inY = !inY;
+    }
+    if (n % 3 == 0) {
+        Radix3StageV<W>(xr, xi, yr, yi, w, s, n / 3);
+        std::swap(xr, yr);
+        std::swap(xi, yi);
+        inY = !inY;
+        s *= 3;
+        n /= 3;
     }
     if (n == 2) {
         PairStageV<W>(xr, xi, yr, yi, s);
@@ -505,7 +592,7 @@ CRISP_INLINE void ForwardBody(const Plan<R>& plan, const T* __restrict x,
     const int h = plan.h;
     R *xr = plan.work, *xi = xr + h + Gap<R>, *yr = xi + h + Gap<R>, *yi = yr + h + Gap<R>;
     if constexpr (std::is_same_v<R, float>) {
-        if (h >= 4 * W) {
+        if (Fits<W>(h)) {
             if constexpr (std::is_same_v<T, float>) {
                 if (window)
                     SplitV<W>(x, window, h, xr, xi);
@@ -574,7 +661,7 @@ CRISP_INLINE void InverseBody(const Plan<R>& plan, const S* __restrict re, const
         Pack(tr, ti, plan.twr, plan.twi, h, xr, xi);
         inY = Complex(xr, xi, yr, yi, plan.w, h);
     } else {
-        wide = h >= 4 * W;
+        wide = Fits<W>(h);
         const R *tr = nullptr, *ti = nullptr;
         if constexpr (std::is_same_v<S, float>) {
             tr = re;
@@ -684,19 +771,25 @@ CRealFft::Twiddles<R>::Twiddles(int n)
         twRe[k] = R(std::cos(a));
         twIm[k] = R(std::sin(a));
     }
-    // each radix-4 stage of 4m points in turn: W^p, W^2p, W^3p of 4m points, p < m
+    // each stage of r m points in turn, radix 4 while they divide by 4, then one of radix 3 if
+    // they divide by 3: W^p ... W^(r-1)p of r m points, p < m
     R* w = stages.get();
-    for (int m = h / 4; m >= 1; m /= 4) {
+    const auto stage = [&](int r, int m) {
         for (int p = 0; p < m; ++p)
-            for (int j = 1; j <= 3; ++j) {
-                const double a = -2.0 * std::numbers::pi * j * p / (4 * m);
+            for (int j = 1; j < r; ++j) {
+                const double a = -2.0 * std::numbers::pi * j * p / (r * m);
                 w[(2 * j - 2) * m + p] = R(std::cos(a));
                 w[(2 * j - 1) * m + p] = R(std::sin(a));
             }
-        w += 6 * m;
-    }
+        w += 2 * (r - 1) * m;
+    };
+    int left = h;
+    for (; left % 4 == 0; left /= 4)
+        stage(4, left / 4);
+    if (left % 3 == 0)
+        stage(3, left / 3);
     // the stage of stride 4 (m = h / 16) with each twiddle repeated for the 4 elements it turns
-    if (h >= 16) {
+    if (h % 16 == 0) {
         const int m = h / 16, l = 4 * m;
         const R* from = stages.get() + 6 * (h / 4);
         for (int r = 0; r < 6; ++r)
@@ -713,7 +806,8 @@ template <typename R> void CRealFft::Tables<R>::Prepare(int n) {
     static std::mutex mutex;
     static std::unique_ptr<Twiddles<R>> made[32];
     std::lock_guard lock(mutex);
-    std::unique_ptr<Twiddles<R>>& t = made[std::countr_zero(static_cast<unsigned>(n))];
+    std::unique_ptr<Twiddles<R>>& t =
+        made[std::countr_zero(static_cast<unsigned>(n)) + (n % 3 == 0 ? 16 : 0)];
     if (!t)
         t = std::make_unique<Twiddles<R>>(n);
     stages = t->stages.get();
@@ -728,7 +822,8 @@ CRealFft::CRealFft(CMorvaneIsa::Level isa, Precision precision)
 
 bool CRealFft::Prepare(int n) {
     m_nPoints = 0;
-    if (n < 4 || n > kMaxPoints || (n & (n - 1)) != 0)
+    const int odd = n >> std::countr_zero(static_cast<unsigned>(std::max(n, 1)));
+    if (n < 4 || n > kMaxPoints || (odd != 1 && odd != 3))
         return false;
     if (m_Precision == Precision::Single)
         m_Single.Prepare(n);

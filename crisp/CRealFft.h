@@ -7,13 +7,14 @@
 
 // A transform of n real samples through a complex transform of n / 2 points: even and odd
 // samples ride as one complex sequence and are told apart afterwards. The complex transform is a
-// radix-4 Stockham one on separate real and imaginary arrays, whose stages are straight runs that
-// vectorise; it is compiled for each instruction set the splice engine has kernels for
-// (MORVANE_SIMD caps it), every path giving the same bits. It works in single precision (twice
-// the lanes per instruction) or double; the samples it hands back are double either way, the
-// spectrum double or single as the caller's arrays are, with the n / 2 + 1 bins from 0 to Nyquist
-// as separate real and imaginary arrays. Forward is the plain DFT (a full-scale sine of amplitude A
-// peaks near A n / 4 under a Hann window); Inverse returns its input.
+// radix-4 Stockham one (with one radix-3 stage for three times a power of two) on separate real
+// and imaginary arrays, whose stages are straight runs that vectorise; it is compiled for each
+// instruction set the splice engine has kernels for (MORVANE_SIMD caps it), every path giving the
+// same bits. It works in single precision (twice the lanes per instruction) or double; the samples
+// it hands back are double either way, the spectrum double or single as the caller's arrays are,
+// with the n / 2 + 1 bins from 0 to Nyquist as separate real and imaginary arrays. Forward is the
+// plain DFT (a full-scale sine of amplitude A peaks near A n / 4 under a Hann window); Inverse
+// returns its input.
 class CRealFft {
 public:
     static constexpr int kMaxPoints = 16384;
@@ -25,7 +26,8 @@ public:
     CRealFft(const CRealFft&) = delete;
     CRealFft& operator=(const CRealFft&) = delete;
 
-    // Prepares n points (a power of two from 4 to kMaxPoints); false otherwise. Allocates only the
+    // Prepares n points (a power of two, or three times one, from 4 to kMaxPoints); false
+    // otherwise. Allocates only the
     // first time the process prepares that size (its twiddles, shared from then on).
     bool Prepare(int n);
     int Points() const { return m_nPoints; }

@@ -79,14 +79,15 @@ TEST(CrispKernels, QuarterRateFiltersGiveTheirSums) {
 // within its rounding of the plain DFT.
 TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
     using P = CRealFft::Precision;
-    EXPECT_FALSE(CRealFft().Prepare(96));
+    EXPECT_FALSE(CRealFft().Prepare(80));
+    EXPECT_FALSE(CRealFft().Prepare(9 * 64));
     EXPECT_FALSE(CRealFft().Prepare(2 * CRealFft::kMaxPoints));
     for (P precision : {P::Double, P::Single}) {
         const bool single = precision == P::Single;
         const double spectrumError = single ? 2e-6 : 1e-10, sampleError = single ? 2e-6 : 1e-12;
         CRealFft fft(CMorvaneIsa::Detected(), precision);
         CRealFft baseline(CMorvaneIsa::Baseline, precision), avx2(CMorvaneIsa::Avx2, precision);
-        for (int n : {4, 64, 256, 2048}) {
+        for (int n : {4, 6, 24, 64, 96, 256, 1536, 2048, 3072}) {
             ASSERT_TRUE(fft.Prepare(n));
             const auto noise = Signals::Noise(n, 1, 1.0, n);
             const std::vector<double> x(noise.begin(), noise.end());
@@ -105,7 +106,7 @@ TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
             for (int j = 0; j < n; ++j)
                 ASSERT_NEAR(x[j], back[j], sampleError) << single << " " << n << " " << j;
             // the same samples windowed and added into the two runs of a ring
-            const int split = n / 2 + 2 * (n / 8);
+            const int split = 2 * (n / 4 + n / 8); // (even)
             const std::vector<float> window(noise.begin(), noise.end());
             std::vector<float> ring(n, 1.0f);
             fft.InverseAdd(re.data(), im.data(), window.data(), 0.5, ring.data() + (n - split),
