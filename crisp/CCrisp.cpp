@@ -196,7 +196,8 @@ void CCrisp::Size() {
     m_nStretchRoom = 2 * kHistory + hop;
     // One zeroed allocation, in the order of the members that view it.
     m_pStore = Zeroed<float>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) + 3 * window +
-                             window / 2 + 2L * m_nStretchRoom);
+                             window / 2 + 2L * m_nStretchRoom +
+                             2 * (kHistory + kPreChunk + kPreChunk + 1));
     float* next = m_pStore.get();
     const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
     for (int c = 0; c < 2; ++c) {
@@ -211,6 +212,10 @@ void CCrisp::Size() {
     m_pSilence = take(window);
     m_pDetect = take(window / 2);
     m_pStretch = take(2L * m_nStretchRoom);
+    for (int c = 0; c < 2; ++c) {
+        m_pPreIn[c] = take(kHistory + kPreChunk);
+        m_pPreOut[c] = take(kPreChunk + 1);
+    }
     m_bSized = true;
 }
 
@@ -226,7 +231,10 @@ void CCrisp::Restart() {
     m_bOnsets = m_bOnsetsNext;
     m_dTime = m_dTimeNext;
     m_dPitch = m_dPitchNext;
-    m_nIn = m_nKeepFrom = 0;
+    // Up, the input read first costs least; down, the vocoder's output read after it does.
+    m_dPre = std::max(m_dPitch, 1.0);
+    m_nIn = m_nKeepFrom = m_nTaken = 0;
+    m_nPreFlushed = 0;
     m_bFinal = m_bDone = false;
     m_nFrame = m_nLastRead = 0;
     m_bMainCentre = false;
@@ -263,14 +271,19 @@ void CCrisp::Rebuild() {
     m_nLowEnd = static_cast<int64_t>(LowOutputCentre(0) - m_nLowWindow / 2.0);
     for (float* x : m_pLowOut)
         std::fill(x, x + m_nLowRing, 0.0f);
-    m_Resample.Design(m_dPitch);
+    m_Resample.Design(m_dPitch / m_dPre);
     std::fill(m_pStretch, m_pStretch + 2L * m_nStretchRoom, 0.0f);
+    if (m_dPre != 1.0) { // (its table kept from job to job at the same rate)
+        m_Pre.Design(m_dPre);
+        for (float* x : m_pPreIn)
+            std::fill(x, x + kHistory, 0.0f);
+    }
     m_nStretched = static_cast<int64_t>(OutputCentre(0) - m_Vocoder.Window() / 2.0);
     m_bRestartDue = false;
 }
 
 int64_t CCrisp::Target() const {
-    return std::llround(m_dOutBase + (m_nIn - m_dInBase) * m_dTime);
+    return std::llround(m_dOutBase + (m_nTaken - m_dInBase) * m_dTime);
 }
 
 double CCrisp::OutputCentre(int64_t frame) const {
@@ -295,12 +308,12 @@ void CCrisp::ApplyRates() {
     }
     const double o = OutputCentre(m_nFrame - 1);
     const double c = m_nLastRead + m_Vocoder.Window() / 2.0;
-    m_dOutBase += (c - m_dInBase) * m_dTime;
-    m_dInBase = c;
+    m_dOutBase += (c * m_dPre - m_dInBase) * m_dTime;
+    m_dInBase = c * m_dPre;
     m_dTime = m_dTimeNext;
     if (m_dPitchNext != m_dPitch) {
         m_dPitch = m_dPitchNext;
-        m_Resample.Design(m_dPitch);
+        m_Resample.Design(m_dPitch / m_dPre);
     }
     m_Map.Rebase(m_dTime * m_dPitch, c, o);
     m_bMainCentre = false; // asked again, of the new map
@@ -643,6 +656,49 @@ void CCrisp::Emit(float** out, int* produced, const float* left, const float* ri
         std::memmove(r - kHistory, r - kHistory + n, sizeof(float) * kHistory);
 }
 
+int CCrisp::TakeRead(float* const* in, int count, bool last, bool* fed) {
+    const int channels = m_bMono ? 1 : 2;
+    float* l = m_pPreIn[0] + kHistory;
+    float* r = m_bMono ? l : m_pPreIn[1] + kHistory;
+    int done = 0;
+    for (;;) {
+        int n = count > done ? count - done : last ? m_Pre.Delay() - m_nPreFlushed : 0;
+        // n frames give at most n / m_dPre + 1
+        const int64_t space = m_nRingSize - (m_nIn - m_nKeepFrom) - 2;
+        n = static_cast<int>(std::min<double>({double(n), kPreChunk, space * m_dPre}));
+        if (n <= 0)
+            break;
+        for (int c = 0; c < channels; ++c) {
+            float* to = c ? r : l;
+            if (done < count)
+                SampleClean::CleanCopy(in[c] + done, to, n);
+            else
+                std::fill(to, to + n, 0.0f);
+        }
+        bool over = false; // (of the input: not the output's)
+        float* dest[2] = {m_pPreOut[0], m_pPreOut[1]};
+        const int k = m_Pre.Read(dest, l, r, n, &over);
+        for (int c = 0; c < channels; ++c)
+            for (int w = 0; w < k;) {
+                const int64_t i = (m_nIn + w) & (m_nRingSize - 1);
+                const int part = static_cast<int>(std::min<int64_t>(k - w, m_nRingSize - i));
+                std::memcpy(m_pRing[c] + i, dest[c] + w, sizeof(float) * part);
+                w += part;
+            }
+        m_nIn += k;
+        *fed = *fed || k > 0;
+        std::memmove(l - kHistory, l - kHistory + n, sizeof(float) * kHistory);
+        if (!m_bMono)
+            std::memmove(r - kHistory, r - kHistory + n, sizeof(float) * kHistory);
+        if (done < count)
+            done += n;
+        else
+            m_nPreFlushed += n;
+    }
+    m_nTaken += done;
+    return done;
+}
+
 void CCrisp::Finish(float** out, int* produced) {
     // Silence through the resampler pushes out what it holds back; the rest is padded.
     const int hop = m_Vocoder.Hop();
@@ -675,7 +731,12 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
     int taken = 0;
     for (;;) {
         int accepted = 0;
-        if (!m_bFinal) {
+        bool fed = false;
+        if (!m_bFinal && m_dPre != 1.0) {
+            float* const at[2] = {in[0] + taken, in[m_bMono ? 0 : 1] + taken};
+            accepted = TakeRead(at, count - taken, last, &fed);
+            taken += accepted;
+        } else if (!m_bFinal) {
             const int64_t space = m_nRingSize - (m_nIn - m_nKeepFrom);
             accepted = static_cast<int>(std::min<int64_t>(space, count - taken));
             for (int c = 0; c < (m_bMono ? 1 : 2); ++c) {
@@ -691,12 +752,15 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
                 }
             }
             m_nIn += accepted;
+            m_nTaken += accepted;
             taken += accepted;
-            if (taken == count && last) {
-                m_bFinal = true;
-                m_nStretchEnd =
-                    static_cast<int64_t>(std::ceil(Target() * m_dPitch)) + m_Resample.Delay();
-            }
+            fed = accepted > 0;
+        }
+        if (!m_bFinal && taken == count && last &&
+            (m_dPre == 1.0 || m_nPreFlushed >= m_Pre.Delay())) {
+            m_bFinal = true;
+            m_nStretchEnd = static_cast<int64_t>(std::ceil(Target() * (m_dPitch / m_dPre))) +
+                            m_Resample.Delay();
         }
         FeedDetector();
         if (m_bLow)
@@ -704,7 +768,7 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
         bool moved = false;
         while (NextFrame(out, &produced))
             moved = true;
-        if (m_bDone || (taken == count && !m_bFinal) || (!moved && accepted == 0))
+        if (m_bDone || (taken == count && !m_bFinal && !last) || (!moved && !fed))
             break;
     }
     return produced;

@@ -15,8 +15,8 @@
 
 namespace {
 
-// taken when the low band's filters to and from the quarter rate went to single precision
-constexpr uint64_t GOLDEN_CRISP = 7298291759619076204ull;
+// taken when a job transposed up came to have its input read at the pitch rate before the vocoder
+constexpr uint64_t GOLDEN_CRISP = 8967494687539364224ull;
 
 TEST(CrispGolden, RunsAtTheLevelAskedFor) {
     Golden::ExpectTheLevelAskedFor();
