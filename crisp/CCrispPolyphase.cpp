@@ -159,30 +159,42 @@ void CCrispPolyphase::Design(double pitchRate) {
     if (pitchRate == 1.0)
         return; // passed as it is: no table
     const double norm = BesselI0(beta);
-    // a phase's taps, each row scaled to a gain of exactly 1
-    const auto row = [&](int phase, double* h) {
+    // A phase's taps before scaling. Phase kPhases - p is phase p backwards, to the bit (the
+    // window and the sinc are even, and every x is exact), so only half are worked out.
+    const auto raw = [&](int phase, double* h) {
         const double f = static_cast<double>(phase) / kPhases;
-        double sum = 0;
         for (int j = 0; j < m_nTaps; ++j) {
             const double x = j - (half - 1) - f, r = x / half;
             const double w = r * r < 1 ? BesselI0(beta * std::sqrt(1 - r * r)) / norm : 0.0;
             const double a = 2 * std::numbers::pi * cutoff * x;
             h[j] = w * (a == 0 ? 2 * cutoff : std::sin(a) / (std::numbers::pi * x));
-            sum += h[j];
         }
-        for (int j = 0; j < m_nTaps; ++j)
-            h[j] /= sum;
     };
-    double now[kMaxTaps], next[kMaxTaps];
-    row(0, now);
+    // each row scaled to a gain of exactly 1, into the table's first half of each phase (the
+    // last row, the next one's, aside)
+    float last[kMaxTaps];
+    const auto put = [&](int phase, const double* h) {
+        double sum = 0;
+        for (int j = 0; j < m_nTaps; ++j)
+            sum += h[j];
+        float* c = phase < kPhases ? m_pTable.get() + 2L * m_nTaps * phase : last;
+        for (int j = 0; j < m_nTaps; ++j)
+            c[j] = static_cast<float>(h[j] / sum);
+    };
+    double h[kMaxTaps], back[kMaxTaps];
+    for (int p = 0; p <= kPhases / 2; ++p) {
+        raw(p, h);
+        put(p, h);
+        std::reverse_copy(h, h + m_nTaps, back);
+        if (p < kPhases - p)
+            put(kPhases - p, back);
+    }
+    // then the steps to the next phase's
     for (int p = 0; p < kPhases; ++p) {
-        row(p + 1, next);
         float* c = m_pTable.get() + 2L * m_nTaps * p;
-        for (int j = 0; j < m_nTaps; ++j) {
-            c[j] = static_cast<float>(now[j]);
-            c[m_nTaps + j] = static_cast<float>(next[j]) - c[j];
-        }
-        std::copy(next, next + m_nTaps, now);
+        const float* next = p + 1 < kPhases ? c + 2 * m_nTaps : last;
+        for (int j = 0; j < m_nTaps; ++j)
+            c[m_nTaps + j] = next[j] - c[j];
     }
 }
 
