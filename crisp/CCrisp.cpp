@@ -286,6 +286,14 @@ int64_t CCrisp::Target() const {
     return std::llround(m_dOutBase + (m_nTaken - m_dInBase) * m_dTime);
 }
 
+// What the resampler has yet to give, at its rate now: a job whose pitch changed is not at that
+// rate from its start.
+int64_t CCrisp::StretchEnd() const {
+    return std::max<int64_t>(m_nStretched, 0) +
+           static_cast<int64_t>(std::ceil((Target() - m_nOut) * (m_dPitch / m_dPre))) +
+           m_Resample.Delay();
+}
+
 double CCrisp::OutputCentre(int64_t frame) const {
     const int window = m_Vocoder.Window(), hop = m_Vocoder.Hop();
     // the first frames start before the output does, so that its first samples are whole
@@ -319,6 +327,8 @@ void CCrisp::ApplyRates() {
     m_bMainCentre = false; // asked again, of the new map
     // the low map goes on from the same point, so that both bands keep one map
     m_LowMap.Rebase(m_dTime * m_dPitch, c, o);
+    if (m_bFinal)
+        m_nStretchEnd = StretchEnd();
 }
 
 void CCrisp::Gather(int64_t at, int n, const float** frame) const {
@@ -759,8 +769,7 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
         if (!m_bFinal && taken == count && last &&
             (m_dPre == 1.0 || m_nPreFlushed >= m_Pre.Delay())) {
             m_bFinal = true;
-            m_nStretchEnd = static_cast<int64_t>(std::ceil(Target() * (m_dPitch / m_dPre))) +
-                            m_Resample.Delay();
+            m_nStretchEnd = StretchEnd();
         }
         FeedDetector();
         if (m_bLow)

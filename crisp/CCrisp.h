@@ -58,9 +58,10 @@ public:
 
 private:
     void Restart();
-    void Size();                              // the buffers and stages, for m_nRate
-    void Rebuild();                           // the rest of a restart, once sized
-    int64_t Target() const;                   // the job's output frames, for the input so far
+    void Size();                // the buffers and stages, for m_nRate
+    void Rebuild();             // the rest of a restart, once sized
+    int64_t Target() const;     // the job's output frames, for the input so far
+    int64_t StretchEnd() const; // the vocoder output the job needs, once its input has ended
     double OutputCentre(int64_t frame) const; // of a synthesis frame
     void ApplyRates();
     // n frames from at of each channel: where the ring holds them in one run, or copied into

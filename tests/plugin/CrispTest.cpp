@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <tuple>
 #include <vector>
 
 #include "MorvaneEngine.h"
@@ -236,6 +237,27 @@ TEST(CrispEngine, PitchLengthAndStereoExact) {
         const double f = Signals::ZeroCrossingFrequency(out.left.data(), 1, n / 8, n - n / 8);
         EXPECT_NEAR(cents, 1200 * std::log2(f * 44100 / 196.0), 0.1) << time;
         EXPECT_EQ(out.left, out.right) << "identical channels stay identical";
+    }
+    // the pitch moved halfway through a job, up from down and down from up: each half at its own
+    for (auto [from, to] : {std::pair{700.0, -500.0}, {-500.0, 700.0}, {300.0, 1200.0}}) {
+        host.Dispatch(effMainsChanged, 0, 0);
+        host.Set(kTime, 1.0f);
+        host.Set(kPitch, static_cast<float>(std::pow(2.0, from / 1200)));
+        const auto job =
+            HostJob::Run(host, tone, 44100, Fixed(4096, 8192), {.before = [&](int pos) {
+                             if (pos >= N / 2)
+                                 host.Set(kPitch, static_cast<float>(std::pow(2.0, to / 1200)));
+                         }});
+        const std::vector<float>& y = job.out.left;
+        ASSERT_EQ(N + 44100, static_cast<long long>(y.size())) << from << " to " << to;
+        // (the engine stands a while behind the input; the second half reaches the end)
+        const int n = N / 16;
+        for (auto [cents, at, until] : {std::tuple{from, 1, 5}, {to, 10, 15}}) {
+            const double f =
+                Signals::ZeroCrossingFrequency(y.data(), 1, 44100 + at * n, 44100 + until * n);
+            EXPECT_NEAR(cents, 1200 * std::log2(f * 44100 / 196.0), 0.1) << from << " to " << to;
+        }
+        EXPECT_EQ(job.out.left, job.out.right);
     }
     // Low notes stretched keep their partials where they were, and nothing between them: sawtooth
     // E1 and A1 up to 3.3 kHz, where a short window's bins no longer tell their partials apart,
