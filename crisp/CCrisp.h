@@ -58,7 +58,7 @@ public:
 
 private:
     void Restart();
-    void Size();                // the buffers and stages, for m_nRate
+    void Size();                // the buffers and stages, for m_nRate and m_dPre
     void Rebuild();             // the rest of a restart, once sized
     int64_t Target() const;     // the job's output frames, for the input so far
     int64_t StretchEnd() const; // the vocoder output the job needs, once its input has ended

@@ -15,8 +15,8 @@
 
 namespace {
 
-// taken when a job transposed up came to have its input read at the pitch rate before the vocoder
-constexpr uint64_t GOLDEN_CRISP = 8967494687539364224ull;
+// taken when a job a fifth up came to have its input read at the pitch rate, with half a window
+constexpr uint64_t GOLDEN_CRISP = 3850653771824068450ull;
 
 TEST(CrispGolden, RunsAtTheLevelAskedFor) {
     Golden::ExpectTheLevelAskedFor();
