@@ -13,9 +13,10 @@
 // The second engine: attacks kept once and in place. A phase vocoder stretches by
 // time x pitch rate, reading each attack 1:1 (CCrispTimeMap) with its phases rebuilt
 // (CCrispVocoder); its resampler (CCrispPolyphase) then reads the result at the pitch rate. A job
-// that starts transposed up has its input read at the pitch rate first instead, so that the
-// vocoder makes no more frames than at that time rate alone and the resampler reads fewer; the
-// resampler after it then reads at the rest of the pitch rate (1 until the pitch changes). Takes
+// that starts transposed up far enough has its input read at the pitch rate first instead, and
+// the stages on half the window, so that the vocoder makes no more frames than at that time rate
+// alone and the resampler reads fewer; the resampler after it then reads at the rest of the
+// pitch rate (1 until the pitch changes). Takes
 // the same calls from the effect as the splice engine, with the same locking: every public
 // operation but construction takes the engine lock. The output of a job is exactly
 // round(input frames x time rate) long.
@@ -93,7 +94,7 @@ private:
     CCrispTimeMap m_LowMap; // the same map, asked for the low frames' centres
     CCrispVocoder m_Low;
     CCrispPolyphase m_Resample;
-    CCrispPolyphase m_Pre; // in front of the ring, in a job that starts transposed up
+    CCrispPolyphase m_Pre; // in front of the ring, in a job that starts far enough up
 
     int m_nRate = 0;
     double m_dTime = 1, m_dPitch = 1;         // in force
