@@ -12,7 +12,11 @@
 
 // The second engine: attacks kept once and in place. A phase vocoder stretches by
 // time x pitch rate, reading each attack 1:1 (CCrispTimeMap) with its phases rebuilt
-// (CCrispVocoder); its resampler (CCrispPolyphase) then reads the result at the pitch rate. Takes
+// (CCrispVocoder); its resampler (CCrispPolyphase) then reads the result at the pitch rate. A job
+// that starts transposed up far enough has its input read at the pitch rate first instead, and
+// the stages on half the window, so that the vocoder makes no more frames than at that time rate
+// alone and the resampler reads fewer; the resampler after it then reads at the rest of the
+// pitch rate (1 until the pitch changes). Takes
 // the same calls from the effect as the splice engine, with the same locking: every public
 // operation but construction takes the engine lock. The output of a job is exactly
 // round(input frames x time rate) long.
@@ -55,7 +59,7 @@ public:
 
 private:
     void Restart();
-    void Size();                // the buffers and stages, for m_nRate
+    void Size();                // the buffers and stages, for m_nRate and m_dPre
     void Rebuild();             // the rest of a restart, once sized
     int64_t Target() const;     // the job's output frames, for the input so far
     int64_t StretchEnd() const; // the vocoder output the job needs, once its input has ended
@@ -78,6 +82,9 @@ private:
     void GatherDown(int64_t at, const float** frame); // a low frame, the same way
     void AddLow(int64_t from, int n);
     void Emit(float** out, int* produced, const float* left, const float* right, int n);
+    // Up to count frames of in into the ring, read at m_dPre, as far as the ring has room; at
+    // the input's end also the silence that brings out the last. Returns the frames taken.
+    int TakeRead(float* const* in, int count, bool last, bool* fed);
     void Finish(float** out, int* produced);
 
     CCriticalSection m_cs;
@@ -87,10 +94,12 @@ private:
     CCrispTimeMap m_LowMap; // the same map, asked for the low frames' centres
     CCrispVocoder m_Low;
     CCrispPolyphase m_Resample;
+    CCrispPolyphase m_Pre; // in front of the ring, in a job that starts far enough up
 
     int m_nRate = 0;
     double m_dTime = 1, m_dPitch = 1;         // in force
     double m_dTimeNext = 1, m_dPitchNext = 1; // asked for
+    double m_dPre = 1; // the input read at this step before the vocoder, for the whole job
     bool m_bActive = true;
     bool m_bOnsets = true;     // in force
     bool m_bOnsetsNext = true; // asked for
@@ -105,7 +114,8 @@ private:
     // input: a ring of recent frames per channel
     float* m_pRing[2] = {};
     int64_t m_nRingSize = 0;
-    int64_t m_nIn = 0;              // frames received this job
+    int64_t m_nIn = 0;              // frames the ring has taken this job
+    int64_t m_nTaken = 0;           // input frames received (m_nIn x m_dPre, as near as it gets)
     int64_t m_nKeepFrom = 0;        // the oldest frame still needed
     bool m_bFinal = false;          // the input has ended
     float* m_pFrame[2] = {};        // one window per channel (the longer of the two)
@@ -157,6 +167,11 @@ private:
     // resampler input, left then right: history, then new frames
     float* m_pStretch = nullptr;
     int m_nStretchRoom = 0;
+    // the input read before the ring: the same for its input, and its output
+    static constexpr int kPreChunk = 1024;
+    float* m_pPreIn[2] = {};
+    float* m_pPreOut[2] = {};
+    int m_nPreFlushed = 0; // silent frames given it after the input's end
 
     // the job's output
     double m_dOutBase = 0; // output frames owed for the input before m_dInBase ...

@@ -142,7 +142,7 @@ CCrispPolyphase::CCrispPolyphase() : m_pTable(2L * kMaxTaps * kPhases) {
 
 void CCrispPolyphase::Design(double pitchRate) {
     m_dPos = 0;
-    pitchRate = pitchRate == pitchRate ? std::clamp(pitchRate, 0.5, 2.0) : 1.0;
+    pitchRate = pitchRate == pitchRate ? std::clamp(pitchRate, 0.25, 2.0) : 1.0;
     if (pitchRate == m_dRate)
         return;
     m_dRate = pitchRate;

@@ -19,8 +19,9 @@ public:
 
     CCrispPolyphase();
 
-    // Designs the filter for reading at pitchRate (between 1/2 and 2; the table is made only
-    // when the design changes) and starts the read position again at 0.
+    // Designs the filter for reading at pitchRate (between 1/4 and 2: after an input read at up
+    // to 2, the rest of a pitch rate down to 1/2; the table is made only when the design changes)
+    // and starts the read position again at 0.
     void Design(double pitchRate);
     // Reads n frames of left and right, each with kMaxHistory frames before it, into out[0] and
     // out[1] from index 0; returns the frames written. Sets over when one went above full
