@@ -1,6 +1,7 @@
 #include "CCrisp.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -24,24 +25,36 @@ double SafeRate(double rate) {
 }
 
 // 46 ms at 44.1 kHz: long enough to resolve the partials of low notes, short enough that an
-// attack's 1:1 stretch stays short. Taken as the nearest power of two, so 48 kHz keeps 2048.
-int WindowFor(double rate) {
+// attack's 1:1 stretch stays short. Taken as the nearest power of two, so 48 kHz keeps 2048;
+// with three, the nearest power of two or three times one.
+int WindowFor(double rate, bool three = false) {
     const double ideal = 0.0464 * rate;
-    int n = 256;
-    while (n < CRealFft::kMaxPoints &&
-           std::fabs(std::log2(2.0 * n / ideal)) < std::fabs(std::log2(n / ideal)))
-        n *= 2;
-    return n;
+    int best = 256;
+    for (int n = 256; n <= CRealFft::kMaxPoints; n *= 2)
+        for (int m : {n, three ? 3 * n / 2 : n})
+            if (m <= CRealFft::kMaxPoints &&
+                std::fabs(std::log2(m / ideal)) < std::fabs(std::log2(best / ideal)))
+                best = m;
+    return best;
 }
 
 // The step the input is read at before the vocoder in a job that starts at a pitch rate: the
-// pitch rate itself where a window of the rate over it is the shorter power of two (from +600
-// cents at 44.1 kHz), else 1. Read first, the vocoder makes the frames of the time rate alone and
-// the resampler reads fewer; on that shorter window its frames span about as much of the output
-// as they do read after it. (A fifth up read first on the full window smeared attacks, 0.02 of
-// onsets F lost on speech; half a window lower down lost 0.5 dB in the round trip.)
+// pitch rate itself from +600 cents while a window of the rate over it is the one of three times
+// a power of two between the full window and its half (to about +850 cents at 44.1 kHz), else 1.
+// Read first, the vocoder makes the frames of the time rate alone and the resampler reads fewer;
+// on that shorter window its frames span about as much of the output as they do read after it.
+// Bass notes decide the range: read first a fourth up, or on half the window from +850, their
+// strongest inharmonic component came out 1-5 dB higher than read after. (A fifth up read first
+// on the full window smeared attacks: 0.02 of onsets F lost on speech.)
+constexpr double kPreFrom = 1.41;
 double PreFor(double pitch, int rate) {
-    return pitch > 1 && WindowFor(rate / pitch) < WindowFor(rate) ? pitch : 1.0;
+    return pitch >= kPreFrom && 4 * WindowFor(rate / pitch, true) == 3 * WindowFor(rate) ? pitch
+                                                                                         : 1.0;
+}
+
+// The vocoder's window for a job read first at step pre.
+int MainWindow(int rate, double pre) {
+    return pre != 1.0 ? WindowFor(rate / pre, true) : WindowFor(rate);
 }
 
 // The low band: a window four times as long (as far as the transform goes), below a crossover
@@ -157,7 +170,7 @@ void CCrisp::SetSamplingRate(int rate) {
 }
 
 void CCrisp::Size() {
-    const int window = WindowFor(m_nRate / m_dPre), low = LowWindowFor(window);
+    const int window = MainWindow(m_nRate, m_dPre), low = LowWindowFor(window);
     m_Vocoder.Configure(window);
     m_Onsets.Configure(window / 2, m_nRate);
     m_Map.Configure(window);
@@ -195,12 +208,13 @@ void CCrisp::Size() {
     // a low frame needs the onsets within half its window each side
     m_LowMap.SetReach(0.75 * low);
     if (m_bLow) {
-        const double to = std::min(kCrossTo / m_nRate, kCrossMost);
+        // (at the crossover's frequency in the output when the input is read first)
+        const double to = std::min(kCrossTo * m_dPre / m_nRate, kCrossMost);
         const double from = to * kCrossFrom / kCrossTo;
         m_Vocoder.Split(from, to, false);
         m_Low.Split(kDown * from, kDown * to, true);
     }
-    m_nLowRing = 4 * m_Low.Hop();
+    m_nLowRing = static_cast<int>(std::bit_ceil(4u * m_Low.Hop()));
     m_nDownRing = m_nRingSize / kDown;
     const int hop = m_Vocoder.Hop();
     m_nStretchRoom = 2 * kHistory + hop;
@@ -234,7 +248,7 @@ void CCrisp::StartToProcess() {
     m_bMono = std::exchange(m_bMonoNext, false); // for this job only
     // sized again for a job whose step in front wants another window (never during processing:
     // a restart there keeps the window it has)
-    if (m_bSized && WindowFor(m_nRate / PreFor(m_dPitchNext, m_nRate)) != m_Vocoder.Window())
+    if (m_bSized && MainWindow(m_nRate, PreFor(m_dPitchNext, m_nRate)) != m_Vocoder.Window())
         m_bSized = false;
     Restart();
     if (m_bRestartDue)

@@ -225,16 +225,24 @@ CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict
     // A bin's own pace over a hop, 2 pi k hop / window, is taken modulo 2 pi in integers, so
     // that what is left for the floats stays within a few turns.
     const float step = float(2 * kPi / window), ratio = float(double(synthesis) / hop);
+    // (a window of three times a power of two takes the remainder through its reciprocal, which
+    // may leave it a window over: a turn more, which the floats take)
+    const bool power = (window & (window - 1)) == 0;
     const int mask = window - 1;
+    const double reciprocal = 1.0 / window;
+    const auto reduce = [&](int t) {
+        return power ? t & mask : t - window * static_cast<int>(t * reciprocal);
+    };
     // gathered a block at a time into straight runs, which vectorise at every level
     constexpr int kBlock = 64;
-    int bins[kBlock];
+    int paceIn[kBlock], paceOut[kBlock];
     float g[6][kBlock];
     for (int start = 0; start < n; start += kBlock) {
         const int count = std::min(kBlock, n - start);
         for (int j = 0; j < count; ++j) {
             const int k = at[start + j];
-            bins[j] = k;
+            paceIn[j] = reduce(k * hop);
+            paceOut[j] = reduce(k * synthesis);
             g[0][j] = mre[k];
             g[1][j] = mim[k];
             g[2][j] = qre[k];
@@ -249,11 +257,11 @@ CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict
             // (a partial that rises 6 dB or more since the last frame is new: it keeps its own
             // phase, as one the last frame barely held would give it a turn at random)
             const bool turned = (m2 > 0) & (y2 > 0) & (4 * q2 >= m2); // (& vectorises, && not)
-            const float expected = step * float((bins[j] * hop) & mask);
+            const float expected = step * float(paceIn[j]);
             const float measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
             const float deviation = measured - expected;
             const float advance =
-                step * float((bins[j] * synthesis) & mask) +
+                step * float(paceOut[j]) +
                 (deviation - float(2 * kPi) * Round(deviation * float(1 / (2 * kPi)))) * ratio;
             float s = 0, c = 0;
             SinCos(advance, &s, &c);

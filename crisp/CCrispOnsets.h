@@ -16,7 +16,8 @@ public:
 
     CCrispOnsets() = default;
 
-    // Allocates for frames of frame samples (a power of two) at rate and restarts.
+    // Allocates for frames of frame samples (a power of two or three times one) at rate and
+    // restarts.
     void Configure(int frame, int rate);
     void Restart();
     int FrameLength() const { return m_nFrame; }

@@ -287,5 +287,7 @@ void CCrispVocoder::Take(float* left, float* right) {
         std::copy(acc, acc + Hop(), to[c]);
         std::fill(acc, acc + Hop(), 0.0f);
     }
-    m_nAccAt = (m_nAccAt + Hop()) & (2 * m_nWindow - 1);
+    m_nAccAt += Hop();
+    if (m_nAccAt == 2 * m_nWindow)
+        m_nAccAt = 0;
 }

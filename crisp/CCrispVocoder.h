@@ -25,7 +25,8 @@ public:
     CCrispVocoder(const CCrispVocoder&) = delete;
     CCrispVocoder& operator=(const CCrispVocoder&) = delete;
 
-    // Allocates for window samples (a power of two, 16 to CRealFft::kMaxPoints) and restarts.
+    // Allocates for window samples (a power of two or three times one, 16 to CRealFft::kMaxPoints)
+    // and restarts.
     void Configure(int window);
     int Window() const { return m_nWindow; }
     int Hop() const { return m_nWindow / 4; }

@@ -15,8 +15,8 @@
 
 namespace {
 
-// taken when a job a fifth up came to have its input read at the pitch rate, with half a window
-constexpr uint64_t GOLDEN_CRISP = 3850653771824068450ull;
+// taken when a job a fifth up came to be read first on a window of 1536 points
+constexpr uint64_t GOLDEN_CRISP = 12421743577952885304ull;
 
 TEST(CrispGolden, RunsAtTheLevelAskedFor) {
     Golden::ExpectTheLevelAskedFor();

@@ -18,6 +18,9 @@ using namespace MorvaneParameters;
 
 namespace {
 
+// +700 cents: where a job reads its input at the pitch rate first
+const float kFifthUp = static_cast<float>(std::pow(2.0, 700.0 / 1200));
+
 using HostJob::Fixed;
 using Signals::Planar;
 
@@ -260,9 +263,10 @@ TEST(CrispEngine, PitchLengthAndStereoExact) {
         }
         EXPECT_EQ(job.out.left, job.out.right);
     }
-    // Low notes stretched keep their partials where they were, and nothing between them: sawtooth
-    // E1 and A1 up to 3.3 kHz, where a short window's bins no longer tell their partials apart,
-    // two tones a fifth apart (55 and 82.5 Hz, beating every 36 ms), and A1 at a lower rate.
+    // Low notes stretched (or a fifth up) keep their partials where they were (or a fifth up), and
+    // nothing between them: sawtooth E1 and A1 up to 3.3 kHz, where a short window's bins no longer
+    // tell their partials apart, two tones a fifth apart (55 and 82.5 Hz, beating every 36 ms), and
+    // A1 at a lower rate.
     struct Note {
         double f0;
         int first, last; // harmonics of f0 present
@@ -282,32 +286,33 @@ TEST(CrispEngine, PitchLengthAndStereoExact) {
                 static_cast<float>(x * std::min(1.0, std::min(i, n - i) * 50.0 / note.rate)));
         }
         in.right = in.left;
-        for (float time : {1.5f, 2.0f}) {
-            const std::vector<float> y = Render(host, in, time, 1.0f, note.rate).left;
-            const double top = Level(y, note.f0 * note.first, note.rate);
+        for (auto [time, pitch] : {std::pair{1.5f, 1.0f}, {2.0f, 1.0f}, {1.0f, kFifthUp}}) {
+            const std::vector<float> y = Render(host, in, time, pitch, note.rate).left;
+            const double f0 = note.f0 * pitch;
+            const double top = Level(y, f0 * note.first, note.rate);
             for (int h = note.first; h <= std::min(note.last, 7); ++h) {
                 // the peak from the levels a quarter hertz either side
-                const double f = h * note.f0, a = Level(y, f - 0.25, note.rate),
+                const double f = h * f0, a = Level(y, f - 0.25, note.rate),
                              b = Level(y, f, note.rate), c = Level(y, f + 0.25, note.rate);
-                EXPECT_GT(b, top - 20)
-                    << note.f0 << " Hz x " << h << ", time " << time << " at " << note.rate;
+                EXPECT_GT(b, top - 20) << note.f0 << " Hz x " << h << ", time " << time
+                                       << ", pitch " << pitch << " at " << note.rate;
                 EXPECT_LT(std::fabs(0.125 * (a - c) / (a - 2 * b + c)), 0.5)
-                    << note.f0 << " Hz x " << h << ", time " << time << " at " << note.rate;
+                    << note.f0 << " Hz x " << h << ", time " << time << ", pitch " << pitch
+                    << " at " << note.rate;
             }
             const std::vector<double> db = Spectrum(y);
             const double hz = note.rate / (2.0 * db.size());
             double peak = -1e9, most = -1e9, where = 0;
             for (size_t b = 0; b < db.size(); ++b) {
-                const double f = b * hz, k = std::round(f / note.f0);
-                if (std::fabs(f - note.f0 * note.first) < 1)
+                const double f = b * hz, k = std::round(f / f0);
+                if (std::fabs(f - f0 * note.first) < 1)
                     peak = std::max(peak, db[b]);
                 if (f > 20 && f < 4000 &&
-                    (k < note.first || k > note.last || std::fabs(f - k * note.f0) > 3) &&
-                    db[b] > most)
+                    (k < note.first || k > note.last || std::fabs(f - k * f0) > 3) && db[b] > most)
                     most = db[b], where = f;
             }
-            EXPECT_LT(most - peak, note.floor)
-                << note.f0 << " Hz at " << where << ", time " << time << " at " << note.rate;
+            EXPECT_LT(most - peak, note.floor) << note.f0 << " Hz at " << where << ", time " << time
+                                               << ", pitch " << pitch << " at " << note.rate;
         }
     }
     // music told to be a mono job: the engine reads no right input, and gives the same to the
