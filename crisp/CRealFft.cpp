@@ -90,6 +90,26 @@ CRISP_INLINE void WideStage(const R* __restrict xr, const R* __restrict xi, R* _
     }
 }
 
+// The last radix-4 stage (one group, whose twiddles are all 1): no products.
+template <typename R>
+CRISP_INLINE void LastStage(const R* __restrict xr, const R* __restrict xi, R* __restrict yr,
+                            R* __restrict yi, int s) {
+    for (int q = 0; q < s; ++q) {
+        const R ar = xr[q], ai = xi[q], br = xr[q + s], bi = xi[q + s], cr = xr[q + 2 * s],
+                ci = xi[q + 2 * s], dr = xr[q + 3 * s], di = xi[q + 3 * s];
+        const R pr = ar + cr, pi = ai + ci, nr = ar - cr, ni = ai - ci;
+        const R er = br + dr, ei = bi + di, fr = br - dr, fi = bi - di;
+        yr[q] = pr + er;
+        yi[q] = pi + ei;
+        yr[q + s] = nr + fi;
+        yi[q + s] = ni - fr;
+        yr[q + 2 * s] = pr - er;
+        yi[q + 2 * s] = pi - ei;
+        yr[q + 3 * s] = nr - fi;
+        yi[q + 3 * s] = ni + fr;
+    }
+}
+
 // The last stage when the points are an odd power of two: pairs without twiddles.
 template <typename R>
 CRISP_INLINE void PairStage(const R* __restrict xr, const R* __restrict xi, R* __restrict yr,
@@ -141,6 +161,8 @@ template <typename R> CRISP_INLINE bool Complex(R* xr, R* xi, R* yr, R* yi, cons
         const int m = n / 4;
         if (s == 1)
             FirstStage(xr, xi, yr, yi, w, m);
+        else if (m == 1)
+            LastStage(xr, xi, yr, yi, s);
         else
             WideStage(xr, xi, yr, yi, w, s, m);
         w += 6 * m;
@@ -313,6 +335,28 @@ CRISP_INLINE void WideStageV(const float* __restrict xr, const float* __restrict
 }
 
 template <int W>
+CRISP_INLINE void LastStageV(const float* __restrict xr, const float* __restrict xi,
+                             float* __restrict yr, float* __restrict yi, int s) {
+    using F = typename Lanes<W>::F;
+    for (int q = 0; q < s; q += W) {
+        const F ar = Load<F>(xr + q), ai = Load<F>(xi + q), br = Load<F>(xr + q + s),
+                bi = Load<F>(xi + q + s), cr = Load<F>(xr + q + 2 * s),
+                ci = Load<F>(xi + q + 2 * s), dr = Load<F>(xr + q + 3 * s),
+                di = Load<F>(xi + q + 3 * s);
+        const F pr = ar + cr, pi = ai + ci, nr = ar - cr, ni = ai - ci;
+        const F er = br + dr, ei = bi + di, fr = br - dr, fi = bi - di;
+        Store(yr + q, pr + er);
+        Store(yi + q, pi + ei);
+        Store(yr + q + s, nr + fi);
+        Store(yi + q + s, ni - fr);
+        Store(yr + q + 2 * s, pr - er);
+        Store(yi + q + 2 * s, pi - ei);
+        Store(yr + q + 3 * s, nr - fi);
+        Store(yi + q + 3 * s, ni + fr);
+    }
+}
+
+template <int W>
 CRISP_INLINE void PairStageV(const float* __restrict xr, const float* __restrict xi,
                              float* __restrict yr, float* __restrict yi, int s) {
     using F = typename Lanes<W>::F;
@@ -379,6 +423,8 @@ CRISP_INLINE bool ComplexV(float* xr, float* xi, float* yr, float* yi, const flo
             NarrowStageV<W, 1>(xr, xi, yr, yi, w, m);
         else if (s == 4 && W > 4)
             NarrowStageV<W, (W > 4 ? 4 : 1)>(xr, xi, yr, yi, wide4, s * m);
+        else if (m == 1)
+            LastStageV<W>(xr, xi, yr, yi, s);
         else
             WideStageV<W>(xr, xi, yr, yi, w, s, m);
         w += 6 * m;
