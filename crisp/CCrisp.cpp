@@ -172,7 +172,9 @@ void CCrisp::SetSamplingRate(int rate) {
 void CCrisp::Size() {
     const int window = MainWindow(m_nRate, m_dPre), low = LowWindowFor(window);
     m_Vocoder.Configure(window);
-    m_Onsets.Configure(window / 2, m_nRate);
+    // (read first, the ring holds the input at the pitch rate: the finder counts its bands and
+    // gaps at the rate that gives them as they were in the input)
+    m_Onsets.Configure(window / 2, static_cast<int>(std::lround(m_nRate / m_dPre)));
     m_Map.Configure(window);
     m_bLow = low > window; // (none where the transform cannot go longer)
     m_nLowWindow = low;
