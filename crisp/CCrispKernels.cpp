@@ -166,6 +166,7 @@ template <typename V> CRISP_INLINE V Smallest8(V v) {
 // The first of the lowest bins from `from` up to `until` (from < until); with kWide eight at a
 // time while they lie below `bins`: the troughs between two peaks are a few bins wide, and a
 // scalar search waits on each compare in turn (the baseline has no cheap minimum of integers).
+constexpr int kShortTrough = 4;
 template <bool kWide>
 CRISP_INLINE int Lowest(const float* __restrict p2, int from, int until, int bins) {
     constexpr float kAbove = std::numeric_limits<float>::infinity();
@@ -173,7 +174,8 @@ CRISP_INLINE int Lowest(const float* __restrict p2, int from, int until, int bin
     float lowest = kAbove;
     int at = from;
     int j = from;
-    for (; kWide && j < until && j + 8 <= bins; j += 8) {
+    // (a trough of a few bins, the most common between the peaks of noise, is quicker scalar)
+    for (; kWide && until - from > kShortTrough && j < until && j + 8 <= bins; j += 8) {
         Floats8 v;
         std::memcpy(&v, p2 + j, sizeof v);
         v = lane < until - j ? v : kAbove;
