@@ -18,7 +18,12 @@ void CAsyncReader::Produce() {
         Block* b;
         {
             std::unique_lock lock(m_mutex);
-            m_changed.wait(lock, [&] { return m_stop || m_tail - m_head < m_blocks.size(); });
+            if (m_tail - m_head == m_blocks.size()) { // full: rests until a batch is free
+                m_resting = true;
+                m_changed.wait(
+                    lock, [&] { return m_stop || m_blocks.size() - (m_tail - m_head) >= Batch(); });
+                m_resting = false;
+            }
             if (m_stop)
                 return;
             b = &At(m_tail);
@@ -69,7 +74,8 @@ long CAsyncReader::Read(float* out, long frames) {
         if (m_headAt == b.frames) {
             ++m_head;
             m_headAt = 0;
-            m_changed.notify_all();
+            if (m_resting && m_blocks.size() - (m_tail - m_head) >= Batch())
+                m_changed.notify_all();
         }
     }
     return done;

@@ -17,7 +17,15 @@ void CAsyncWriter::Consume() {
         Block* b;
         {
             std::unique_lock lock(m_mutex);
-            m_changed.wait(lock, [&] { return m_stop || m_tail - m_head > 1; });
+            // the blocks before the one being filled are full; with none, it rests until a
+            // batch is, or the caller finishes
+            if (m_tail - m_head <= 1) {
+                m_resting = true;
+                m_changed.wait(lock,
+                               [&] { return m_stop || m_finishing || m_tail - m_head > Batch(); });
+                m_resting = false;
+                m_changed.wait(lock, [&] { return m_stop || m_tail - m_head > 1; });
+            }
             if (m_stop) // Finish has waited for everything, or the frames are abandoned
                 return;
             b = &At(m_head);
@@ -45,7 +53,8 @@ void CAsyncWriter::RethrowLocked() {
 
 void CAsyncWriter::Submit(std::unique_lock<std::mutex>& lock) {
     ++m_tail;
-    m_changed.notify_all();
+    if (!m_resting || m_finishing || m_tail - m_head > Batch())
+        m_changed.notify_all();
     m_changed.wait(lock, [&] { return m_error || m_tail - m_head <= m_blocks.size(); });
     RethrowLocked();
     At(m_tail - 1).frames = 0;
@@ -76,6 +85,8 @@ void CAsyncWriter::Write(const float* in, long frames) {
 void CAsyncWriter::Finish() {
     std::unique_lock lock(m_mutex);
     RethrowLocked();
+    m_finishing = true;
+    m_changed.notify_all();
     if (m_tail != m_head && At(m_tail - 1).frames > 0)
         Submit(lock); // hands over the part-filled block, and opens an empty one
     m_changed.wait(lock, [&] { return m_error || m_tail - m_head <= 1; });

@@ -28,4 +28,5 @@ private:
     void RethrowLocked();
 
     Sink m_sink;
+    bool m_finishing = false;
 };

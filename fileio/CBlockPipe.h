@@ -36,6 +36,11 @@ protected:
     std::condition_variable m_changed;
     size_t m_head = 0, m_tail = 0;
     bool m_stop = false;
+    // The thread waits for most of the ring rather than for each block: on a virtual machine a
+    // wake-up on another processor costs tens of microseconds, more than the block's copy. While
+    // it rests, the caller wakes it only once that much is ready.
+    bool m_resting = false;
+    size_t Batch() const { return m_blocks.size() - 1; }
     std::exception_ptr m_error;
 
 private:

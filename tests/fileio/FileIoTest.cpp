@@ -90,28 +90,31 @@ TEST(ChunkFile, HeaderPromisesAgainstWhatIsThere) {
 // Frames in order and whole through both pipes, in sizes that do not match the blocks, and a
 // failure on either side reaching the caller.
 TEST(AsyncIo, FramesPassWholeAndFailuresReachTheCaller) {
-    const long total = 100003;
-    long made = 0;
-    CAsyncReader reader(
-        [&](float* f, long n) {
-            const long k = std::min({n, total - made, 777L});
-            for (long i = 0; i < k; ++i, ++made)
-                f[2 * i] = f[2 * i + 1] = static_cast<float>(made);
-            return k;
-        },
-        2, 4096, 3);
-    std::vector<float> got;
-    CAsyncWriter writer([&](const float* f, long n) { got.insert(got.end(), f, f + 2 * n); }, 2,
-                        1000, 2);
-    std::vector<float> buf(2 * 5000);
-    long read = 0;
-    for (long n; (n = reader.Read(buf.data(), 1 + read % 4999)) > 0; read += n)
-        writer.Write(buf.data(), n);
-    writer.Finish();
-    EXPECT_EQ(total, read);
-    ASSERT_EQ(static_cast<size_t>(2 * total), got.size());
-    for (long i = 0; i < total; ++i)
-        ASSERT_EQ(static_cast<float>(i), got[2 * i + 1]) << i;
+    // (from two blocks, where the threads wait for each, to six, where they rest for five)
+    for (int blocks : {2, 3, 6}) {
+        const long total = 100003;
+        long made = 0;
+        CAsyncReader reader(
+            [&](float* f, long n) {
+                const long k = std::min({n, total - made, 777L});
+                for (long i = 0; i < k; ++i, ++made)
+                    f[2 * i] = f[2 * i + 1] = static_cast<float>(made);
+                return k;
+            },
+            2, 4096, blocks);
+        std::vector<float> got;
+        CAsyncWriter writer([&](const float* f, long n) { got.insert(got.end(), f, f + 2 * n); }, 2,
+                            1000, blocks);
+        std::vector<float> buf(2 * 5000);
+        long read = 0;
+        for (long n; (n = reader.Read(buf.data(), 1 + read % 4999)) > 0; read += n)
+            writer.Write(buf.data(), n);
+        writer.Finish();
+        EXPECT_EQ(total, read) << blocks;
+        ASSERT_EQ(static_cast<size_t>(2 * total), got.size()) << blocks;
+        for (long i = 0; i < total; ++i)
+            ASSERT_EQ(static_cast<float>(i), got[2 * i + 1]) << i << " " << blocks;
+    }
 
     std::atomic<int> calls{0};
     CAsyncReader failing(
