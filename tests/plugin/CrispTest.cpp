@@ -242,8 +242,11 @@ TEST(CrispEngine, PitchLengthAndStereoExact) {
         EXPECT_EQ(out.left, out.right) << "identical channels stay identical";
     }
     // the pitch moved halfway through a job, up from down and down from up: each half at its own
-    for (auto [from, to] :
-         {std::pair{700.0, -500.0}, {-500.0, 700.0}, {300.0, 1200.0}, {1200.0, -1200.0}}) {
+    for (auto [from, to] : {std::pair{700.0, -500.0},
+                            {-500.0, 700.0},
+                            {300.0, 1200.0},
+                            {1200.0, -1200.0},
+                            {800.0, -1200.0}}) {
         host.Dispatch(effMainsChanged, 0, 0);
         host.Set(kTime, 1.0f);
         host.Set(kPitch, static_cast<float>(std::pow(2.0, from / 1200)));
