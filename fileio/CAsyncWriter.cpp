@@ -60,25 +60,36 @@ void CAsyncWriter::Submit(std::unique_lock<std::mutex>& lock) {
     At(m_tail - 1).frames = 0;
 }
 
-void CAsyncWriter::Write(const float* in, long frames) {
+float* CAsyncWriter::Room(long* frames) {
     std::unique_lock lock(m_mutex);
     RethrowLocked();
     if (m_tail == m_head) { // the first block to fill
         ++m_tail;
         At(m_tail - 1).frames = 0;
     }
+    // (a block is handed over as soon as it is full: the one being filled has room)
+    Block& b = At(m_tail - 1);
+    *frames = m_blockFrames - b.frames;
+    return b.samples.get() + b.frames * m_channels;
+}
+
+void CAsyncWriter::Commit(long frames) {
+    std::unique_lock lock(m_mutex);
+    Block& b = At(m_tail - 1);
+    b.frames += frames;
+    if (b.frames == m_blockFrames)
+        Submit(lock);
+}
+
+void CAsyncWriter::Write(const float* in, long frames) {
     while (frames > 0) {
-        Block& b = At(m_tail - 1);
-        const long n = std::min(frames, m_blockFrames - b.frames);
-        lock.unlock(); // the filling block is the caller's alone
-        std::memcpy(b.samples.get() + b.frames * m_channels, in,
-                    sizeof(float) * static_cast<size_t>(n) * m_channels);
-        lock.lock();
-        b.frames += n;
+        long room = 0;
+        float* to = Room(&room); // the filling block is the caller's alone
+        const long n = std::min(frames, room);
+        std::memcpy(to, in, sizeof(float) * static_cast<size_t>(n) * m_channels);
+        Commit(n);
         in += n * m_channels;
         frames -= n;
-        if (b.frames == m_blockFrames)
-            Submit(lock);
     }
 }
 

@@ -19,6 +19,11 @@ public:
     CAsyncWriter& operator=(const CAsyncWriter&) = delete;
 
     void Write(const float* interleaved, long frames);
+    // Room in the block being filled, for a caller that makes its frames in place rather than
+    // copying them in: where the next frame goes, and how many fit (at least one). Commit hands
+    // over the frames written there. Either may throw as Write does.
+    float* Room(long* frames);
+    void Commit(long frames);
     // Waits until every frame is written; rethrows the sink's failure.
     void Finish();
 

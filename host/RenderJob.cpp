@@ -377,11 +377,26 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     const bool whole =
         Drive(p, channels, rate, total, latency, length, read,
               [&](const float* left, const float* right, sf_count_t n, sf_count_t taken) {
-                  for (sf_count_t at = 0; at < n; at += kPiece) {
-                      const sf_count_t k = std::min(kPiece, n - at);
-                      result.peak = Interleave(left + at, right + at, channels, k,
-                                               interleaved.get(), result.peak);
-                      write(interleaved.get(), k);
+                  for (sf_count_t at = 0; at < n;) {
+                      sf_count_t k = std::min(kPiece, n - at);
+                      if (sink && !guard) {
+                          // straight into the writing thread's block: one pass over the frames
+                          try {
+                              long room = 0;
+                              float* to = sink->Room(&room);
+                              k = std::min<sf_count_t>(room, n - at);
+                              result.peak =
+                                  Interleave(left + at, right + at, channels, k, to, result.peak);
+                              sink->Commit(static_cast<long>(k));
+                          } catch (const std::exception& e) {
+                              throw OutputError(e.what());
+                          }
+                      } else {
+                          result.peak = Interleave(left + at, right + at, channels, k,
+                                                   interleaved.get(), result.peak);
+                          write(interleaved.get(), k);
+                      }
+                      at += k;
                   }
                   written += n;
                   if (progress)
