@@ -36,6 +36,17 @@ TONE_HARMONICS = 10
 # ---------------------------------------------------------------- material
 
 
+def new_report(out, stem):
+    """A path for a new report in out: stem.md, or stem-2.md, -3 ... when the day already has
+    one, which stays as it was."""
+    os.makedirs(out, exist_ok=True)
+    for n in range(1, 1000):
+        path = os.path.join(out, stem + (f"-{n}" if n > 1 else "") + ".md")
+        if not os.path.exists(path):
+            return path
+    raise SystemExit(f"{out} holds a thousand reports named {stem}")
+
+
 def fade(x, ms=10):
     n = int(RATE * ms / 1000)
     ramp = np.linspace(0.0, 1.0, n)
@@ -651,9 +662,8 @@ def main():
         lines += [f"| {name} | " + " | ".join(f"{row[2][i] / 1e6:.1f} M" for row in cgCrisp) + " |"
                   for i, (name, _) in enumerate(CRISP_STAGES)]
         lines.append("")
-    os.makedirs(args.out, exist_ok=True)
-    path = os.path.join(args.out, f"compare-{datetime.date.today()}.md")
-    with open(path, "w") as f:
+    path = new_report(args.out, f"compare-{datetime.date.today()}")
+    with open(path, "x") as f:
         f.write("\n".join(lines))
     print("\n".join(lines))
     print(f"\nwritten to {path}", file=sys.stderr)

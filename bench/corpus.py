@@ -26,7 +26,8 @@ Usage (bench/compare passes --morvane and --plugin; see its header for the wrapp
     --cache DIR      where the corpus and the peers' results are kept ($MORVANE_CORPUS, else
                      $XDG_CACHE_HOME/morvane-corpus, else ~/.cache/morvane-corpus)
     --out DIR        where the report goes (bench/results): corpus-<date>.md, with the classes
-                     and engines in the name when only some are run
+                     and engines in the name when only some are run, and -2, -3 ... after it
+                     when the day has one already (which stays as it was)
     --build-only     build the corpus, measure nothing
     --no-checks      leave out the bass-notes check
 Results are cached per tool build (a Debian version, or the checksum of morvane and the plug-in)
@@ -933,14 +934,13 @@ def run(args, log=lambda s: print(s, file=sys.stderr, flush=True)):
             if btools:
                 bass = bass_check(args, btools, work, results, fps, log)
     text = report(pieces, tools, res, bass, args, fps, excluded)
-    os.makedirs(args.out, exist_ok=True)
     suffix = ""
     if args.classes:
         suffix += "-" + "+".join(classes)
     if args.engines:
         suffix += "-" + "+".join(tools)
-    path = os.path.join(args.out, f"corpus-{datetime.date.today()}{suffix}.md")
-    with open(path, "w") as f:
+    path = compare.new_report(args.out, f"corpus-{datetime.date.today()}{suffix}")
+    with open(path, "x") as f:
         f.write(text)
     log(f"written to {path}")
     return path
