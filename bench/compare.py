@@ -482,6 +482,7 @@ CRISP_STAGES = [
     ("low band: its frames", ("CCrisp::NextLowFrame",)),
     ("low band: back to the full rate", ("CCrisp::AddLow",)),
     ("resampler and output", ("CCrisp::Emit",)),
+    ("resampler ahead of the vocoder (from +600 cents)", ("CCrisp::TakeRead",)),
 ]
 
 
