@@ -175,6 +175,7 @@ void CCrisp::Size() {
     // (read first, the ring holds the input at the pitch rate: the finder counts its bands and
     // gaps at the rate that gives them as they were in the input)
     m_Onsets.Configure(window / 2, static_cast<int>(std::lround(m_nRate / m_dPre)));
+    m_Guard.Configure(m_nRate);
     m_Map.Configure(window);
     m_bLow = low > window; // (none where the transform cannot go longer)
     m_nLowWindow = low;
@@ -295,6 +296,7 @@ void CCrisp::Rebuild() {
     m_LowMap.Restart(m_dTime * m_dPitch);
     m_LowMap.SetHorizon(m_bOnsets ? -kInf : kInf);
     m_Onsets.Restart();
+    m_Guard.Restart();
     m_Vocoder.Restart();
     m_Low.Restart();
     m_nLowEnd = static_cast<int64_t>(LowOutputCentre(0) - m_nLowWindow / 2.0);
@@ -680,19 +682,39 @@ void CCrisp::Emit(float** out, int* produced, const float* left, const float* ri
     float* l = m_pStretch + kHistory;
     // (a mono job's right is its left, read through the same filter)
     float* r = m_bMono ? l : l + m_nStretchRoom;
-    std::copy(left, left + n, l);
-    if (!m_bMono)
-        std::copy(right, right + n, r);
-    float* dest[2] = {out[0] + *produced, out[1] + *produced};
-    int k = m_Resample.Read(dest, l, r, n, &m_bOver);
+    const int channels = m_bMono ? 1 : 2;
+    // read at 1, the frames are copied from where they are; else after the history
+    const bool direct = m_Resample.AsItIs();
+    if (!direct) {
+        std::copy(left, left + n, l);
+        if (!m_bMono)
+            std::copy(right, right + n, r);
+    }
+    // (after the frames the guard keeps pending there)
+    const int pending = m_Guard.Pending();
+    float* dest[2] = {out[0] + *produced + pending, out[1] + *produced + pending};
+    float loudest = 0;
+    int k = direct ? m_Resample.Read(dest, left, m_bMono ? left : right, n, &loudest)
+                   : m_Resample.Read(dest, l, r, n, &loudest);
+    k = m_Guard.Run(out[0] + *produced, out[1] + *produced, k, loudest, &m_bOver);
     // Frames past the job's length are dropped.
     if (m_nStretchEnd >= 0)
         k = static_cast<int>(std::clamp<int64_t>(Target() - m_nOut, 0, k));
     *produced += k;
     m_nOut += k;
-    std::memmove(l - kHistory, l - kHistory + n, sizeof(float) * kHistory);
-    if (!m_bMono)
-        std::memmove(r - kHistory, r - kHistory + n, sizeof(float) * kHistory);
+    // the history: the last kHistory frames, for a read at another rate
+    for (int c = 0; c < channels; ++c) {
+        float* h = (c ? r : l) - kHistory;
+        const float* from = c ? right : left;
+        if (!direct)
+            std::memmove(h, h + n, sizeof(float) * kHistory);
+        else if (n >= kHistory)
+            std::copy(from + n - kHistory, from + n, h);
+        else {
+            std::memmove(h, h + n, sizeof(float) * (kHistory - n));
+            std::copy(from, from + n, h + kHistory - n);
+        }
+    }
 }
 
 int CCrisp::TakeRead(float* const* in, int count, bool last, bool* fed) {
@@ -714,9 +736,9 @@ int CCrisp::TakeRead(float* const* in, int count, bool last, bool* fed) {
             else
                 std::fill(to, to + n, 0.0f);
         }
-        bool over = false; // (of the input: not the output's)
+        float loudest = 0; // (of the input read: not the output's)
         float* dest[2] = {m_pPreOut[0], m_pPreOut[1]};
-        const int k = m_Pre.Read(dest, l, r, n, &over);
+        const int k = m_Pre.Read(dest, l, r, n, &loudest);
         for (int c = 0; c < channels; ++c)
             for (int w = 0; w < k;) {
                 const int64_t i = (m_nIn + w) & (m_nRingSize - 1);
@@ -739,11 +761,12 @@ int CCrisp::TakeRead(float* const* in, int count, bool last, bool* fed) {
 }
 
 void CCrisp::Finish(float** out, int* produced) {
-    // Silence through the resampler pushes out what it holds back; the rest is padded.
+    // Silence through the resampler and the guard pushes out what they hold back; the rest is
+    // padded.
     const int hop = m_Vocoder.Hop();
     std::fill(m_pHop[0], m_pHop[0] + hop, 0.0f);
     std::fill(m_pHop[1], m_pHop[1] + hop, 0.0f);
-    for (int pushed = 0; pushed < m_Resample.Delay(); pushed += hop)
+    for (int pushed = 0; pushed < m_Resample.Delay() + m_Guard.Delay(); pushed += hop)
         Emit(out, produced, m_pHop[0], m_pHop[1], hop);
     const int64_t pad = std::max<int64_t>(Target() - m_nOut, 0);
     std::fill(out[0] + *produced, out[0] + *produced + pad, 0.0f);
@@ -767,6 +790,8 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
     int produced = 0;
     if (m_bDone)
         return 0;
+    m_Guard.Watch(in[0], in[m_bMono ? 0 : 1], count);
+    m_Guard.Resume(out[0], out[1]);
     int taken = 0;
     for (;;) {
         int accepted = 0;
@@ -809,5 +834,6 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
         if (m_bDone || (taken == count && !m_bFinal && !last) || (!moved && !fed))
             break;
     }
+    m_Guard.Stash(out[0] + produced, out[1] + produced);
     return produced;
 }

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "CCrispOnsets.h"
+#include "CCrispPeakGuard.h"
 #include "CCrispPolyphase.h"
 #include "CCrispTimeMap.h"
 #include "CCrispVocoder.h"
@@ -94,7 +95,8 @@ private:
     CCrispTimeMap m_LowMap; // the same map, asked for the low frames' centres
     CCrispVocoder m_Low;
     CCrispPolyphase m_Resample;
-    CCrispPolyphase m_Pre; // in front of the ring, in a job that starts far enough up
+    CCrispPolyphase m_Pre;   // in front of the ring, in a job that starts far enough up
+    CCrispPeakGuard m_Guard; // last, on the output
 
     int m_nRate = 0;
     double m_dTime = 1, m_dPitch = 1;         // in force

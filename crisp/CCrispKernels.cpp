@@ -92,6 +92,26 @@ CRISP_INLINE bool SilentBody(const float* __restrict x, int n) {
     return bits == 0;
 }
 
+// (magnitudes compared as integers, whose order is the floats': non-finite ones count as 0)
+CRISP_INLINE float LoudestBody(const float* __restrict a, const float* __restrict b, int n) {
+    constexpr uint32_t kInfinite = 0x7f800000u;
+    const auto magnitude = [](float x) {
+        const uint32_t m = std::bit_cast<uint32_t>(x) & 0x7fffffffu;
+        return m < kInfinite ? m : 0u;
+    };
+    uint32_t part[16] = {};
+    int i = 0;
+    for (; i + 16 <= n; i += 16)
+        for (int j = 0; j < 16; ++j)
+            part[j] = std::max(part[j], std::max(magnitude(a[i + j]), magnitude(b[i + j])));
+    uint32_t most = 0;
+    for (; i < n; ++i)
+        most = std::max({most, magnitude(a[i]), magnitude(b[i])});
+    for (uint32_t p : part)
+        most = std::max(most, p);
+    return std::bit_cast<float>(most);
+}
+
 // For each byte, the places of its set bits in order, and how many.
 struct SetBits {
     unsigned char at[256][8] = {};
@@ -505,6 +525,15 @@ CRISP_AVX2 bool Silent256(const float* x, int n) {
 bool SilentPlain(const float* x, int n) {
     return SilentBody(x, n);
 }
+CRISP_AVX512 float Loudest512(const float* a, const float* b, int n) {
+    return LoudestBody(a, b, n);
+}
+CRISP_AVX2 float Loudest256(const float* a, const float* b, int n) {
+    return LoudestBody(a, b, n);
+}
+float LoudestPlain(const float* a, const float* b, int n) {
+    return LoudestBody(a, b, n);
+}
 CRISP_AVX512 int Peaks512(const float* p2, int from, int to, int narrow, float floor, int* found) {
     return PeaksBody(p2, from, to, narrow, floor, found);
 }
@@ -516,6 +545,13 @@ int PeaksPlain(const float* p2, int from, int to, int narrow, float floor, int* 
 }
 
 } // namespace
+
+float CCrispKernels::Loudest(const float* a, const float* b, int n) {
+    static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();
+    return level == CMorvaneIsa::Avx512 ? Loudest512(a, b, n)
+           : level == CMorvaneIsa::Avx2 ? Loudest256(a, b, n)
+                                        : LoudestPlain(a, b, n);
+}
 
 bool CCrispKernels::Silent(const float* x, int n) {
     static const CMorvaneIsa::Level level = CMorvaneIsa::Detected();

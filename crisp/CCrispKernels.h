@@ -10,6 +10,8 @@ class CCrispKernels {
 public:
     // Whether every one of n samples is zero (of either sign).
     static bool Silent(const float* x, int n);
+    // The largest magnitude among n samples of a and of b, those not finite counting as 0.
+    static float Loudest(const float* a, const float* b, int n);
 
     // The peaks among bins from to to - 1 (each with two neighbours either side) into found, in
     // order; returns their count. A peak is above floor, above the bin below and not below the

@@ -1,10 +1,13 @@
 #include "CCrispPolyphase.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <numbers>
 
+#include "CCrispKernels.h"
 #include "CMorvaneIsa.h"
 #include "CrispTargets.h"
 
@@ -89,7 +92,7 @@ CRISP_INLINE void Outputs(const float* __restrict table, int taps, const float* 
         std::memcpy(lanes[1], sr[b], sizeof sr[b]);
         outL[b] = Sum(lanes[0]);
         outR[b] = Sum(lanes[1]);
-        *peak = std::max(*peak, std::max(outL[b], outR[b]));
+        *peak = std::max(*peak, std::max(std::fabs(outL[b]), std::fabs(outR[b])));
     }
 }
 
@@ -98,10 +101,10 @@ CRISP_INLINE void Outputs(const float* __restrict table, int taps, const float* 
 template <typename V, int B>
 CRISP_INLINE int ReadBody(const float* __restrict table, int taps, const float* __restrict left,
                           const float* __restrict right, double* pos, double step, double limit,
-                          float* __restrict outL, float* __restrict outR, bool* over) {
+                          float* __restrict outL, float* __restrict outR, float* loudest) {
     double p = *pos;
     int k = 0;
-    float peak = 0;
+    float peak = *loudest;
     for (;;) {
         double last = p; // the position after the batch, added up as one at a time would
         for (int b = 1; b < B; ++b)
@@ -115,23 +118,23 @@ CRISP_INLINE int ReadBody(const float* __restrict table, int taps, const float* 
     for (; p < limit; p += step, ++k)
         Outputs<V, 1>(table, taps, left, right, p, step, outL + k, outR + k, &peak);
     *pos = p;
-    *over = *over || peak > 1.0f;
+    *loudest = peak;
     return k;
 }
 
 CRISP_AVX512 int Read512(const float* table, int taps, const float* left, const float* right,
                          double* pos, double step, double limit, float* outL, float* outR,
-                         bool* over) {
-    return ReadBody<Sixteen, 8>(table, taps, left, right, pos, step, limit, outL, outR, over);
+                         float* loudest) {
+    return ReadBody<Sixteen, 8>(table, taps, left, right, pos, step, limit, outL, outR, loudest);
 }
 CRISP_AVX2 int Read256(const float* table, int taps, const float* left, const float* right,
                        double* pos, double step, double limit, float* outL, float* outR,
-                       bool* over) {
-    return ReadBody<Eight, 3>(table, taps, left, right, pos, step, limit, outL, outR, over);
+                       float* loudest) {
+    return ReadBody<Eight, 3>(table, taps, left, right, pos, step, limit, outL, outR, loudest);
 }
 int ReadPlain(const float* table, int taps, const float* left, const float* right, double* pos,
-              double step, double limit, float* outL, float* outR, bool* over) {
-    return ReadBody<Four, 1>(table, taps, left, right, pos, step, limit, outL, outR, over);
+              double step, double limit, float* outL, float* outR, float* loudest) {
+    return ReadBody<Four, 1>(table, taps, left, right, pos, step, limit, outL, outR, loudest);
 }
 
 } // namespace
@@ -198,16 +201,12 @@ void CCrispPolyphase::Design(double pitchRate) {
     }
 }
 
-int CCrispPolyphase::Read(float** out, const float* left, const float* right, int n, bool* over) {
+int CCrispPolyphase::Read(float** out, const float* left, const float* right, int n,
+                          float* loudest) {
     if (m_dRate == 1.0) { // as it is, at once
-        // (the flags or'ed without a branch, so that the loop vectorises)
-        unsigned above = 0;
-        for (int i = 0; i < n; ++i) {
-            out[0][i] = left[i];
-            out[1][i] = right[i];
-            above |= unsigned(left[i] > 1.0f) | unsigned(right[i] > 1.0f);
-        }
-        *over = *over || above != 0;
+        std::copy(left, left + n, out[0]);
+        std::copy(right, right + n, out[1]);
+        *loudest = std::max(*loudest, CCrispKernels::Loudest(left, right, n));
         return n;
     }
     // the last output whose taps lie within the frames given
@@ -220,8 +219,8 @@ int CCrispPolyphase::Read(float** out, const float* left, const float* right, in
     const auto read = level == CMorvaneIsa::Avx512 ? Read512
                       : level == CMorvaneIsa::Avx2 ? Read256
                                                    : ReadPlain;
-    const int k =
-        read(m_pTable.get(), m_nTaps, left, right, &m_dPos, m_dRate, limit, out[0], out[1], over);
+    const int k = read(m_pTable.get(), m_nTaps, left, right, &m_dPos, m_dRate, limit, out[0],
+                       out[1], loudest);
     m_dPos -= n;
     return k;
 }

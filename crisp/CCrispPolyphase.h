@@ -24,12 +24,14 @@ public:
     // and starts the read position again at 0.
     void Design(double pitchRate);
     // Reads n frames of left and right, each with kMaxHistory frames before it, into out[0] and
-    // out[1] from index 0; returns the frames written. Sets over when one went above full
-    // scale.
-    int Read(float** out, const float* left, const float* right, int n, bool* over);
+    // out[1] from index 0; returns the frames written. Raises loudest to the largest magnitude
+    // written.
+    int Read(float** out, const float* left, const float* right, int n, float* loudest);
     // Input frames it holds back: that many more, silent, bring out the last frame's output.
     int Delay() const { return m_nTaps / 2 + 1; }
     int Taps() const { return m_nTaps; }
+    // Whether it reads at 1: it copies its input, and wants no history in front of it.
+    bool AsItIs() const { return m_dRate == 1.0; }
 
 private:
     // per phase, the taps' coefficients, then their steps to the next phase's (pages touched only

@@ -1,5 +1,5 @@
 // The crisp engine's parts, each through its own operations: the transform, the onset finder,
-// the time map and the vocoder.
+// the time map, the vocoder and the guard on its output.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +10,7 @@
 
 #include "CCrispKernels.h"
 #include "CCrispOnsets.h"
+#include "CCrispPeakGuard.h"
 #include "CCrispPolyphase.h"
 #include "CCrispTimeMap.h"
 #include "CCrispVocoder.h"
@@ -462,21 +463,25 @@ Signals::Planar Resample(double rate, const Signals::Planar& in) {
     std::vector<float> l(kHistory + 600), r(kHistory + 600), out[2] = {{}, {}};
     std::vector<float> got[2] = {std::vector<float>(2000), std::vector<float>(2000)};
     float* dest[2] = {got[0].data(), got[1].data()};
-    bool over = false;
+    float loudest = 0;
     for (int at = 0, block = 0; at < n + tail; at += block) {
         block = std::min(at % 3 ? 600 : 257, n + tail - at);
         for (int i = 0; i < block; ++i) {
             l[kHistory + i] = at + i < n ? in.left[at + i] : 0.0f;
             r[kHistory + i] = at + i < n ? in.right[at + i] : 0.0f;
         }
-        const int k = resampler.Read(dest, &l[kHistory], &r[kHistory], block, &over);
+        const int k = resampler.Read(dest, &l[kHistory], &r[kHistory], block, &loudest);
         for (int c = 0; c < 2; ++c) {
             out[c].insert(out[c].end(), got[c].begin(), got[c].begin() + k);
             auto& x = c ? r : l;
             std::copy(x.begin() + block, x.begin() + block + kHistory, x.begin());
         }
     }
-    EXPECT_FALSE(over);
+    float most = 0; // (the largest magnitude it said it wrote)
+    for (const auto& x : out)
+        for (float v : x)
+            most = std::max(most, std::fabs(v));
+    EXPECT_EQ(most, loudest);
     return {out[0], out[1]};
 }
 
@@ -533,6 +538,68 @@ TEST(CrispPolyphase, PassbandFlatAndImagesAndAliases80dBDown) {
             }
         }
     }
+}
+
+// The output guard: a frame up to a dB above the input's peak comes out at it, the gain reaching
+// it as a ramp over the look-ahead, held half a second and then recovering; one further above is
+// lowered by that dB only. Elsewhere the frames come out as they went in, a look-ahead later,
+// whatever the blocks they come in; identical channels stay identical.
+TEST(CrispPeakGuard, TrimsPeaksToTheInputsAndElseDelaysOnly) {
+    constexpr int kRate = 44100, kFrames = 4 * kRate;
+    const std::vector<float> in = Signals::Sine(kFrames, 1, 0.01, 0.5); // the input's peak: 0.5
+    std::vector<float> x = Signals::Sine(kFrames, 1, 0.003, 0.4);
+    const int spike = kRate / 2, next = 3 * kRate;
+    x[spike] = -0.55f; // 0.8 dB over
+    x[next] = 0.8f;    // 4 dB over
+    // each block as the engine gives it, a call with buffers of its own: the pending frames put
+    // back in front, the new ones after them, the rest kept for the next
+    const auto run = [&](int block) {
+        CCrispPeakGuard guard;
+        guard.Configure(kRate);
+        guard.Watch(in.data(), in.data(), kFrames);
+        std::vector<float> x2 = x, y2;
+        x2.resize(kFrames + guard.Delay(), 0.0f);
+        bool over = false;
+        for (int at = 0; at < static_cast<int>(x2.size()); at += block) {
+            const int n = std::min<int>(block, static_cast<int>(x2.size()) - at);
+            std::vector<float> l(guard.Delay() + n, -7.0f), r = l;
+            guard.Resume(l.data(), r.data());
+            const int pending = guard.Pending();
+            float loudest = 0;
+            for (int i = 0; i < n; ++i) {
+                l[pending + i] = r[pending + i] = x2[at + i];
+                loudest = std::max(loudest, std::fabs(x2[at + i]));
+            }
+            const int k = guard.Run(l.data(), r.data(), n, loudest, &over);
+            EXPECT_TRUE(std::equal(l.begin(), l.begin() + k, r.begin())) << block;
+            y2.insert(y2.end(), l.begin(), l.begin() + k);
+            guard.Stash(l.data() + k, r.data() + k);
+        }
+        EXPECT_EQ(kFrames, static_cast<int>(y2.size())) << block;
+        EXPECT_FALSE(over);
+        y2.resize(kFrames);
+        return std::pair{y2, guard.Delay()};
+    };
+    const auto [y, delay] = run(kFrames + 500);
+    for (int block : {1, 37, 256, 4096})
+        EXPECT_EQ(y, run(block).first) << block;
+    const auto gain = [&](int i) { return y[i] / x[i]; };
+    const float cut = 1 - 0.5f / 0.55f;
+    float steepest = 0;
+    for (int i = 0; i < next - delay; ++i) {
+        if (i < spike - delay || i > 2 * kRate + kRate / 2)
+            ASSERT_EQ(x[i], y[i]) << i; // untouched, and in its place
+        else if (x[i - 1] != 0 && x[i] != 0)
+            steepest = std::max(steepest, std::fabs(gain(i) - gain(i - 1)));
+    }
+    EXPECT_NEAR(-0.5f, y[spike], 1e-6f); // met exactly
+    EXPECT_GT(delay, 40);
+    EXPECT_LT(steepest, 1.25f * cut / delay);                 // a ramp, not a step
+    EXPECT_NEAR(1 - cut, gain(spike + kRate * 2 / 5), 1e-6f); // held ...
+    const float later = gain(spike + kRate * 6 / 10);
+    EXPECT_GT(later, 1 - 0.5f * cut); // ... then recovering, neither at once nor never
+    EXPECT_LT(later, 1 - 0.25f * cut);
+    EXPECT_NEAR(0.8f * std::pow(10.0f, -1 / 20.0f), y[next], 1e-6f); // a dB and no more
 }
 
 } // namespace
