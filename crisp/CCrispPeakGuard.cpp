@@ -54,6 +54,7 @@ void CCrispPeakGuard::Restart() {
     m_nClearFrom = 0;
     m_nWantFirst = m_nWantCount = 0;
     m_dShort = 0;
+    m_nShortAt = 0;
     if (m_pStore)
         std::fill(m_pShort, m_pShort + m_nAhead, 0.0f);
 }
@@ -87,7 +88,10 @@ void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
             --m_nWantCount;
         }
         const float least = m_nWantCount > 0 ? m_pWant[m_nWantFirst] : 1.0f;
-        const int s = static_cast<int>(u % ahead);
+        // (the ring's place kept as a count: a 64-bit remainder each frame is slow; while the
+        // guard is clear the ring is all zeros, so where it starts again does not matter)
+        const int s = m_nShortAt;
+        m_nShortAt = s + 1 == ahead ? 0 : s + 1;
         m_dShort += double(1 - least) - m_pShort[s];
         m_pShort[s] = 1 - least;
         // (as cuts, 1 less the gains, in both this and Release: small ones keep their precision)

@@ -59,6 +59,7 @@ private:
     int64_t* m_pWantAt = nullptr;
     Zeroed<int64_t> m_pAtStore;
     int m_nWantFirst = 0, m_nWantCount = 0, m_nWantMask = 0;
-    float* m_pShort = nullptr; // ring of m_nAhead
-    double m_dShort = 0;       // their sum
+    float* m_pShort = nullptr; // ring of m_nAhead; m_nShortAt the next to write
+    int m_nShortAt = 0;
+    double m_dShort = 0; // their sum
 };
