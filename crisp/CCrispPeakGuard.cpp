@@ -55,6 +55,8 @@ void CCrispPeakGuard::Restart() {
     m_nWantFirst = m_nWantCount = 0;
     m_dShort = 0;
     m_nShortAt = 0;
+    m_fShortLast = 0;
+    m_nShortSame = m_nAhead;
     if (m_pStore)
         std::fill(m_pShort, m_pShort + m_nAhead, 0.0f);
 }
@@ -70,7 +72,14 @@ void CCrispPeakGuard::Watch(const float* left, const float* right, int n) {
 // over the m_nAhead frames before: a ramp that reaches every peak's gain by the peak.
 void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
     const int ahead = m_nAhead;
-    for (int j = 0; j < n; ++j) {
+    for (int j = 0, next = 0; j < n; ++j) {
+        // (most frames of a loud piece are held at a cut that stands: those go by in blocks,
+        // and a block that cannot is taken frame by frame)
+        if (j >= next && m_nShortSame >= ahead) {
+            if ((j += Steady(l, r, start, j, n)) == n)
+                break;
+            next = j + kSteady;
+        }
         const int64_t u = m_nAt + j;
         const float a = std::max(std::fabs(l[start + j]), std::fabs(r[start + j]));
         if (a > m_fPeak) {
@@ -94,6 +103,8 @@ void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
         m_nShortAt = s + 1 == ahead ? 0 : s + 1;
         m_dShort += double(1 - least) - m_pShort[s];
         m_pShort[s] = 1 - least;
+        m_nShortSame = m_pShort[s] == m_fShortLast ? std::min(m_nShortSame + 1, ahead) : 1;
+        m_fShortLast = m_pShort[s];
         // (as cuts, 1 less the gains, in both this and Release: small ones keep their precision)
         m_fCut *= m_fRecover;
         if (m_fCut < kNearNone)
@@ -112,6 +123,34 @@ void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
         l[o] *= g;
         r[o] *= g;
     }
+}
+
+// In those frames Slow would add nothing to the ring's sum (it writes what each place holds)
+// and leave the cut where it is (recovering never takes it below the ramp): each output frame
+// takes the same gain, as long as none is over the peak with it.
+int CCrispPeakGuard::Steady(float* l, float* r, int start, int j, int n) {
+    const int ahead = m_nAhead;
+    const float least = m_nWantCount > 0 ? m_pWant[m_nWantFirst] : 1.0f;
+    if (1 - least != m_fShortLast || m_fCut != static_cast<float>(m_dShort / ahead) ||
+        start + j < ahead)
+        return 0;
+    // up to the frame that lets the least wanted go
+    int64_t most = n - j;
+    if (m_nWantCount > 0)
+        most = std::min(most, m_pWantAt[m_nWantFirst] + ahead + m_nHold - (m_nAt + j) + 1);
+    const float g = 1 - m_fCut;
+    int k = 0;
+    for (; k + kSteady <= most; k += kSteady) {
+        float* in[2] = {l + start + j + k, r + start + j + k};
+        if (CCrispKernels::Loudest(in[0], in[1], kSteady) > m_fPeak ||
+            CCrispKernels::Loudest(in[0] - ahead, in[1] - ahead, kSteady) * g > m_fPeak)
+            break;
+        for (float* c : in)
+            for (int i = -ahead; i < kSteady - ahead; ++i)
+                c[i] *= g;
+    }
+    m_nShortAt = static_cast<int>((m_nShortAt + k) % ahead);
+    return k;
 }
 
 // Only recovering: no frame within reach wants less than 1.

@@ -40,6 +40,11 @@ private:
     // the n frames from start of left and right, each the gain of the frame Delay() before it
     void Slow(float* left, float* right, int start, int n);
     void Release(float* left, float* right, int start, int n);
+    // From frame j of those, the frames that change nothing but their gain: none wanting a new
+    // cut, none letting one go, the ring all one value and the cut at its mean. Returns how
+    // many, done in place (whole blocks of kSteady).
+    int Steady(float* left, float* right, int start, int j, int n);
+    static constexpr int kSteady = 32;
 
     int m_nAhead = 0;         // look-ahead, frames
     int m_nHold = 0;          // a cut held after its peak, frames
@@ -61,5 +66,7 @@ private:
     int m_nWantFirst = 0, m_nWantCount = 0, m_nWantMask = 0;
     float* m_pShort = nullptr; // ring of m_nAhead; m_nShortAt the next to write
     int m_nShortAt = 0;
-    double m_dShort = 0; // their sum
+    double m_dShort = 0;    // their sum
+    float m_fShortLast = 0; // the last value written there ...
+    int m_nShortSame = 0;   // ... and how many times running (up to m_nAhead)
 };
