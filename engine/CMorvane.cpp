@@ -127,6 +127,7 @@ void CMorvane::StartToProcess() {
     // Between blocks, but the user-interface thread may set a rate at this very moment.
     std::lock_guard lock(m_cs);
     Restart();
+    m_Resample.Design(); // here, not in the job's first call
 }
 
 void CMorvane::Restart() {

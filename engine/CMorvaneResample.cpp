@@ -86,13 +86,28 @@ const std::vector<double>& KaiserWindow(double beta, int M) {
 
 } // namespace
 
-int CMorvaneResample::IniResample(double ratio, int attenuation, double transition, double unused,
-                                  bool) {
-    const int taps = makeFIR(ratio, attenuation, transition, unused, false);
+int CMorvaneResample::IniResample(double ratio, int attenuation, double transition, double, bool) {
+    const int taps = TapsFor(attenuation, transition);
+    m_bDesignDue = true;
+    m_dDueRatio = ratio;
+    m_nDueAttenuation = attenuation;
+    m_dDueTransition = transition;
     m_nHistory = taps - 1;
     m_nHalf = (taps - 1) / 2;
     m_dPos = 0.0;
     return m_nHistory;
+}
+
+void CMorvaneResample::Design() {
+    if (m_bDesignDue) {
+        m_bDesignDue = false;
+        makeFIR(m_dDueRatio, m_nDueAttenuation, m_dDueTransition);
+    }
+}
+
+int CMorvaneResample::TapsFor(int attenuation, double transition) {
+    const int R = RawLength(attenuation, transition);
+    return R > kMaxTaps ? kMaxTaps : (R | 1);
 }
 
 int CMorvaneResample::RawLength(int attenuation, double transition) {
@@ -128,9 +143,9 @@ int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, 
     const double fc = ratio < 1.0 ? 1.0 : 1.0 / ratio;
     const double cutoff = fc - transition;
 
-    const int R = RawLength(attenuation, transition);
-    const int taps = R > kMaxTaps ? kMaxTaps : (R | 1);
+    const int taps = TapsFor(attenuation, transition);
     const double beta = KaiserBeta(attenuation);
+    m_bDesignDue = false; // (a design asked for here replaces one waiting)
     const int M = 4 * taps;
     // Hosts set the rates again and again between jobs; the same design leaves the table as it is.
     if (m_nDesignTaps == taps && m_dDesignCutoff == cutoff && m_dDesignBeta == beta)
@@ -158,6 +173,7 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
     const int ch = arg->nChannels;
     const float level = arg->fOutputLevel;
     const double ratio = arg->dPitchRate;
+    Design();
 
     if (!preserve || !(ratio != 1.0)) {
         if (n < 1)

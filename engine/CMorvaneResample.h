@@ -17,10 +17,14 @@ public:
     // past the design (see Resample), which stay zero.
     static constexpr int kTableSize = 8 * kMaxTaps + 1 + 8;
 
-    // Designs the filter for ratio and returns the frames of history the caller must keep in
-    // front of each call's input (taps - 1). Resets the read position.
+    // Sets the filter for ratio and returns the frames of history the caller must keep in
+    // front of each call's input (taps - 1). Resets the read position. The table is filled when
+    // first needed (Design): a process that never resamples with it, or sets it again first,
+    // never pays for the design.
     int IniResample(double ratio, int attenuation, double transition, double unused = 100.0,
                     bool unusedFlag = true);
+    // Fills the table for the filter IniResample last set, if it is not filled yet.
+    void Design();
 
     // Fills the coefficient table and returns the number of taps (odd, at most 101).
     int makeFIR(double ratio, int attenuation, double transition, double unused = 100.0,
@@ -45,9 +49,13 @@ public:
     int HalfLength() const { return m_nHalf; }
     int Taps() const { return m_nHistory + 1; }
     double Position() const { return m_dPos; }
-    const int16_t* Table() const { return m_Table; }
+    const int16_t* Table() {
+        Design();
+        return m_Table;
+    }
 
 private:
+    static int TapsFor(int attenuation, double transition); // odd, at most kMaxTaps
     // One output frame the plain way: per tap, the interpolated coefficient times the sample,
     // added in double and rounded to float.
     // Tap j's coefficient for a point: between two table entries, the quotient truncated toward
@@ -70,6 +78,10 @@ private:
     // the design the table holds; none yet
     int m_nDesignTaps = 0;
     double m_dDesignCutoff = 0.0, m_dDesignBeta = 0.0;
+    // the filter IniResample set, while the table waits for it
+    bool m_bDesignDue = false;
+    double m_dDueRatio = 1.0, m_dDueTransition = 0.0;
+    int m_nDueAttenuation = 0;
     CMorvaneInterpolator m_Interpolator;
     static_assert(kMaxTaps <= CMorvaneInterpolator::kMaxTaps);
 };
