@@ -67,6 +67,15 @@ void CCrispPeakGuard::Watch(const float* left, const float* right, int n) {
                        std::min(CCrispKernels::Loudest(left, right, n), SampleClean::kMaxSample));
 }
 
+void CCrispPeakGuard::Want(float want, int64_t u) {
+    while (m_nWantCount > 0 && m_pWant[(m_nWantFirst + m_nWantCount - 1) & m_nWantMask] >= want)
+        --m_nWantCount;
+    const int at = (m_nWantFirst + m_nWantCount++) & m_nWantMask;
+    m_pWant[at] = want;
+    m_pWantAt[at] = u;
+    m_nClearFrom = u + 2 * m_nAhead + m_nHold + 1;
+}
+
 // Each incoming frame wants the gain that brings it to the peak, or 1; the frame going out,
 // m_nAhead earlier, takes the least wanted from m_nHold before it to the incoming one, averaged
 // over the m_nAhead frames before: a ramp that reaches every peak's gain by the peak.
@@ -82,16 +91,8 @@ void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
         }
         const int64_t u = m_nAt + j;
         const float a = std::max(std::fabs(l[start + j]), std::fabs(r[start + j]));
-        if (a > m_fPeak) {
-            const float want = std::max(m_fPeak / a, 1 - kMostCutGain);
-            while (m_nWantCount > 0 &&
-                   m_pWant[(m_nWantFirst + m_nWantCount - 1) & m_nWantMask] >= want)
-                --m_nWantCount;
-            const int at = (m_nWantFirst + m_nWantCount++) & m_nWantMask;
-            m_pWant[at] = want;
-            m_pWantAt[at] = u;
-            m_nClearFrom = u + 2 * ahead + m_nHold + 1;
-        }
+        if (a > m_fPeak)
+            Want(std::max(m_fPeak / a, 1 - kMostCutGain), u);
         while (m_nWantCount > 0 && m_pWantAt[m_nWantFirst] < u - ahead - m_nHold) {
             m_nWantFirst = (m_nWantFirst + 1) & m_nWantMask;
             --m_nWantCount;
@@ -127,7 +128,8 @@ void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
 
 // In those frames Slow would add nothing to the ring's sum (it writes what each place holds)
 // and leave the cut where it is (recovering never takes it below the ramp): each output frame
-// takes the same gain, as long as none is over the peak with it.
+// takes the same gain, as long as none is over the peak with it. A new peak that wants no less
+// than the least wanted already joins the queue behind it and changes nothing else.
 int CCrispPeakGuard::Steady(float* l, float* r, int start, int j, int n) {
     const int ahead = m_nAhead;
     const float least = m_nWantCount > 0 ? m_pWant[m_nWantFirst] : 1.0f;
@@ -142,12 +144,30 @@ int CCrispPeakGuard::Steady(float* l, float* r, int start, int j, int n) {
     int k = 0;
     for (; k + kSteady <= most; k += kSteady) {
         float* in[2] = {l + start + j + k, r + start + j + k};
-        if (CCrispKernels::Loudest(in[0], in[1], kSteady) > m_fPeak ||
-            CCrispKernels::Loudest(in[0] - ahead, in[1] - ahead, kSteady) * g > m_fPeak)
+        if (CCrispKernels::Loudest(in[0] - ahead, in[1] - ahead, kSteady) * g > m_fPeak)
             break;
-        for (float* c : in)
-            for (int i = -ahead; i < kSteady - ahead; ++i)
-                c[i] *= g;
+        int i = 0;
+        if (CCrispKernels::Loudest(in[0], in[1], kSteady) > m_fPeak) {
+            for (; i < kSteady; ++i) {
+                const float a = std::max(std::fabs(in[0][i]), std::fabs(in[1][i]));
+                if (a > m_fPeak) {
+                    const float want = std::max(m_fPeak / a, 1 - kMostCutGain);
+                    if (want < least)
+                        break;
+                    Want(want, m_nAt + j + k + i);
+                }
+                in[0][i - ahead] *= g;
+                in[1][i - ahead] *= g;
+            }
+        } else {
+            for (float* c : in)
+                for (i = 0; i < kSteady; ++i)
+                    c[i - ahead] *= g;
+        }
+        if (i < kSteady) {
+            k += i;
+            break;
+        }
     }
     m_nShortAt = static_cast<int>((m_nShortAt + k) % ahead);
     return k;

@@ -40,9 +40,11 @@ private:
     // the n frames from start of left and right, each the gain of the frame Delay() before it
     void Slow(float* left, float* right, int start, int n);
     void Release(float* left, float* right, int start, int n);
-    // From frame j of those, the frames that change nothing but their gain: none wanting a new
-    // cut, none letting one go, the ring all one value and the cut at its mean. Returns how
-    // many, done in place (whole blocks of kSteady).
+    // Frame u wants the gain want: into the queue, behind the wants no greater.
+    void Want(float want, int64_t u);
+    // From frame j of those, the frames that change nothing but their gain: none wanting a
+    // deeper cut, none letting one go, the ring all one value and the cut at its mean. Returns
+    // how many, done in place.
     int Steady(float* left, float* right, int start, int j, int n);
     static constexpr int kSteady = 32;
 

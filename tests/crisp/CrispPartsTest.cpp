@@ -543,7 +543,8 @@ TEST(CrispPolyphase, PassbandFlatAndImagesAndAliases80dBDown) {
 // The output guard: a frame up to a dB above the input's peak comes out at it, the gain reaching
 // it as a ramp over the look-ahead, held half a second and then recovering; one further above is
 // lowered by that dB only. Elsewhere the frames come out as they went in, a look-ahead later,
-// whatever the blocks they come in; identical channels stay identical.
+// whatever the blocks they come in, as they do for a tone over the peak all through, its
+// swells asking for deeper cuts and shallower ones in turn; identical channels stay identical.
 TEST(CrispPeakGuard, TrimsPeaksToTheInputsAndElseDelaysOnly) {
     constexpr int kRate = 44100, kFrames = 4 * kRate;
     const std::vector<float> in = Signals::Sine(kFrames, 1, 0.01, 0.5); // the input's peak: 0.5
@@ -553,7 +554,7 @@ TEST(CrispPeakGuard, TrimsPeaksToTheInputsAndElseDelaysOnly) {
     x[next] = 0.8f;    // 4 dB over
     // each block as the engine gives it, a call with buffers of its own: the pending frames put
     // back in front, the new ones after them, the rest kept for the next
-    const auto run = [&](int block) {
+    const auto run = [&](const std::vector<float>& x, int block) {
         CCrispPeakGuard guard;
         guard.Configure(kRate);
         guard.Watch(in.data(), in.data(), kFrames);
@@ -580,9 +581,15 @@ TEST(CrispPeakGuard, TrimsPeaksToTheInputsAndElseDelaysOnly) {
         y2.resize(kFrames);
         return std::pair{y2, guard.Delay()};
     };
-    const auto [y, delay] = run(kFrames + 500);
-    for (int block : {1, 37, 256, 4096})
-        EXPECT_EQ(y, run(block).first) << block;
+    const auto [y, delay] = run(x, kFrames + 500);
+    std::vector<float> swells = Signals::Sine(kFrames, 1, 0.002, 0.56);
+    for (int i = 0; i < kFrames; ++i)
+        swells[i] *= static_cast<float>(1 + 0.05 * std::sin(i * 2e-5));
+    const auto whole = run(swells, kFrames + 500).first;
+    for (int block : {1, 37, 256, 4096}) {
+        EXPECT_EQ(y, run(x, block).first) << block;
+        EXPECT_EQ(whole, run(swells, block).first) << block;
+    }
     const auto gain = [&](int i) { return y[i] / x[i]; };
     const float cut = 1 - 0.5f / 0.55f;
     float steepest = 0;
