@@ -126,48 +126,79 @@ void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
     }
 }
 
-// In those frames Slow would add nothing to the ring's sum (it writes what each place holds)
-// and leave the cut where it is (recovering never takes it below the ramp): each output frame
-// takes the same gain, as long as none is over the peak with it. A new peak that wants no less
-// than the least wanted already joins the queue behind it and changes nothing else.
+// In those frames Slow would add nothing to the ring's sum (it writes what each place holds), so
+// the ramp stands and the cut can only recover towards it. A new peak that wants no less than
+// the least wanted already joins the queue behind it and changes nothing else. So the frames go
+// by a block at a time while the cut stands at the ramp and none going out is over the peak
+// with it, and otherwise with the few steps of Slow that are left.
 int CCrispPeakGuard::Steady(float* l, float* r, int start, int j, int n) {
     const int ahead = m_nAhead;
     const float least = m_nWantCount > 0 ? m_pWant[m_nWantFirst] : 1.0f;
-    if (1 - least != m_fShortLast || m_fCut != static_cast<float>(m_dShort / ahead) ||
-        start + j < ahead)
+    if (1 - least != m_fShortLast || start + j < ahead)
         return 0;
     // up to the frame that lets the least wanted go
     int64_t most = n - j;
     if (m_nWantCount > 0)
         most = std::min(most, m_pWantAt[m_nWantFirst] + ahead + m_nHold - (m_nAt + j) + 1);
-    const float g = 1 - m_fCut;
+    const float ramp = static_cast<float>(m_dShort / ahead);
+    float* const in[2] = {l + start + j, r + start + j};
+    // frame k coming in: whether it leaves the least wanted as it is (queued if it wants a cut)
+    const auto takes = [&](int k) {
+        const float a = std::max(std::fabs(in[0][k]), std::fabs(in[1][k]));
+        if (a <= m_fPeak)
+            return true;
+        const float want = std::max(m_fPeak / a, 1 - kMostCutGain);
+        if (want < least)
+            return false;
+        Want(want, m_nAt + j + k);
+        return true;
+    };
     int k = 0;
-    for (; k + kSteady <= most; k += kSteady) {
-        float* in[2] = {l + start + j + k, r + start + j + k};
-        if (CCrispKernels::Loudest(in[0] - ahead, in[1] - ahead, kSteady) * g > m_fPeak)
-            break;
-        int i = 0;
-        if (CCrispKernels::Loudest(in[0], in[1], kSteady) > m_fPeak) {
-            for (; i < kSteady; ++i) {
-                const float a = std::max(std::fabs(in[0][i]), std::fabs(in[1][i]));
-                if (a > m_fPeak) {
-                    const float want = std::max(m_fPeak / a, 1 - kMostCutGain);
-                    if (want < least)
-                        break;
-                    Want(want, m_nAt + j + k + i);
+    while (k < most) {
+        const float g = 1 - m_fCut;
+        if (m_fCut == ramp && k + kSteady <= most &&
+            CCrispKernels::Loudest(in[0] + k - ahead, in[1] + k - ahead, kSteady) * g <= m_fPeak) {
+            int i = 0;
+            if (CCrispKernels::Loudest(in[0] + k, in[1] + k, kSteady) > m_fPeak) {
+                for (; i < kSteady && takes(k + i); ++i) {
+                    in[0][k + i - ahead] *= g;
+                    in[1][k + i - ahead] *= g;
                 }
-                in[0][i - ahead] *= g;
-                in[1][i - ahead] *= g;
+            } else {
+                for (float* c : in)
+                    for (i = 0; i < kSteady; ++i)
+                        c[k + i - ahead] *= g;
             }
-        } else {
-            for (float* c : in)
-                for (i = 0; i < kSteady; ++i)
-                    c[i - ahead] *= g;
-        }
-        if (i < kSteady) {
             k += i;
-            break;
+            if (i < kSteady)
+                break;
+            continue;
         }
+        // a frame as Slow takes it: the cut recovering, and an output over the peak by the
+        // ramp's rounding brought down to it
+        bool deeper = false;
+        for (const int until = static_cast<int>(std::min<int64_t>(most, k + kSteady)); k < until;
+             ++k) {
+            if (!takes(k)) {
+                deeper = true;
+                break;
+            }
+            float cut = m_fCut * m_fRecover;
+            if (cut < kNearNone)
+                cut = 0;
+            cut = std::max(cut, ramp);
+            const float out = std::max(std::fabs(in[0][k - ahead]), std::fabs(in[1][k - ahead]));
+            float h = 1 - cut;
+            while (out * h > m_fPeak && cut < kMostCutGain) {
+                h = std::nextafter(h, 0.0f);
+                cut = 1 - h;
+            }
+            m_fCut = cut;
+            in[0][k - ahead] *= h;
+            in[1][k - ahead] *= h;
+        }
+        if (deeper)
+            break;
     }
     m_nShortAt = static_cast<int>((m_nShortAt + k) % ahead);
     return k;
