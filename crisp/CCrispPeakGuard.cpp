@@ -106,24 +106,32 @@ void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
         m_pShort[s] = 1 - least;
         m_nShortSame = m_pShort[s] == m_fShortLast ? std::min(m_nShortSame + 1, ahead) : 1;
         m_fShortLast = m_pShort[s];
-        // (as cuts, 1 less the gains, in both this and Release: small ones keep their precision)
-        m_fCut *= m_fRecover;
-        if (m_fCut < kNearNone)
-            m_fCut = 0;
-        m_fCut = std::max(m_fCut, static_cast<float>(m_dShort / ahead));
+        Recover(static_cast<float>(m_dShort / ahead));
         const int o = start + j - ahead; // (none yet at the job's start)
         if (o < 0)
             continue;
-        // (the ramp's sum rounded may leave a peak an ulp or two over)
-        const float out = std::max(std::fabs(l[o]), std::fabs(r[o]));
-        float g = 1 - m_fCut;
-        while (out * g > m_fPeak && m_fCut < kMostCutGain) {
-            g = std::nextafter(g, 0.0f);
-            m_fCut = 1 - g;
-        }
+        const float g = GainFor(std::max(std::fabs(l[o]), std::fabs(r[o])));
         l[o] *= g;
         r[o] *= g;
     }
+}
+
+// (as cuts, 1 less the gains, in Slow, Steady and Release: small ones keep their precision)
+void CCrispPeakGuard::Recover(float ramp) {
+    m_fCut *= m_fRecover;
+    if (m_fCut < kNearNone)
+        m_fCut = 0;
+    m_fCut = std::max(m_fCut, ramp);
+}
+
+// (the ramp's sum rounded may leave a peak an ulp or two over)
+float CCrispPeakGuard::GainFor(float out) {
+    float g = 1 - m_fCut;
+    while (out * g > m_fPeak && m_fCut < kMostCutGain) {
+        g = std::nextafter(g, 0.0f);
+        m_fCut = 1 - g;
+    }
+    return g;
 }
 
 // In those frames Slow would add nothing to the ring's sum (it writes what each place holds), so
@@ -183,17 +191,9 @@ int CCrispPeakGuard::Steady(float* l, float* r, int start, int j, int n) {
                 deeper = true;
                 break;
             }
-            float cut = m_fCut * m_fRecover;
-            if (cut < kNearNone)
-                cut = 0;
-            cut = std::max(cut, ramp);
-            const float out = std::max(std::fabs(in[0][k - ahead]), std::fabs(in[1][k - ahead]));
-            float h = 1 - cut;
-            while (out * h > m_fPeak && cut < kMostCutGain) {
-                h = std::nextafter(h, 0.0f);
-                cut = 1 - h;
-            }
-            m_fCut = cut;
+            Recover(ramp);
+            const float h =
+                GainFor(std::max(std::fabs(in[0][k - ahead]), std::fabs(in[1][k - ahead])));
             in[0][k - ahead] *= h;
             in[1][k - ahead] *= h;
         }

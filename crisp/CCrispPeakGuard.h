@@ -40,6 +40,11 @@ private:
     // the n frames from start of left and right, each the gain of the frame Delay() before it
     void Slow(float* left, float* right, int start, int n);
     void Release(float* left, float* right, int start, int n);
+    // The cut a frame on: recovering, and never below ramp.
+    void Recover(float ramp);
+    // The gain of a frame going out whose louder channel is out: 1 less the cut, lowered (and
+    // the cut with it) while the frame would stay over the peak, as far as the cut may go.
+    float GainFor(float out);
     // Frame u wants the gain want: into the queue, behind the wants no greater.
     void Want(float want, int64_t u);
     // From frame j of those, the frames that change nothing but their gain: none wanting a
