@@ -184,18 +184,24 @@ template <typename V> CRISP_INLINE V Smallest8(V v) {
 }
 
 // The first of the lowest bins from `from` up to `until` (from < until); with kWide eight at a
-// time while they lie below `bins`: the troughs between two peaks are a few bins wide, and a
-// scalar search waits on each compare in turn (the baseline has no cheap minimum of integers).
-constexpr int kShortTrough = 4;
+// time while they lie below `bins`. The troughs between two peaks are a few bins wide, of a
+// length that changes from one to the next: one of up to eight is taken in a single masked vector
+// with no branch on the values, where a scalar search mispredicts its compares and its end.
 template <bool kWide>
 CRISP_INLINE int Lowest(const float* __restrict p2, int from, int until, int bins) {
     constexpr float kAbove = std::numeric_limits<float>::infinity();
     const Ints8 lane = {0, 1, 2, 3, 4, 5, 6, 7};
+    if (kWide && until - from <= 8 && from + 8 <= bins) {
+        Floats8 v;
+        std::memcpy(&v, p2 + from, sizeof v);
+        v = lane < until - from ? v : kAbove;
+        const Floats8 least = Smallest8(v);
+        return from + Smallest8(v == least ? lane : 8)[0];
+    }
     float lowest = kAbove;
     int at = from;
     int j = from;
-    // (a trough of a few bins, the most common between the peaks of noise, is quicker scalar)
-    for (; kWide && until - from > kShortTrough && j < until && j + 8 <= bins; j += 8) {
+    for (; kWide && j < until && j + 8 <= bins; j += 8) {
         Floats8 v;
         std::memcpy(&v, p2 + j, sizeof v);
         v = lane < until - j ? v : kAbove;
