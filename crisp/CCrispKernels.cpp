@@ -155,25 +155,25 @@ CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int nar
     return count;
 }
 
+typedef float Floats8 __attribute__((vector_size(32)));
+typedef int Ints8 __attribute__((vector_size(32)));
+
 // zre and zim from `from` to `to` set to (re, im), in runs of eight where the room allows: a run
 // past `to` is overwritten by the regions after it.
 CRISP_INLINE void Fill(float* __restrict zre, float* __restrict zim, int from, int to, int room,
                        float re, float im) {
     constexpr int kRun = 8;
+    const Floats8 zero = {}, vr = zero + re, vi = zero + im;
     int j = from;
-    for (; j < to && j + kRun <= room; j += kRun)
-        for (int t = 0; t < kRun; ++t) {
-            zre[j + t] = re;
-            zim[j + t] = im;
-        }
+    for (; j < to && j + kRun <= room; j += kRun) {
+        std::memcpy(zre + j, &vr, sizeof vr);
+        std::memcpy(zim + j, &vi, sizeof vi);
+    }
     for (; j < to; ++j) {
         zre[j] = re;
         zim[j] = im;
     }
 }
-
-typedef float Floats8 __attribute__((vector_size(32)));
-typedef int Ints8 __attribute__((vector_size(32)));
 
 // The smallest lane of v, in every lane.
 template <typename V> CRISP_INLINE V Smallest8(V v) {
@@ -223,12 +223,22 @@ template <bool kWide>
 CRISP_INLINE void RegionsBody(const float* __restrict p2, const int* __restrict at, int n, int bins,
                               int room, const double* __restrict zr, const double* __restrict zi,
                               float* __restrict zre, float* __restrict zim) {
+    // The troughs a block of peaks at a time, then the fills: each search stands alone, so
+    // that one waits on none before it, as each fill would on the trough that starts it.
+    constexpr int kBlock = 128;
+    int to[kBlock];
     int from = 0;
-    for (int i = 0; i < n; ++i) {
-        const int p = at[i];
-        const int to = i + 1 < n ? Lowest<kWide>(p2, p + 1, at[i + 1], bins) : bins;
-        Fill(zre, zim, from, to, room, static_cast<float>(zr[i]), static_cast<float>(zi[i]));
-        from = to;
+    for (int start = 0; start < n; start += kBlock) {
+        const int count = std::min(kBlock, n - start);
+        for (int j = 0; j < count; ++j) {
+            const int i = start + j;
+            to[j] = i + 1 < n ? Lowest<kWide>(p2, at[i] + 1, at[i + 1], bins) : bins;
+        }
+        for (int j = 0; j < count; ++j) {
+            Fill(zre, zim, from, to[j], room, static_cast<float>(zr[start + j]),
+                 static_cast<float>(zi[start + j]));
+            from = to[j];
+        }
     }
     Fill(zre, zim, from, bins, room, 1, 0);
 }
