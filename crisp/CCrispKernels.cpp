@@ -312,6 +312,60 @@ CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict
     }
 }
 
+CRISP_INLINE void JoinsBody(const float* __restrict mre, const float* __restrict mim,
+                            const float* __restrict qre, const float* __restrict qim,
+                            const float* __restrict ore, const float* __restrict oim,
+                            const int* __restrict at, const int* __restrict other,
+                            const float* __restrict turn, int n, int window, int hop, float factor,
+                            double* __restrict zre, double* __restrict zim) {
+    // (the pace over a hop modulo a turn in integers, as in TurnsBody)
+    const float step = float(2 * kPi / window);
+    const bool power = (window & (window - 1)) == 0;
+    const int mask = window - 1;
+    const double reciprocal = 1.0 / window;
+    const auto reduce = [&](int t) {
+        return power ? t & mask : t - window * static_cast<int>(t * reciprocal);
+    };
+    constexpr int kBlock = 64;
+    int pace[kBlock];
+    float sign[kBlock], g[6][kBlock];
+    for (int start = 0; start < n; start += kBlock) {
+        const int count = std::min(kBlock, n - start);
+        for (int j = 0; j < count; ++j) {
+            const int k = at[start + j], o = other[start + j];
+            pace[j] = reduce(k * hop);
+            sign[j] = (o - k) % 2 ? -1.0f : 1.0f; // half a turn a bin between the centres
+            g[0][j] = mre[k];
+            g[1][j] = mim[k];
+            g[2][j] = qre[k];
+            g[3][j] = qim[k];
+            g[4][j] = ore[o];
+            g[5][j] = oim[o];
+        }
+        for (int j = 0; j < count; ++j) {
+            const float mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], orr = g[4][j],
+                        oi = g[5][j];
+            const float m2 = mr * mr + mi * mi, q2 = qr * qr + qi * qi, o2 = orr * orr + oi * oi;
+            // the frequency measured over the hop where the last frame held the partial, else
+            // the bin's own
+            const float deviation =
+                Atan2(mi * qr - mr * qi, mr * qr + mi * qi) - step * float(pace[j]);
+            const float measured =
+                deviation - float(2 * kPi) * Round(deviation * float(1 / (2 * kPi)));
+            const float angle = turn[start + j] + (q2 > 1e-6f * m2 ? measured * factor : 0.0f);
+            float s = 0, c = 0;
+            SinCos(angle, &s, &c);
+            // from this bin's phase to the other's: a product of unit numbers
+            const float size = std::sqrt(o2) * std::sqrt(m2);
+            const bool unit = size > 0 && size < std::numeric_limits<float>::infinity();
+            const float norm = sign[j] / (unit ? size : 1.0f);
+            const float dr = (orr * mr + oi * mi) * norm, di = (oi * mr - orr * mi) * norm;
+            zre[start + j] = unit ? dr * c - di * s : 1.0f;
+            zim[start + j] = unit ? dr * s + di * c : 0.0f;
+        }
+    }
+}
+
 CRISP_INLINE void ApplyBody(const float* __restrict zre, const float* __restrict zim,
                             const float* __restrict mre, const float* __restrict mim,
                             float* __restrict yre, float* __restrict yim, float* __restrict lre,
@@ -492,6 +546,12 @@ CRISP_KERNEL(Turns,
               const float* yre, const float* yim, const int* at, int n, int window, int hop,
               int synthesis, double* zre, double* zim),
              (mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim))
+CRISP_KERNEL(Joins,
+             (const float* mre, const float* mim, const float* qre, const float* qim,
+              const float* ore, const float* oim, const int* at, const int* other,
+              const float* turn, int n, int window, int hop, float factor, double* zre,
+              double* zim),
+             (mre, mim, qre, qim, ore, oim, at, other, turn, n, window, hop, factor, zre, zim))
 CRISP_KERNEL(Apply,
              (const float* zre, const float* zim, const float* mre, const float* mim, float* yre,
               float* yim, float* lre, float* lim, float* rre, float* rim, int n),
@@ -604,6 +664,13 @@ void CCrispKernels::Turns(const float* mre, const float* mim, const float* qre, 
                           const float* yre, const float* yim, const int* at, int n, int window,
                           int hop, int synthesis, double* zre, double* zim) {
     TurnsAny(mre, mim, qre, qim, yre, yim, at, n, window, hop, synthesis, zre, zim);
+}
+
+void CCrispKernels::Joins(const float* mre, const float* mim, const float* qre, const float* qim,
+                          const float* ore, const float* oim, const int* at, const int* other,
+                          const float* turn, int n, int window, int hop, float factor, double* zre,
+                          double* zim) {
+    JoinsAny(mre, mim, qre, qim, ore, oim, at, other, turn, n, window, hop, factor, zre, zim);
 }
 
 void CCrispKernels::Apply(const float* zre, const float* zim, const float* mre, const float* mim,

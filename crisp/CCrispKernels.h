@@ -33,6 +33,18 @@ public:
                       const float* yre, const float* yim, const int* at, int n, int window, int hop,
                       int synthesis, double* zre, double* zim);
 
+    // The turn of peak at[i], i < n, that takes the phase of another vocoder's output at its
+    // bin other[i], moved on to this frame: from the peak's phase in the sum m to that output's
+    // (half a turn more for each bin between them, the two frames' centres), then by turn[i]
+    // (the peak's own frequency over the shift, modulo a turn) plus, where the last frame q held
+    // the partial, its measured deviation from that frequency over the analysis hop `hop`
+    // times factor (the shift over the hop). A peak or output of no size takes no turn.
+    // Single precision, as Turns.
+    static void Joins(const float* mre, const float* mim, const float* qre, const float* qim,
+                      const float* ore, const float* oim, const int* at, const int* other,
+                      const float* turn, int n, int window, int hop, float factor, double* zre,
+                      double* zim);
+
     // Each bin's turn, zre[k] and zim[k] for k < bins: that of the peak at[i] (zr[i], zi[i]) whose
     // region holds it, from the lowest bin after the peak before (the first if several) up to
     // and with the lowest before the next; none past the last region. zre and zim have room for

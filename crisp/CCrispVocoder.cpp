@@ -26,16 +26,19 @@ void CCrispVocoder::Configure(int window) {
     m_nWindow = window;
     m_nBins = window / 2 + 1;
     m_Fft.Prepare(window);
-    // Two zeroed allocations: the phase lock's room and the fade; the window, two overlap-add
-    // rings and 14 spectra.
+    // Two zeroed allocations: the phase lock's room, the fade and the joins' turns; the window, two
+    // overlap-add rings and 14 spectra.
     float** spectra[] = {&m_pLre,   &m_pLim,   &m_pRre,    &m_pRim,    &m_pMre,
                          &m_pMim,   &m_pPower, &m_pAttack, &m_pPrevRe, &m_pPrevIm,
                          &m_pOutRe, &m_pOutIm, &m_pZre,    &m_pZim};
-    m_pStore = Zeroed<double>(static_cast<size_t>(window) + m_nBins);
+    m_pStore = Zeroed<double>(static_cast<size_t>(window) + 3 * static_cast<size_t>(m_nBins));
     double* next = m_pStore.get();
     const auto take = [&](size_t n) { return std::exchange(next, next + n); };
     m_pScratch = take(window);
     m_pMask = take(m_nBins);
+    m_pJoinZ = take(2 * static_cast<size_t>(m_nBins));
+    m_pJoins = std::make_unique<int[]>(3 * static_cast<size_t>(m_nBins));
+    m_pJoinTurn = std::make_unique<float[]>(m_nBins);
     // Each spectrum a whole number of cache lines apart from the next, plus one: arrays a page
     // apart (or a few bytes off it) make the processor stall each load behind the store to the
     // array before, taking the same low address bits for the same place.
@@ -151,36 +154,38 @@ void CCrispVocoder::Lock(int hop, double align) {
     if (dense)
         CCrispKernels::Turns(m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, m_pOutRe, m_pOutIm,
                              m_pPeaks.get(), peaks, m_nWindow, hop, Hop(), ownRe, ownIm);
-    for (int i = 0; i < (m_pJoin || !dense ? peaks : 0); ++i) {
+    // The peaks that join the other vocoder are gathered for one vectorised run; the rest of
+    // an aligned frame's take their turn here.
+    const CCrispVocoder* o = m_pJoin;
+    int* joinAt = m_pJoins.get();
+    int* joinTo = joinAt + m_nBins;
+    int* joinOf = joinTo + m_nBins;
+    int joins = 0;
+    for (int i = 0; i < (o || !dense ? peaks : 0); ++i) {
         const int p = m_pPeaks[i];
-        double zr = dense ? ownRe[i] : 1, zi = dense ? ownIm[i] : 0;
         const double mr = m_pMre[p], mi = m_pMim[p];
-        const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
-        const double m = std::sqrt(mr * mr + mi * mi);
-        const CCrispVocoder* o = m_pJoin;
+        const double m2 = mr * mr + mi * mi;
         const double wj = step * p / m_dJoinDown;
         const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
         if (dense && kj >= o->m_nActive)
             break; // (the other holds nothing from there up, and the peaks only rise)
-        if (o && m > 0 && kj >= 0 && kj < o->m_nBins &&
+        if (o && m2 > 0 && kj >= 0 && kj < o->m_nBins &&
             (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
-            // the other's partial at its frame's centre, moved on to this one's
-            double w = wj;
-            if (qr * qr + qi * qi > 1e-6 * m * m) {
-                const double expected = step * p * hop;
-                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                w = (expected + PrincipalArgument(measured - expected)) / hop / m_dJoinDown;
-            }
-            // the turn from this bin's phase to the other's, moved on by w over the shift and
-            // by half a turn for each bin between them (the two frames' centres): as a product
-            // of unit numbers rather than of angles, which would take three arctangents
-            const double orr = o->m_pOutRe[kj], oi = o->m_pOutIm[kj];
-            const double scale = ((kj - p) % 2 ? -1 : 1) / (std::sqrt(orr * orr + oi * oi) * m);
-            const double dr = (orr * mr + oi * mi) * scale, di = (oi * mr - orr * mi) * scale;
-            const double c = std::cos(w * m_dJoinShift), s = std::sin(w * m_dJoinShift);
-            zr = dr * c - di * s;
-            zi = dr * s + di * c;
-        } else if (!dense && m > 0) {
+            // the other's partial at its frame's centre, moved on to this one's by the peak's
+            // frequency over the shift: its own pace here, modulo a turn
+            const double turn = wj * m_dJoinShift;
+            m_pJoinTurn[joins] = static_cast<float>(turn - kTwoPi * std::nearbyint(turn / kTwoPi));
+            joinAt[joins] = p;
+            joinTo[joins] = static_cast<int>(kj);
+            joinOf[joins++] = i;
+            continue;
+        }
+        if (dense)
+            continue; // its own turn stands
+        double zr = 1, zi = 0;
+        if (m2 > 0) {
+            const double m = std::sqrt(m2);
+            const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
             double w = step * p;
             if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
                 const double expected = step * p * hop;
@@ -192,6 +197,18 @@ void CCrispVocoder::Lock(int hop, double align) {
         }
         ownRe[i] = zr;
         ownIm[i] = zi;
+    }
+    if (joins > 0) {
+        double* zr = m_pJoinZ;
+        double* zi = m_pJoinZ + m_nBins;
+        CCrispKernels::Joins(m_pMre, m_pMim, m_pPrevRe, m_pPrevIm, o->m_pOutRe, o->m_pOutIm, joinAt,
+                             joinTo, m_pJoinTurn.get(), joins, m_nWindow, hop,
+                             static_cast<float>(m_dJoinShift / (double(hop) * m_dJoinDown)), zr,
+                             zi);
+        for (int j = 0; j < joins; ++j) {
+            ownRe[joinOf[j]] = zr[j];
+            ownIm[joinOf[j]] = zi[j];
+        }
     }
     CCrispKernels::Regions(p2, m_pPeaks.get(), peaks, bins, m_nBins, ownRe, ownIm, m_pZre, m_pZim);
 }

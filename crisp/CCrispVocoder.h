@@ -102,6 +102,11 @@ private:
     float* m_pZre = nullptr; // the turn of each bin
     float* m_pZim = nullptr;
     std::unique_ptr<int[]> m_pPeaks;
+    // the peaks that join the other vocoder: their bins, the other's bins and their places among
+    // the peaks; their own turns over the shift; and their turns (view into m_pStore)
+    std::unique_ptr<int[]> m_pJoins;
+    std::unique_ptr<float[]> m_pJoinTurn;
+    double* m_pJoinZ = nullptr;
     float* m_pAcc[2] = {}; // overlap-add, a ring of two windows
     int m_nAccAt = 0;
 };
