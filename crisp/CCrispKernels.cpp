@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <numbers>
+#include <type_traits>
 
 #include "CMorvaneIsa.h"
 #include "CrispTargets.h"
@@ -158,17 +159,22 @@ CRISP_INLINE int PeaksBody(const float* __restrict p2, int from, int to, int nar
 typedef float Floats8 __attribute__((vector_size(32)));
 typedef int Ints8 __attribute__((vector_size(32)));
 
+typedef float Floats4 __attribute__((vector_size(16)));
+
 // zre and zim from `from` to `to` set to (re, im), in runs of eight where the room allows: a run
-// past `to` is overwritten by the regions after it.
+// past `to` is overwritten by the regions after it. V: the level's vector of eight floats, or of
+// four on the baseline, which would build one of eight on the stack.
+template <typename V>
 CRISP_INLINE void Fill(float* __restrict zre, float* __restrict zim, int from, int to, int room,
                        float re, float im) {
-    constexpr int kRun = 8;
-    const Floats8 zero = {}, vr = zero + re, vi = zero + im;
+    constexpr int kRun = 8, kLanes = sizeof(V) / sizeof(float);
+    const V zero = {}, vr = zero + re, vi = zero + im;
     int j = from;
-    for (; j < to && j + kRun <= room; j += kRun) {
-        std::memcpy(zre + j, &vr, sizeof vr);
-        std::memcpy(zim + j, &vi, sizeof vi);
-    }
+    for (; j < to && j + kRun <= room; j += kRun)
+        for (int t = 0; t < kRun; t += kLanes) {
+            std::memcpy(zre + j + t, &vr, sizeof vr);
+            std::memcpy(zim + j + t, &vi, sizeof vi);
+        }
     for (; j < to; ++j) {
         zre[j] = re;
         zim[j] = im;
@@ -225,6 +231,7 @@ CRISP_INLINE void RegionsBody(const float* __restrict p2, const int* __restrict 
                               float* __restrict zre, float* __restrict zim) {
     // The troughs a block of peaks at a time, then the fills: each search stands alone, so
     // that one waits on none before it, as each fill would on the trough that starts it.
+    using Run = std::conditional_t<kWide, Floats8, Floats4>;
     constexpr int kBlock = 128;
     int to[kBlock];
     int from = 0;
@@ -235,12 +242,12 @@ CRISP_INLINE void RegionsBody(const float* __restrict p2, const int* __restrict 
             to[j] = i + 1 < n ? Lowest<kWide>(p2, at[i] + 1, at[i + 1], bins) : bins;
         }
         for (int j = 0; j < count; ++j) {
-            Fill(zre, zim, from, to[j], room, static_cast<float>(zr[start + j]),
-                 static_cast<float>(zi[start + j]));
+            Fill<Run>(zre, zim, from, to[j], room, static_cast<float>(zr[start + j]),
+                      static_cast<float>(zi[start + j]));
             from = to[j];
         }
     }
-    Fill(zre, zim, from, bins, room, 1, 0);
+    Fill<Run>(zre, zim, from, bins, room, 1, 0);
 }
 
 CRISP_INLINE void MixBody(const float* __restrict lre, const float* __restrict lim,
