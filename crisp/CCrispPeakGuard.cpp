@@ -25,6 +25,25 @@ constexpr float kNearNone = 1e-7f;
 
 } // namespace
 
+// (as cuts, 1 less the gains, in Slow, Steady and Release: small ones keep their precision;
+// both taken into the frame loops that call them, a frame at a time)
+__attribute__((always_inline)) inline void CCrispPeakGuard::Recover(float ramp) {
+    m_fCut *= m_fRecover;
+    if (m_fCut < kNearNone)
+        m_fCut = 0;
+    m_fCut = std::max(m_fCut, ramp);
+}
+
+// (the ramp's sum rounded may leave a peak an ulp or two over)
+__attribute__((always_inline)) inline float CCrispPeakGuard::GainFor(float out) {
+    float g = 1 - m_fCut;
+    while (out * g > m_fPeak && m_fCut < kMostCutGain) {
+        g = std::nextafter(g, 0.0f);
+        m_fCut = 1 - g;
+    }
+    return g;
+}
+
 void CCrispPeakGuard::Configure(int rate) {
     const int ahead = std::max(1, static_cast<int>(std::lround(kAhead * rate)));
     m_nHold = static_cast<int>(std::lround(kHold * rate));
@@ -114,24 +133,6 @@ void CCrispPeakGuard::Slow(float* l, float* r, int start, int n) {
         l[o] *= g;
         r[o] *= g;
     }
-}
-
-// (as cuts, 1 less the gains, in Slow, Steady and Release: small ones keep their precision)
-void CCrispPeakGuard::Recover(float ramp) {
-    m_fCut *= m_fRecover;
-    if (m_fCut < kNearNone)
-        m_fCut = 0;
-    m_fCut = std::max(m_fCut, ramp);
-}
-
-// (the ramp's sum rounded may leave a peak an ulp or two over)
-float CCrispPeakGuard::GainFor(float out) {
-    float g = 1 - m_fCut;
-    while (out * g > m_fPeak && m_fCut < kMostCutGain) {
-        g = std::nextafter(g, 0.0f);
-        m_fCut = 1 - g;
-    }
-    return g;
 }
 
 // In those frames Slow would add nothing to the ring's sum (it writes what each place holds), so
