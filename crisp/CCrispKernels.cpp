@@ -262,39 +262,51 @@ CRISP_INLINE void MixBody(const float* __restrict lre, const float* __restrict l
     }
 }
 
+// A bin's own pace over a hop, 2 pi k hop / window, is taken modulo 2 pi in integers, so that
+// what is left for the floats stays within a few turns. (A window of three times a power of two
+// takes the remainder through its reciprocal, which may leave it a window over: a turn more,
+// which the floats take.)
+struct Pace {
+    explicit Pace(int window)
+        : window(window), power((window & (window - 1)) == 0), reciprocal(1.0 / window) {}
+    CRISP_INLINE int operator()(int t) const {
+        return power ? t & (window - 1) : t - window * static_cast<int>(t * reciprocal);
+    }
+    int window;
+    bool power;
+    double reciprocal;
+};
+
+// The peaks' values gathered a block at a time into straight runs, which vectorise at every
+// level: from[r][at[j]] into to[r][j], j < count, for each of the N arrays.
+constexpr int kGather = 64;
+template <size_t N>
+CRISP_INLINE void Gather(const int* __restrict at, int count, const float* const (&from)[N],
+                         float (*__restrict to)[kGather]) {
+    for (int j = 0; j < count; ++j) {
+        const int k = at[j];
+        for (size_t r = 0; r < N; ++r)
+            to[r][j] = from[r][k];
+    }
+}
+
 CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict mim,
                             const float* __restrict qre, const float* __restrict qim,
                             const float* __restrict yre, const float* __restrict yim,
                             const int* __restrict at, int n, int window, int hop, int synthesis,
                             double* __restrict zre, double* __restrict zim) {
-    // A bin's own pace over a hop, 2 pi k hop / window, is taken modulo 2 pi in integers, so
-    // that what is left for the floats stays within a few turns.
     const float step = float(2 * kPi / window), ratio = float(double(synthesis) / hop);
-    // (a window of three times a power of two takes the remainder through its reciprocal, which
-    // may leave it a window over: a turn more, which the floats take)
-    const bool power = (window & (window - 1)) == 0;
-    const int mask = window - 1;
-    const double reciprocal = 1.0 / window;
-    const auto reduce = [&](int t) {
-        return power ? t & mask : t - window * static_cast<int>(t * reciprocal);
-    };
-    // gathered a block at a time into straight runs, which vectorise at every level
-    constexpr int kBlock = 64;
-    int paceIn[kBlock], paceOut[kBlock];
-    float g[6][kBlock];
-    for (int start = 0; start < n; start += kBlock) {
-        const int count = std::min(kBlock, n - start);
+    const Pace reduce(window);
+    int paceIn[kGather], paceOut[kGather];
+    float g[6][kGather];
+    for (int start = 0; start < n; start += kGather) {
+        const int count = std::min(kGather, n - start);
+        const int* k = at + start;
         for (int j = 0; j < count; ++j) {
-            const int k = at[start + j];
-            paceIn[j] = reduce(k * hop);
-            paceOut[j] = reduce(k * synthesis);
-            g[0][j] = mre[k];
-            g[1][j] = mim[k];
-            g[2][j] = qre[k];
-            g[3][j] = qim[k];
-            g[4][j] = yre[k];
-            g[5][j] = yim[k];
+            paceIn[j] = reduce(k[j] * hop);
+            paceOut[j] = reduce(k[j] * synthesis);
         }
+        Gather<6>(k, count, {mre, mim, qre, qim, yre, yim}, g);
         for (int j = 0; j < count; ++j) {
             const float mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], yr = g[4][j],
                         yi = g[5][j];
@@ -325,30 +337,19 @@ CRISP_INLINE void JoinsBody(const float* __restrict mre, const float* __restrict
                             const int* __restrict at, const int* __restrict other,
                             const float* __restrict turn, int n, int window, int hop, float factor,
                             double* __restrict zre, double* __restrict zim) {
-    // (the pace over a hop modulo a turn in integers, as in TurnsBody)
     const float step = float(2 * kPi / window);
-    const bool power = (window & (window - 1)) == 0;
-    const int mask = window - 1;
-    const double reciprocal = 1.0 / window;
-    const auto reduce = [&](int t) {
-        return power ? t & mask : t - window * static_cast<int>(t * reciprocal);
-    };
-    constexpr int kBlock = 64;
-    int pace[kBlock];
-    float sign[kBlock], g[6][kBlock];
-    for (int start = 0; start < n; start += kBlock) {
-        const int count = std::min(kBlock, n - start);
+    const Pace reduce(window);
+    int pace[kGather];
+    float sign[kGather], g[6][kGather];
+    for (int start = 0; start < n; start += kGather) {
+        const int count = std::min(kGather, n - start);
+        const int *k = at + start, *o = other + start;
         for (int j = 0; j < count; ++j) {
-            const int k = at[start + j], o = other[start + j];
-            pace[j] = reduce(k * hop);
-            sign[j] = (o - k) % 2 ? -1.0f : 1.0f; // half a turn a bin between the centres
-            g[0][j] = mre[k];
-            g[1][j] = mim[k];
-            g[2][j] = qre[k];
-            g[3][j] = qim[k];
-            g[4][j] = ore[o];
-            g[5][j] = oim[o];
+            pace[j] = reduce(k[j] * hop);
+            sign[j] = (o[j] - k[j]) % 2 ? -1.0f : 1.0f; // half a turn a bin between the centres
         }
+        Gather<4>(k, count, {mre, mim, qre, qim}, g);
+        Gather<2>(o, count, {ore, oim}, g + 4);
         for (int j = 0; j < count; ++j) {
             const float mr = g[0][j], mi = g[1][j], qr = g[2][j], qi = g[3][j], orr = g[4][j],
                         oi = g[5][j];
