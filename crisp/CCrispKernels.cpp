@@ -26,6 +26,11 @@ CRISP_INLINE float Round(float x) {
     return (x + 12582912.0f) - 12582912.0f; // 1.5 * 2^23: for |x| < 2^22
 }
 
+// x less the nearest whole number of turns: within half a turn of 0.
+CRISP_INLINE float Wrap(float x) {
+    return x - float(2 * kPi) * Round(x * float(1 / (2 * kPi)));
+}
+
 // atan(a) / a for a in [0, 1] as a polynomial in a^2 (a Chebyshev fit, within 1.2e-8 rad before
 // rounding to floats).
 CRISP_INLINE float Atan2(float y, float x) {
@@ -317,9 +322,7 @@ CRISP_INLINE void TurnsBody(const float* __restrict mre, const float* __restrict
             const float expected = step * float(paceIn[j]);
             const float measured = Atan2(mi * qr - mr * qi, mr * qr + mi * qi);
             const float deviation = measured - expected;
-            const float advance =
-                step * float(paceOut[j]) +
-                (deviation - float(2 * kPi) * Round(deviation * float(1 / (2 * kPi)))) * ratio;
+            const float advance = step * float(paceOut[j]) + Wrap(deviation) * ratio;
             float s = 0, c = 0;
             SinCos(advance, &s, &c);
             // the last output phase, advanced, less this frame's input phase
@@ -358,8 +361,7 @@ CRISP_INLINE void JoinsBody(const float* __restrict mre, const float* __restrict
             // the bin's own
             const float deviation =
                 Atan2(mi * qr - mr * qi, mr * qr + mi * qi) - step * float(pace[j]);
-            const float measured =
-                deviation - float(2 * kPi) * Round(deviation * float(1 / (2 * kPi)));
+            const float measured = Wrap(deviation);
             const float angle = turn[start + j] + (q2 > 1e-6f * m2 ? measured * factor : 0.0f);
             float s = 0, c = 0;
             SinCos(angle, &s, &c);
