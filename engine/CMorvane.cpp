@@ -198,19 +198,38 @@ int CMorvane::Segment(float** out, int produced, bool lastFlag) {
     int L = m_Detect.Detect(current, m_nFill, this);
     L = std::clamp(L, 0, m_nFill);
 
+    // Stereo the resampler would only bring to the output level goes to the output straight from
+    // the splices, each channel apart: one pass over it, and no holding buffer to fill.
+    float* dest[2] = {out[0] + produced, out[1] + produced};
+    const bool direct = nChannels == 2 && CMorvaneResample::PassesThrough(this, bPreServ != 0);
     float* stretched = m_pOutBuf + 2 * m_nLatency;
-    const int M = m_Block.Block(stretched, current, L, this);
+    const int M = direct ? m_Block.Block(dest[0], dest[1], current, L, this)
+                         : m_Block.Block(stretched, current, L, this);
 
     // The last 1024 frames before the next segment become its history.
     std::memmove(m_pInBuf, m_pInBuf + 2 * L,
                  sizeof(float) * 2 * static_cast<size_t>(kHistoryFrames - L + m_nFill));
 
     bLastSegment = lastFlag && L == m_nFill;
-    float* dest[2] = {out[0] + produced, out[1] + produced};
-    const int K = m_Resample.Resample(dest, stretched, M, this, bPreServ != 0);
-
-    // Keep the resampler's history in front of the next segment.
-    std::memmove(m_pOutBuf, m_pOutBuf + 2 * static_cast<size_t>(M), sizeof(float) * 2 * m_nLatency);
+    int K = 0;
+    if (direct) {
+        // The resampler's history, its last frames of the stretched stream, as if they had
+        // passed through it: a later pitch reads back into them.
+        const int keep = std::min(M, m_nLatency);
+        std::memmove(m_pOutBuf, m_pOutBuf + 2 * static_cast<size_t>(keep),
+                     sizeof(float) * 2 * static_cast<size_t>(m_nLatency - keep));
+        float* h = m_pOutBuf + 2 * static_cast<size_t>(m_nLatency - keep);
+        for (int i = 0; i < keep; ++i) {
+            h[2 * i] = dest[0][M - keep + i];
+            h[2 * i + 1] = dest[1][M - keep + i];
+        }
+        K = CMorvaneResample::ScaleInPlace(dest, M, this);
+    } else {
+        K = m_Resample.Resample(dest, stretched, M, this, bPreServ != 0);
+        // Keep the resampler's history in front of the next segment.
+        std::memmove(m_pOutBuf, m_pOutBuf + 2 * static_cast<size_t>(M),
+                     sizeof(float) * 2 * m_nLatency);
+    }
     m_nFill -= L;
     return K;
 }

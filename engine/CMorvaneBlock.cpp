@@ -33,6 +33,52 @@ void CrossFade(float* out, const float* to, const float* from, int n) {
                  static_cast<float>(n);
 }
 
+// CrossFade's n interleaved stereo samples, each channel into its own run: the same operations
+// on the same samples, each rounded once.
+void CrossFadeApart(float* left, float* right, const float* to, const float* from, int n) {
+    int j = 0;
+#if defined(__SSE2__)
+    const __m128 total = _mm_set1_ps(static_cast<float>(n));
+    const __m128i all = _mm_set1_epi32(n);
+    __m128i k = _mm_setr_epi32(0, 2, 4, 6); // the left samples' places
+    for (; j + 8 <= n; j += 8) {
+        const __m128 t0 = _mm_loadu_ps(to + j), t1 = _mm_loadu_ps(to + j + 4);
+        const __m128 f0 = _mm_loadu_ps(from + j), f1 = _mm_loadu_ps(from + j + 4);
+        for (int c = 0; c < 2; ++c) {
+            const __m128i at = _mm_add_epi32(k, _mm_set1_epi32(c));
+            const __m128 t = c ? _mm_shuffle_ps(t0, t1, _MM_SHUFFLE(3, 1, 3, 1))
+                               : _mm_shuffle_ps(t0, t1, _MM_SHUFFLE(2, 0, 2, 0));
+            const __m128 f = c ? _mm_shuffle_ps(f0, f1, _MM_SHUFFLE(3, 1, 3, 1))
+                               : _mm_shuffle_ps(f0, f1, _MM_SHUFFLE(2, 0, 2, 0));
+            const __m128 sum = _mm_add_ps(_mm_mul_ps(_mm_cvtepi32_ps(at), t),
+                                          _mm_mul_ps(_mm_cvtepi32_ps(_mm_sub_epi32(all, at)), f));
+            _mm_storeu_ps((c ? right : left) + j / 2, _mm_div_ps(sum, total));
+        }
+        k = _mm_add_epi32(k, _mm_set1_epi32(8));
+    }
+#endif
+    for (; j < n; ++j)
+        (j & 1 ? right : left)[j / 2] =
+            (static_cast<float>(j) * to[j] + static_cast<float>(n - j) * from[j]) /
+            static_cast<float>(n);
+}
+
+// frames stereo frames from in, a channel to each run.
+void CopyApart(float* left, float* right, const float* in, long frames) {
+    long i = 0;
+#if defined(__SSE2__)
+    for (; i + 4 <= frames; i += 4) {
+        const __m128 a = _mm_loadu_ps(in + 2 * i), b = _mm_loadu_ps(in + 2 * i + 4);
+        _mm_storeu_ps(left + i, _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0)));
+        _mm_storeu_ps(right + i, _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1)));
+    }
+#endif
+    for (; i < frames; ++i) {
+        left[i] = in[2 * i];
+        right[i] = in[2 * i + 1];
+    }
+}
+
 uint64_t MagnitudeSum(const float* x, int from, int n) {
     uint64_t sum = 0;
     for (int i = from; i < n; ++i)
@@ -105,6 +151,14 @@ int CMorvaneBlock::LongestInside(int inLen, long history, const mvArg* arg) {
 }
 
 int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg) {
+    return Plan(Out{out, nullptr}, in, frames, arg);
+}
+
+int CMorvaneBlock::Block(float* left, float* right, float* in, int frames, mvArg* arg) {
+    return Plan(Out{left, right}, in, frames, arg);
+}
+
+int CMorvaneBlock::Plan(Out out, float* in, int frames, mvArg* arg) {
     const int L = frames;
     const double f = arg->dStretch;
     const int ch = arg->nChannels;
@@ -225,8 +279,7 @@ int CMorvaneBlock::Block(float* out, float* in, int frames, mvArg* arg) {
         if (plain)
             o = std::min(o, LongestInside(l, HistoryOf(in + static_cast<long>(pi) * ch, ch), arg));
 
-        const int r = stretch(out + static_cast<long>(po) * ch, in + static_cast<long>(pi) * ch, l,
-                              o, arg, nullptr);
+        const int r = Splice(out.At(po, ch), in + static_cast<long>(pi) * ch, l, o, arg);
         m_Plan[m_nPlan++] = SubBlock{l, o, r - o};
         m_nCarry -= r;
         RT = m_nCarry;
@@ -361,7 +414,12 @@ int CMorvaneBlock::PrunedSearch(int back, int fwd, int span, int samples, int ch
 }
 
 int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* arg, float*) {
+    return Splice(Out{out, nullptr}, in, inLen, outLen, arg);
+}
+
+int CMorvaneBlock::Splice(Out out, float* in, int inLen, int outLen, mvArg* arg) {
     const int ch = arg->nChannels;
+    const bool apart = out.right != nullptr && ch == 2;
     const int h = static_cast<int>(outLen * arg->dHeadRatio);
     const int t = static_cast<int>(outLen * arg->dTailRatio);
     const int m = outLen - h - t;
@@ -383,26 +441,40 @@ int CMorvaneBlock::stretch(float* out, float* in, int inLen, int outLen, mvArg* 
                       static_cast<int>(outLen * arg->dLagWeight), m, ch);
 
     const int head = h + g;
-    std::memmove(out, in, sizeof(float) * static_cast<size_t>(std::max(0, head) * ch));
+    if (apart)
+        CopyApart(out.left, out.right, in, std::max(0, head));
+    else
+        std::memmove(out.left, in, sizeof(float) * static_cast<size_t>(std::max(0, head) * ch));
 
     // The fade weights step per interleaved sample, not per frame.
     const int N = (m - g) * ch;
-    float* fade = out + static_cast<long>(head) * ch;
+    const Out fade = out.At(head, ch);
     const float* start = in + static_cast<long>(head) * ch;
-    CrossFade(fade, E, start, N);
+    if (apart)
+        CrossFadeApart(fade.left, fade.right, E, start, N);
+    else
+        CrossFade(fade.left, E, start, N);
 
     const int tailFrames = t + g;
     if (tailFrames > 0) {
-        float* tail = out + static_cast<long>(outLen - t) * ch;
+        const Out tail = out.At(outLen - t, ch);
         const size_t samples = static_cast<size_t>(tailFrames) * ch;
         if (outside) {
-            std::memset(tail, 0, sizeof(float) * samples);
+            if (apart) {
+                std::fill(tail.left, tail.left + tailFrames, 0.0f);
+                std::fill(tail.right, tail.right + tailFrames, 0.0f);
+            } else {
+                std::memset(tail.left, 0, sizeof(float) * samples);
+            }
             const float* begin = in;
             const float* end = in + static_cast<long>(std::max(inLen, 0)) * ch;
             if (std::any_of(begin, end, [](float x) { return x != 0.0f; }))
                 m_nSilenced += tailFrames;
-        } else
-            std::memmove(tail, E + std::max(N, 0), sizeof(float) * samples);
+        } else if (apart) {
+            CopyApart(tail.left, tail.right, E + std::max(N, 0), tailFrames);
+        } else {
+            std::memmove(tail.left, E + std::max(N, 0), sizeof(float) * samples);
+        }
     }
     return outLen + g;
 }

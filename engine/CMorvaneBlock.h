@@ -35,6 +35,9 @@ public:
     // have up to 1024 frames of history before it (down to the buffer top) and room to read
     // past its end, as the engine's holding buffer has.
     int Block(float* out, float* in, int frames, mvArg* arg);
+    // The same for a stereo segment, its channels written apart into left and right: the same
+    // samples, for a caller that takes them so.
+    int Block(float* left, float* right, float* in, int frames, mvArg* arg);
 
     // Makes one sub-block of about outLen frames from inLen input frames; returns outLen plus
     // the chosen lag.
@@ -55,6 +58,17 @@ public:
     const SubBlock& Plan(int k) const { return m_Plan[k]; }
 
 private:
+    // Where the frames go: interleaved from left, or (right set) a channel to each.
+    struct Out {
+        float* left;
+        float* right;
+        Out At(long frame, int ch) const {
+            return right ? Out{left + frame, right + frame} : Out{left + frame * ch, nullptr};
+        }
+    };
+    int Plan(Out out, float* in, int frames, mvArg* arg);
+    int Splice(Out out, float* in, int inLen, int outLen, mvArg* arg);
+
     long HistoryOf(const float* in, int ch) const;
     static int LongestInside(int inLen, long history, const mvArg* arg);
     int64_t Correlate(const float* a, const float* b, int samples) const;

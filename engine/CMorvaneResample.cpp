@@ -169,13 +169,21 @@ int CMorvaneResample::makeFIR(double ratio, int attenuation, double transition, 
     return taps;
 }
 
+int CMorvaneResample::ScaleInPlace(float** out, int n, mvArg* arg) {
+    if (n < 1)
+        return 0;
+    for (int c = 0; c < 2; ++c)
+        ScaleInto(out[c], n, arg->fOutputLevel, out[c], arg);
+    return n;
+}
+
 int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool preserve) {
     const int ch = arg->nChannels;
     const float level = arg->fOutputLevel;
     const double ratio = arg->dPitchRate;
     Design();
 
-    if (!preserve || !(ratio != 1.0)) {
+    if (PassesThrough(arg, preserve)) {
         if (n < 1)
             return 0;
         int i = ch == 2 ? SplitStereo(in, n, level, out[0], out[1], arg) : 0;

@@ -35,6 +35,14 @@ public:
     // zeroed) and writes output frames from index 0 of out[0] (and out[1] for stereo).
     // Returns the frames written.
     int Resample(float** out, float* in, int n, mvArg* arg, bool preserve);
+    // Whether Resample would only bring the frames to the output level: a pitch rate of 1, or
+    // a pitch not kept.
+    static bool PassesThrough(const mvArg* arg, bool preserve) {
+        return !preserve || !(arg->dPitchRate != 1.0);
+    }
+    // What Resample then gives, for stereo frames already in out[0] and out[1]: each scaled in
+    // place; returns n, or 0 for none.
+    static int ScaleInPlace(float** out, int n, mvArg* arg);
 
     // Starts reading a new stream: the position returns to 0 as after IniResample.
     void Restart() { m_dPos = 0.0; }

@@ -31,6 +31,8 @@ constexpr uint64_t GOLDEN_BLOCK_HOSTILE = 7823774133281223396ull;
 // taken when the vector kernels were proven against the plain loops, bit for bit
 constexpr uint64_t GOLDEN_FLUX_HOSTILE = 16771004883521724531ull;
 constexpr uint64_t GOLDEN_RESAMPLE_TINY = 10155645816013545923ull;
+// taken before stereo at a pitch rate of 1 went to the output straight from the splices
+constexpr uint64_t GOLDEN_RATES_WITHIN_A_JOB = 12672133640872343512ull;
 
 using Golden::Digest;
 
@@ -182,6 +184,32 @@ TEST(Golden, ResamplerCallsWithATinySample) {
     }
     RecordProperty("digest", std::to_string(h));
     EXPECT_EQ(GOLDEN_RESAMPLE_TINY, h);
+}
+
+// The pitch changed within a job, into a rate of 1 and out of it: after the change the resampler
+// reads back into the frames the segments before it left.
+TEST(Golden, PitchChangedWithinAJob) {
+    const auto x = Signals::Split(Material(44100 * 6));
+    const int n = static_cast<int>(x.left.size()), block = 8192;
+    uint64_t h = Golden::kStart;
+    for (auto [before, after] : {std::pair{1.0, 1.4983070768766815}, {0.7491535384383408, 1.0}}) {
+        CMorvane e;
+        e.SetTimeRate(1.25, false);
+        e.SetPitchRate(before, false);
+        e.StartToProcess();
+        std::vector<float> o0(e.MaxOutput(block)), o1(e.MaxOutput(block));
+        for (int pos = 0; pos < n; pos += block) {
+            if (pos >= 44100 * 5 / 2 && pos < 44100 * 5 / 2 + block)
+                e.SetPitchRate(after, true);
+            const int k = std::min(block, n - pos);
+            float* ins[2] = {const_cast<float*>(&x.left[pos]), const_cast<float*>(&x.right[pos])};
+            float* outs[2] = {o0.data(), o1.data()};
+            const int got = e.procMorvane(outs, ins, k, pos + k == n);
+            h = Digest(o0.data(), got, Digest(o1.data(), got, h));
+        }
+    }
+    RecordProperty("digest", std::to_string(h));
+    EXPECT_EQ(GOLDEN_RATES_WITHIN_A_JOB, h);
 }
 
 TEST(Golden, WholeRenders) {
