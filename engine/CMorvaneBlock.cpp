@@ -57,10 +57,14 @@ void CrossFadeApart(float* left, float* right, const float* to, const float* fro
         k = _mm_add_epi32(k, _mm_set1_epi32(8));
     }
 #endif
-    for (; j < n; ++j)
-        (j & 1 ? right : left)[j / 2] =
-            (static_cast<float>(j) * to[j] + static_cast<float>(n - j) * from[j]) /
-            static_cast<float>(n);
+    for (; j < n; ++j) {
+        const float v = (static_cast<float>(j) * to[j] + static_cast<float>(n - j) * from[j]) /
+                        static_cast<float>(n);
+        if (j & 1)
+            right[j / 2] = v;
+        else
+            left[j / 2] = v;
+    }
 }
 
 // frames stereo frames from in, a channel to each run.
