@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "CMorvaneIsa.h"
+#include "Zeroed.h"
 
 // The resampler's stereo inner loop, several output frames at once. Each output frame is
 //   acc = 0; for each tap j: acc = float(acc + (x[j] * c[j]) * 2^-15)
@@ -66,17 +67,26 @@ private:
     void Fill(const float* first);
 
     CMorvaneIsa::Level m_Isa;
+    // The tables and copies below live on pages of their own, touched only once a resampling
+    // job prepares or reads them: a plug-in that never changes the pitch never pays for them.
+    static constexpr int kTapRows = kMaxTaps * 16;
+    Zeroed<float> m_pStore{4 * kTapRows + 2 * (kPlane + kWindow)};
     // Per tap, the 16 rows (those past kRows are 0): table[row + 8j + 1] and
     // table[row + 8j] - table[row + 8j + 1], as integers (AVX2) and scaled by 2^-15 (AVX-512).
-    alignas(64) int32_t m_TapBaseInt[kMaxTaps * 16] = {};
-    alignas(64) int32_t m_TapDeltaInt[kMaxTaps * 16] = {};
-    alignas(64) float m_TapBase[kMaxTaps * 16] = {};
-    alignas(64) float m_TapDelta[kMaxTaps * 16] = {};
+    // (Each a whole number of cache lines from the page-aligned start.)
+    int32_t* const m_TapBaseInt = reinterpret_cast<int32_t*>(m_pStore.get());
+    int32_t* const m_TapDeltaInt = reinterpret_cast<int32_t*>(m_pStore.get() + kTapRows);
+    float* const m_TapBase = m_pStore.get() + 2 * kTapRows;
+    float* const m_TapDelta = m_pStore.get() + 3 * kTapRows;
     const float* m_pSourceBegin = nullptr;
     const float* m_pSourceEnd = nullptr;
     const float* m_pCopyFrom = nullptr; // interleaved frames [from, to) are in the copies
     const float* m_pCopyTo = nullptr;
     // one window past the copied frames, so that whole windows load at every tap
-    alignas(64) float m_Left[kPlane + kWindow] = {};
-    alignas(64) float m_Right[kPlane + kWindow] = {};
+    float* const m_Left = m_pStore.get() + 4 * kTapRows;
+    float* const m_Right = m_Left + kPlane + kWindow;
+    static_assert(kTapRows % 16 == 0 && (kPlane + kWindow) % 16 == 0, "64-byte aligned parts");
+    static_assert(sizeof(float) * (4 * kTapRows + 2 * (kPlane + kWindow)) >=
+                      Zeroed<float>::kMapFrom,
+                  "mapped, so page-aligned");
 };

@@ -51,8 +51,10 @@ public:
             std::memset(static_cast<void*>(m_p), 0, Bytes());
     }
 
-private:
+    // From this size on the array is mapped, so it starts on a page.
     static constexpr size_t kMapFrom = 16384;
+
+private:
     size_t Bytes() const { return m_n * sizeof(T); }
     void Free() {
         if (m_p != nullptr && Bytes() >= kMapFrom)
