@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "SampleClean.h"
 #include "Zeroed.h"
@@ -52,7 +53,7 @@ int CMorvane::InitMorvane() {
     m_Block.IniBlock();
     m_nFill = 0;
     bLowSound = 1;
-    m_Detect.IniDetect(nFrameLen);
+    m_bDetectDue = true;
     m_nLatency = m_Resample.IniResample(dPitchRate, kStopbandDb, kTransitionBand);
     AllocMem();
     bActive = 1;
@@ -118,7 +119,7 @@ void CMorvane::SetSamplingRate(int rate) {
     nFrameLen = bLowSound ? DetectFrame(rate) & ~1 : 0;
     nSubBlockLen = bLowSound ? CMorvaneBlock::NominalLength(rate) : 0;
     nSampleRate = rate;
-    m_Detect.IniDetect(nFrameLen);
+    m_bDetectDue = true;
     AllocMem();
     Restart();
 }
@@ -127,7 +128,15 @@ void CMorvane::StartToProcess() {
     // Between blocks, but the user-interface thread may set a rate at this very moment.
     std::lock_guard lock(m_cs);
     Restart();
+    PrepareDetect();
     m_Resample.Design(); // here, not in the job's first call
+}
+
+void CMorvane::PrepareDetect() {
+    // The detector's window and transform wait for a job: hosts set the rate and LowSound
+    // several times first, and a plug-in whose jobs go to another engine never needs them.
+    if (std::exchange(m_bDetectDue, false))
+        m_Detect.IniDetect(nFrameLen);
 }
 
 void CMorvane::Restart() {
@@ -164,7 +173,7 @@ void CMorvane::SetLowSound(float v) {
     bLowSound = static_cast<double>(v) + 1.0 != 0;
     nFrameLen = bLowSound ? DetectFrame(nSampleRate) & ~1 : 0;
     nSubBlockLen = bLowSound ? CMorvaneBlock::NominalLength(nSampleRate) : 0;
-    m_Detect.IniDetect(nFrameLen);
+    m_bDetectDue = true;
 }
 
 void CMorvane::SetDrum(float v) {
@@ -244,6 +253,7 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
         return count;
     }
 
+    PrepareDetect(); // (a host that never said a job starts)
     const int cap = nSampleRate;
     int produced = 0;
     int taken = 0;

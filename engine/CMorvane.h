@@ -60,6 +60,7 @@ public:
 
 private:
     void Restart(); // StartToProcess under a lock already held
+    void PrepareDetect();
     void ClearBuffers();
     int Segment(float** out, int produced, bool lastFlag);
 
@@ -81,6 +82,7 @@ private:
     int32_t m_nLatency = 0;
     int32_t m_nFill = 0;
     uint8_t m_bPending = 0;
+    bool m_bDetectDue = true; // the detector waits to be prepared for nFrameLen
     uint32_t m_nSavedFinal = 100;
     int m_nAllocRate = 0; // the rate the buffers were sized for
     bool m_bDirty = true; // a job may have written the buffers since they were last cleared

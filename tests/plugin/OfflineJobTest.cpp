@@ -117,10 +117,11 @@ TEST(OfflineJob, InputAndOutputMayShareArrays) {
 
 // A short job touches the memory it reaches, not all its buffers could hold (the engines keep
 // seconds, the queue more): from its start to its last output, a one-second job at 150 % faults
-// in fewer pages than one and a half times its input takes as floats with the splice engine (it
-// holds the input until a segment is whole; time alone, the splices write straight into the
-// host's output), and than its input and output take, half as many again, with crisp, whose
-// two vocoders keep frames and spectra of their own. Sanitizers shadow every page, so the count
+// in fewer pages than 1.7 times its input takes as floats with the splice engine (it holds the
+// input until a segment is whole, and makes its onset detector's tables when its first job
+// starts; time alone, the splices write straight into the host's output), and than its input
+// and output take, half as many again, with crisp, whose two vocoders keep frames and spectra
+// of their own. Sanitizers shadow every page, so the count
 // is theirs there.
 TEST(OfflineJob, AShortJobTouchesWhatItReaches) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -155,7 +156,7 @@ TEST(OfflineJob, AShortJobTouchesWhatItReaches) {
         getrusage(RUSAGE_THREAD, &after);
         EXPECT_GT(written, n + 44100) << engine;
         EXPECT_LT(after.ru_minflt - before.ru_minflt,
-                  engine == MorvaneEngine::kSplice ? input * 3 / 2 : pages * 3 / 2)
+                  engine == MorvaneEngine::kSplice ? input * 17 / 10 : pages * 3 / 2)
             << engine;
     }
 }
