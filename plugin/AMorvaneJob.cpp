@@ -77,11 +77,14 @@ void AMorvane::setSampleRate(float rate) {
     int64_t most = 0;
     for (auto& e : m_Engines)
         most = std::max<int64_t>(most, e->MaxOutput(static_cast<int>(m_nSlice)));
-    FreeBuffers();
-    m_nCapacity = kInitialDelay + most;
-    for (int c = 0; c < 2; ++c) {
-        m_pEngineOut[c] = new float[m_nCapacity];
-        m_pFifo[c] = new float[m_nCapacity];
+    // Hosts set the same rate several times: the queue it asks for is already there.
+    if (m_pFifo[0] == nullptr || m_nCapacity != kInitialDelay + most) {
+        FreeBuffers();
+        m_nCapacity = kInitialDelay + most;
+        for (int c = 0; c < 2; ++c) {
+            m_pEngineOut[c] = new float[m_nCapacity];
+            m_pFifo[c] = new float[m_nCapacity];
+        }
     }
     m_nRead = m_nWrite = m_nFill = m_nSilence = 0;
     m_bFinished = 0;
