@@ -108,6 +108,18 @@ void ReadRing(float* const ring[2], int channels, int64_t size, int64_t held, in
     }
 }
 
+// The last frames a ring of wrap `from` holds, where a ring of wrap `to` (a multiple of it) keeps
+// them: at most two runs, each in one piece at both wraps, and each moved (if at all) to past the
+// old wrap, clear of what is still to move.
+void Rewrap(float* ring, int64_t held, int64_t from, int64_t to) {
+    for (int64_t f = held - std::min(held, from); f < held;) {
+        const int64_t i = f & (from - 1), k = std::min(held - f, from - i), j = f & (to - 1);
+        if (j != i)
+            std::memcpy(ring + j, ring + i, sizeof(float) * k);
+        f += k;
+    }
+}
+
 } // namespace
 
 CCrisp::CCrisp() {
@@ -264,6 +276,10 @@ void CCrisp::Restart() {
     m_dPitch = m_dPitchNext;
     m_dPre = PreFor(m_dPitch, m_nRate);
     m_nIn = m_nKeepFrom = m_nTaken = 0;
+    // The ring starts at a quarter of its room and doubles whenever the frames wait on more than
+    // it holds (most settings need half of it, the slowest stretches all): a short job touches
+    // only the pages its settings need.
+    m_nWrap = std::min<int64_t>(m_nRingSize, 8L * WindowFor(m_nRate));
     m_nPreFlushed = 0;
     m_bFinal = m_bDone = false;
     m_nFrame = m_nLastRead = 0;
@@ -363,7 +379,7 @@ void CCrisp::ApplyRates() {
 }
 
 void CCrisp::Gather(int64_t at, int n, const float** frame) const {
-    ReadRing(m_pRing, m_bMono ? 1 : 2, m_nRingSize, m_nIn, at, n, m_pFrame, frame);
+    ReadRing(m_pRing, m_bMono ? 1 : 2, m_nWrap, m_nIn, at, n, m_pFrame, frame);
     if (m_bMono)
         frame[1] = m_pSilence; // (silent: the vocoders skip its transforms)
 }
@@ -622,7 +638,8 @@ bool CCrisp::NextFrame(float** out, int* produced) {
 }
 
 void CCrisp::GatherDown(int64_t at, const float** frame) {
-    ReadRing(m_pDown, m_bMono ? 1 : 2, m_nDownRing, m_nDown, at, m_Low.Window(), m_pFrame, frame);
+    ReadRing(m_pDown, m_bMono ? 1 : 2, m_nWrap / kDown, m_nDown, at, m_Low.Window(), m_pFrame,
+             frame);
     if (m_bMono)
         frame[1] = m_pSilence;
 }
@@ -644,6 +661,17 @@ void CCrisp::AddLow(int64_t from, int n) {
                             static_cast<int>(from + kReach - kDown * top), n, m_pHop, channels);
 }
 
+bool CCrisp::Grow() {
+    if (m_nWrap >= m_nRingSize)
+        return false;
+    for (int c = 0; c < (m_bMono ? 1 : 2); ++c) {
+        Rewrap(m_pRing[c], m_nIn, m_nWrap, 2 * m_nWrap);
+        Rewrap(m_pDown[c], m_nDown, m_nWrap / kDown, 2 * m_nWrap / kDown);
+    }
+    m_nWrap *= 2;
+    return true;
+}
+
 // The input at a quarter of the rate, as far as it can be filtered (all of it at the end).
 void CCrisp::Decimate() {
     const int channels = m_bMono ? 1 : 2;
@@ -651,14 +679,15 @@ void CCrisp::Decimate() {
         const int64_t t = kDown * m_nDown, lo = t - kReach;
         if (m_bFinal ? lo >= m_nIn : t + kReach >= m_nIn)
             break;
-        const int64_t at = lo & (m_nRingSize - 1);
-        const int64_t to = m_nDown & (m_nDownRing - 1);
-        if (lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nRingSize) {
+        const int64_t wrap = m_nWrap / kDown; // the quarter-rate ring's
+        const int64_t at = lo & (m_nWrap - 1);
+        const int64_t to = m_nDown & (wrap - 1);
+        if (lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nWrap) {
             // a run of outputs whose taps lie within the input and in one run of the ring, and
             // that fit before the quarter-rate ring wraps
             const int64_t count =
                 std::min({(m_nIn - 1 - kReach - t) / kDown + 1,
-                          (m_nRingSize - 1 - 2 * kReach - at) / kDown + 1, m_nDownRing - to});
+                          (m_nWrap - 1 - 2 * kReach - at) / kDown + 1, wrap - to});
             const float* in[2] = {m_pRing[0] + at, m_pRing[1] + at};
             float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
             CCrispKernels::Decimate(m_fTaps, kReach, in, static_cast<int>(count), down, channels);
@@ -670,7 +699,7 @@ void CCrisp::Decimate() {
         for (int ch = 0; ch < channels; ++ch)
             for (int i = -kReach; i <= kReach; ++i)
                 run[ch][i + kReach] =
-                    t + i >= 0 && t + i < m_nIn ? m_pRing[ch][(t + i) & (m_nRingSize - 1)] : 0.0f;
+                    t + i >= 0 && t + i < m_nIn ? m_pRing[ch][(t + i) & (m_nWrap - 1)] : 0.0f;
         const float* in[2] = {run[0], run[1]};
         float* down[2] = {m_pDown[0] + to, m_pDown[1] + to};
         CCrispKernels::Decimate(m_fTaps, kReach, in, 1, down, channels);
@@ -725,7 +754,7 @@ int CCrisp::TakeRead(float* const* in, int count, bool last, bool* fed) {
     for (;;) {
         int n = count > done ? count - done : last ? m_Pre.Delay() - m_nPreFlushed : 0;
         // n frames give at most n / m_dPre + 1
-        const int64_t space = m_nRingSize - (m_nIn - m_nKeepFrom) - 2;
+        const int64_t space = m_nWrap - (m_nIn - m_nKeepFrom) - 2;
         n = static_cast<int>(std::min<double>({double(n), kPreChunk, space * m_dPre}));
         if (n <= 0)
             break;
@@ -741,8 +770,8 @@ int CCrisp::TakeRead(float* const* in, int count, bool last, bool* fed) {
         const int k = m_Pre.Read(dest, l, r, n, &loudest);
         for (int c = 0; c < channels; ++c)
             for (int w = 0; w < k;) {
-                const int64_t i = (m_nIn + w) & (m_nRingSize - 1);
-                const int part = static_cast<int>(std::min<int64_t>(k - w, m_nRingSize - i));
+                const int64_t i = (m_nIn + w) & (m_nWrap - 1);
+                const int part = static_cast<int>(std::min<int64_t>(k - w, m_nWrap - i));
                 std::memcpy(m_pRing[c] + i, dest[c] + w, sizeof(float) * part);
                 w += part;
             }
@@ -801,15 +830,14 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
             accepted = TakeRead(at, count - taken, last, &fed);
             taken += accepted;
         } else if (!m_bFinal) {
-            const int64_t space = m_nRingSize - (m_nIn - m_nKeepFrom);
+            const int64_t space = m_nWrap - (m_nIn - m_nKeepFrom);
             accepted = static_cast<int>(std::min<int64_t>(space, count - taken));
             for (int c = 0; c < (m_bMono ? 1 : 2); ++c) {
                 int64_t f = m_nIn;
                 int done = 0;
                 while (done < accepted) {
-                    const int64_t i = f & (m_nRingSize - 1);
-                    const int k =
-                        static_cast<int>(std::min<int64_t>(accepted - done, m_nRingSize - i));
+                    const int64_t i = f & (m_nWrap - 1);
+                    const int k = static_cast<int>(std::min<int64_t>(accepted - done, m_nWrap - i));
                     SampleClean::CleanCopy(in[c] + taken + done, m_pRing[c] + i, k);
                     done += k;
                     f += k;
@@ -831,6 +859,9 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
         bool moved = false;
         while (NextFrame(out, &produced))
             moved = true;
+        // A ring too short for what the frames wait on takes nothing more: it grows.
+        if (!moved && !fed && !m_bFinal && (taken < count || last) && Grow())
+            continue;
         if (m_bDone || (taken == count && !m_bFinal && !last) || (!moved && !fed))
             break;
     }

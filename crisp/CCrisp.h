@@ -80,6 +80,7 @@ private:
     double LowShare(double c, double o) const; // of a low frame at input centre c, output o
     double LowWeight(double o) const;          // what the low frames made give output centre o
     void Decimate();
+    bool Grow(); // the ring's wrap doubled, when frames wait on more than it holds
     void GatherDown(int64_t at, const float** frame); // a low frame, the same way
     void AddLow(int64_t from, int n);
     void Emit(float** out, int* produced, const float* left, const float* right, int n);
@@ -115,7 +116,8 @@ private:
 
     // input: a ring of recent frames per channel
     float* m_pRing[2] = {};
-    int64_t m_nRingSize = 0;
+    int64_t m_nRingSize = 0;        // room for the most any job needs ...
+    int64_t m_nWrap = 0;            // ... and where this one's wraps (grown on demand)
     int64_t m_nIn = 0;              // frames the ring has taken this job
     int64_t m_nTaken = 0;           // input frames received (m_nIn x m_dPre, as near as it gets)
     int64_t m_nKeepFrom = 0;        // the oldest frame still needed
@@ -147,7 +149,7 @@ private:
     static constexpr int kPhaseTaps = 13;
     float m_fPhase[4][kPhaseTaps] = {}; // the same, by phase, to interpolate
     float* m_pDown[2] = {};             // the input at a quarter of the rate, a ring ...
-    int64_t m_nDownRing = 0;            // ... of this many (a power of two) ...
+    int64_t m_nDownRing = 0;            // ... with room for this many (wraps at m_nWrap / 4) ...
     int64_t m_nDown = 0;                // ... holding this many so far
     int64_t m_nLowFrame = 0;            // its frames made
     int64_t m_nLowLastRead = 0;         // where the last one was read
