@@ -123,6 +123,9 @@ void Rewrap(float* ring, int64_t held, int64_t from, int64_t to) {
 } // namespace
 
 CCrisp::CCrisp() {
+    // The transforms run one after another under the engine's lock: one set of work pages.
+    m_Low.ShareWork(m_Vocoder.Transform());
+    m_Onsets.ShareWork(m_Vocoder.Transform());
     SetSamplingRate(44100);
 }
 

@@ -20,6 +20,11 @@ public:
     // restarts.
     void Configure(int frame, int rate);
     void Restart();
+    // Both transforms' work arrays are another's (see CRealFft::ShareWork).
+    void ShareWork(const CRealFft& with) {
+        m_Fft.ShareWork(with);
+        m_Long.ShareWork(with);
+    }
     int FrameLength() const { return m_nFrame; }
     int Hop() const { return m_nFrame / 4; }
 

@@ -30,6 +30,9 @@ public:
     void Configure(int window);
     int Window() const { return m_nWindow; }
     int Hop() const { return m_nWindow / 4; }
+    // The transform's work arrays are another's (see CRealFft::ShareWork).
+    const CRealFft& Transform() const { return m_Fft; }
+    void ShareWork(const CRealFft& with) { m_Fft.ShareWork(with); }
 
     // A new stream: the next frame keeps its input phases, and the output starts silent.
     void Restart();

@@ -866,6 +866,13 @@ CRealFft::CRealFft(CMorvaneIsa::Level isa, Precision precision)
     : m_Isa(CMorvaneIsa::Usable(isa)), m_Precision(precision),
       m_Single(precision == Precision::Single), m_Double(precision == Precision::Double) {}
 
+void CRealFft::ShareWork(const CRealFft& other) {
+    if (other.m_Precision != m_Precision)
+        return; // (its arrays are of the other precision, and empty)
+    m_pSingleWork = m_Precision == Precision::Single ? other.SingleWork() : nullptr;
+    m_pDoubleWork = m_Precision == Precision::Double ? other.DoubleWork() : nullptr;
+}
+
 bool CRealFft::Prepare(int n) {
     m_nPoints = 0;
     const int odd = n >> std::countr_zero(static_cast<unsigned>(std::max(n, 1)));
@@ -884,13 +891,13 @@ void CRealFft::Transform(const T* x, const float* window, S* re, S* im) {
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
         ForwardAt(m_Isa,
-                  Plan<float>{h, m_Single.work.get(), m_Single.stages, m_Single.twRe, m_Single.twIm,
+                  Plan<float>{h, SingleWork(), m_Single.stages, m_Single.twRe, m_Single.twIm,
                               m_Single.wide4},
                   x, window, re, im);
     else
         ForwardAt(m_Isa,
-                  Plan<double>{h, m_Double.work.get(), m_Double.stages, m_Double.twRe,
-                               m_Double.twIm, m_Double.wide4},
+                  Plan<double>{h, DoubleWork(), m_Double.stages, m_Double.twRe, m_Double.twIm,
+                               m_Double.wide4},
                   x, window, re, im);
 }
 
@@ -907,13 +914,13 @@ template <typename S> void CRealFft::Backward(const S* re, const S* im, const vo
     const int h = m_nPoints / 2;
     if (m_Precision == Precision::Single)
         InverseAt(m_Isa,
-                  Plan<float>{h, m_Single.work.get(), m_Single.stages, m_Single.twRe, m_Single.twIm,
+                  Plan<float>{h, SingleWork(), m_Single.stages, m_Single.twRe, m_Single.twIm,
                               m_Single.wide4},
                   re, im, out);
     else
         InverseAt(m_Isa,
-                  Plan<double>{h, m_Double.work.get(), m_Double.stages, m_Double.twRe,
-                               m_Double.twIm, m_Double.wide4},
+                  Plan<double>{h, DoubleWork(), m_Double.stages, m_Double.twRe, m_Double.twIm,
+                               m_Double.wide4},
                   re, im, out);
 }
 

@@ -31,6 +31,9 @@ public:
     // first time the process prepares that size (its twiddles, shared from then on).
     bool Prepare(int n);
     int Points() const { return m_nPoints; }
+    // Works in other's arrays from now on: transforms that one thread runs one after another
+    // then touch one set of pages. other must outlive this one and never run at the same time.
+    void ShareWork(const CRealFft& other);
 
     void Forward(const double* x, double* re, double* im);
     // The same of x[i] window[i] into a spectrum in single precision (a single-precision
@@ -71,4 +74,8 @@ private:
     int m_nPoints = 0;
     Tables<float> m_Single;
     Tables<double> m_Double;
+    float* m_pSingleWork = nullptr; // another's, or none: its own
+    double* m_pDoubleWork = nullptr;
+    float* SingleWork() const { return m_pSingleWork ? m_pSingleWork : m_Single.work.get(); }
+    double* DoubleWork() const { return m_pDoubleWork ? m_pDoubleWork : m_Double.work.get(); }
 };

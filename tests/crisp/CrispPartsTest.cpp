@@ -88,6 +88,11 @@ TEST(CrispFft, ForwardIsThePlainDftAndInverseUndoesIt) {
         const double spectrumError = single ? 2e-6 : 1e-10, sampleError = single ? 2e-6 : 1e-12;
         CRealFft fft(CMorvaneIsa::Detected(), precision);
         CRealFft baseline(CMorvaneIsa::Baseline, precision), avx2(CMorvaneIsa::Avx2, precision);
+        // transforms run one after another may share work arrays; one of the other precision
+        // cannot lend its own
+        baseline.ShareWork(fft);
+        const CRealFft otherKind(CMorvaneIsa::Detected(), single ? P::Double : P::Single);
+        avx2.ShareWork(otherKind);
         for (int n : {4, 6, 24, 64, 96, 256, 1536, 2048, 3072}) {
             ASSERT_TRUE(fft.Prepare(n));
             const auto noise = Signals::Noise(n, 1, 1.0, n);
