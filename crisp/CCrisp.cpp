@@ -282,7 +282,7 @@ void CCrisp::Restart() {
     // The ring starts at a quarter of its room and doubles whenever the frames wait on more than
     // it holds (most settings need half of it, the slowest stretches all): a short job touches
     // only the pages its settings need.
-    m_nWrap = std::min<int64_t>(m_nRingSize, 8L * WindowFor(m_nRate));
+    m_nWrap = m_nRingSize / 4;
     m_nPreFlushed = 0;
     m_bFinal = m_bDone = false;
     m_nFrame = m_nLastRead = 0;
