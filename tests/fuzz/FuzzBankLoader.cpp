@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "AMorvane.h"
@@ -36,6 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         char name[] = "/tmp/morvane-fuzz-bank-XXXXXX";
         gDir = std::string(mkdtemp(name)) + "/";
         setenv("XDG_CONFIG_HOME", gDir.c_str(), 1);
+        std::atexit([] { std::filesystem::remove_all(gDir); });
     }
     Put(gDir + "Morvane.fxb", data, size); // both the user's and the factory bank
     AMorvane effect(Host);

@@ -65,6 +65,7 @@ struct Programs : ::testing::Test {
             char name[] = "/tmp/morvane-prefs-XXXXXX";
             prefs = mkdtemp(name);
             setenv("XDG_CONFIG_HOME", prefs.c_str(), 1);
+            std::atexit([] { fs::remove_all(prefs); }); // no folder left behind per run
         }
         char name[] = "/tmp/morvane-plugdir-XXXXXX";
         gPluginDir = std::string(mkdtemp(name)) + "/";
