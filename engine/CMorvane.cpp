@@ -129,7 +129,9 @@ void CMorvane::StartToProcess() {
     std::lock_guard lock(m_cs);
     Restart();
     PrepareDetect();
-    m_Resample.Design(); // here, not in the job's first call
+    // here, not in the job's first call; a job at the pitch of its input never reads it
+    if (dPitchRate != 1.0)
+        m_Resample.Design();
 }
 
 void CMorvane::PrepareDetect() {

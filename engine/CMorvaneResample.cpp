@@ -181,7 +181,6 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
     const int ch = arg->nChannels;
     const float level = arg->fOutputLevel;
     const double ratio = arg->dPitchRate;
-    Design();
 
     if (PassesThrough(arg, preserve)) {
         if (n < 1)
@@ -202,6 +201,7 @@ int CMorvaneResample::Resample(float** out, float* in, int n, mvArg* arg, bool p
         return n;
     }
 
+    Design(); // (a stream passed through never reads the table)
     const int half = m_nHalf;
     double limit;
     if (arg->bLastSegment) {
