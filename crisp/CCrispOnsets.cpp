@@ -1,5 +1,6 @@
 #include "CCrispOnsets.h"
 
+#include "CCrispHann.h"
 #include "CCrispKernels.h"
 
 #include <algorithm>
@@ -8,7 +9,6 @@
 #include <cstdlib>
 #include <iterator>
 #include <memory>
-#include <numbers>
 #include <utility>
 
 namespace {
@@ -49,18 +49,14 @@ void CCrispOnsets::Configure(int frame, int rate) {
         m_pPrev = take(row);
         m_pOlder = take(row);
         m_pLongLog = take(2 * (longBins + 1));
-        m_pFloats = std::make_unique<float[]>(3 * frame + 2 * bins + 2 * longBins);
+        m_pFloats = std::make_unique<float[]>(2 * bins + 2 * longBins);
         float* floats = m_pFloats.get();
         const auto takeFloats = [&](int n) { return std::exchange(floats, floats + n); };
-        m_pWin = takeFloats(frame);
-        m_pLongWin = takeFloats(2 * frame);
         m_pRe = takeFloats(bins);
         m_pIm = takeFloats(bins);
         m_pLongSpectrum = takeFloats(2 * longBins);
-        for (int n = 0; n < frame; ++n)
-            m_pWin[n] = float(0.5 - 0.5 * std::cos(2 * std::numbers::pi * n / frame));
-        for (int n = 0; n < 2 * frame; ++n)
-            m_pLongWin[n] = float(0.5 - 0.5 * std::cos(std::numbers::pi * n / frame));
+        m_pWin = CCrispHann::Periodic(frame);
+        m_pLongWin = CCrispHann::Periodic(2 * frame);
     }
     // 40 Hz to 16 kHz, or Nyquist below that.
     const double binHz = double(rate) / frame;

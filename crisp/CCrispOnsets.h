@@ -67,12 +67,12 @@ private:
     int m_nBass = 1;                    // the last bin of its bass end
     double m_dNorm = 1;                 // full-scale sine to magnitude 1
     std::unique_ptr<double[]> m_pStore; // the rows of magnitudes are views into it
-    std::unique_ptr<float[]> m_pFloats; // and the windows and spectra into this
-    float* m_pWin = nullptr;
+    std::unique_ptr<float[]> m_pFloats; // and the spectra into this
+    const float* m_pWin = nullptr;      // Hann windows (shared)
     float* m_pRe = nullptr;
     float* m_pIm = nullptr;
     double* m_pLog = nullptr; // this frame's compressed magnitudes
-    float* m_pLongWin = nullptr;
+    const float* m_pLongWin = nullptr;
     double* m_pLongLog = nullptr; // the long frames' compressed magnitudes, before and after
     float* m_pLongSpectrum = nullptr;
     double* m_pPrev = nullptr;  // the last frame's, each the largest of three neighbours ...

@@ -1,5 +1,6 @@
 #include "CCrispVocoder.h"
 
+#include "CCrispHann.h"
 #include "CCrispKernels.h"
 
 #include <algorithm>
@@ -43,9 +44,8 @@ void CCrispVocoder::Configure(int window) {
     // apart (or a few bytes off it) make the processor stall each load behind the store to the
     // array before, taking the same low address bits for the same place.
     const size_t stride = ((m_nBins + 15) & ~size_t(15)) + 16;
-    m_pSpectra = Zeroed<float>(std::size(spectra) * stride + 5 * static_cast<size_t>(window) + 16);
+    m_pSpectra = Zeroed<float>(std::size(spectra) * stride + 4 * static_cast<size_t>(window) + 16);
     float* spectrum = m_pSpectra.get();
-    m_pWin = std::exchange(spectrum, spectrum + window);
     for (float*& acc : m_pAcc)
         acc = std::exchange(spectrum, spectrum + 2 * window + 8);
     for (float** p : spectra)
@@ -53,10 +53,12 @@ void CCrispVocoder::Configure(int window) {
     m_pPeaks = std::make_unique<int[]>(m_nBins + 8); // (the peak finder writes ahead)
     // Periodic Hann on both sides; at a quarter-window hop the squares add up to 1.5, which the
     // synthesis side divides out.
-    for (int n = 0; n < window; ++n)
-        m_pWin[n] = static_cast<float>(0.5 - 0.5 * std::cos(kTwoPi * n / window));
+    m_pWin = CCrispHann::Periodic(window);
     m_nSplit = m_nNarrow = 0;
     m_nActive = m_nBins;
+    // New pages are zeros already, but written first they take one fault each, not two (a read
+    // that maps the zero page, then the overlap-add's write).
+    m_bClean = false;
     Restart();
 }
 
@@ -81,6 +83,10 @@ void CCrispVocoder::Split(double from, double to, bool low) {
 void CCrispVocoder::Restart() {
     m_bFirst = true;
     m_nAccAt = 0;
+    // Hosts start a job after setting the rate and the size more than once: clear only what a
+    // frame has written since.
+    if (std::exchange(m_bClean, true))
+        return;
     std::fill(m_pAttack, m_pAttack + m_nBins, 0.0f);
     std::fill(m_pPrevRe, m_pPrevRe + m_nBins, 0.0f);
     std::fill(m_pPrevIm, m_pPrevIm + m_nBins, 0.0f);
@@ -99,6 +105,7 @@ bool CCrispVocoder::Analyse(const float* x, float* re, float* im) {
 }
 
 void CCrispVocoder::Attack(const float* left, const float* right) {
+    m_bClean = false;
     Analyse(left, m_pLre, m_pLim);
     Analyse(right, m_pRre, m_pRim);
     for (int k = 0; k < m_nBins; ++k) {
@@ -215,6 +222,7 @@ void CCrispVocoder::Lock(int hop, double align) {
 
 double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool reset,
                             double share, double align, double steady) {
+    m_bClean = false;
     const int bins = m_nActive;
     // a silent channel's spectrum stays zero through the turns: nothing of it to synthesise
     const bool heard[2] = {Analyse(left, m_pLre, m_pLim), Analyse(right, m_pRre, m_pRim)};
@@ -297,6 +305,7 @@ void CCrispVocoder::Prime(const float* left, const float* right) {
 }
 
 void CCrispVocoder::Take(float* left, float* right) {
+    m_bClean = false;
     // A hop divides the ring, so a hop never wraps.
     float* to[2] = {left, right};
     for (int c = 0; c < 2; ++c) {

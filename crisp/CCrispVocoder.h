@@ -84,10 +84,11 @@ private:
     double m_dJoinDown = 1;
     int m_nNarrow = 0; // peaks below this bin need stand out of one neighbour each side, not two
     bool m_bFirst = true;
-    Zeroed<double> m_pStore;      // the arrays below are views into it; pages touched as reached
-    float* m_pWin = nullptr;      // Hann window
-    double* m_pScratch = nullptr; // a window's room for the phase lock
-    double* m_pMask = nullptr;    // the low side's fade
+    bool m_bClean = false;         // the rings and the last spectra hold zeros
+    Zeroed<double> m_pStore;       // the arrays below are views into it; pages touched as reached
+    const float* m_pWin = nullptr; // Hann window (shared)
+    double* m_pScratch = nullptr;  // a window's room for the phase lock
+    double* m_pMask = nullptr;     // the low side's fade
     // The spectra in single precision, the transform's own: views into one more store.
     Zeroed<float> m_pSpectra;
     float* m_pLre = nullptr; // left spectrum ...
