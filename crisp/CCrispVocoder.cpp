@@ -295,6 +295,7 @@ void CCrispVocoder::Join(const CCrispVocoder* other, double shift, double down) 
 }
 
 void CCrispVocoder::Prime(const float* left, const float* right) {
+    m_bClean = false;
     Analyse(left, m_pLre, m_pLim);
     Analyse(right, m_pRre, m_pRim);
     for (int k = 0; k < m_nActive; ++k) {
