@@ -808,6 +808,42 @@ void CCrisp::Finish(float** out, int* produced) {
     m_bDone = true;
 }
 
+bool CCrisp::StepDone(int produced) const {
+    return m_bFinal && m_nFlushStep > 0 && produced >= m_nFlushStep;
+}
+
+void CCrisp::SetFlushStep(int frames) {
+    std::lock_guard lock(m_cs);
+    m_nFlushStep = std::max(frames, 0);
+}
+
+bool CCrisp::Flushing() {
+    std::lock_guard lock(m_cs);
+    return m_bFinal && !m_bDone;
+}
+
+int CCrisp::Flush(float** out) {
+    std::lock_guard lock(m_cs);
+    if (!m_bFinal || m_bDone)
+        return 0;
+    // The input has ended and the detector and the low band have had all of it: only frames
+    // are left to make, as the last block would have gone on making them.
+    m_Guard.Resume(out[0], out[1]);
+    int produced = 0;
+    for (;;) {
+        FeedDetector();
+        if (m_bLow)
+            Decimate();
+        bool moved = false;
+        while (!StepDone(produced) && NextFrame(out, &produced))
+            moved = true;
+        if (StepDone(produced) || m_bDone || !moved)
+            break;
+    }
+    m_Guard.Stash(out[0] + produced, out[1] + produced);
+    return produced;
+}
+
 int CCrisp::Process(float** out, float** in, int count, bool last) {
     std::lock_guard lock(m_cs);
     count = std::max(count, 0);
@@ -860,8 +896,10 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
         if (m_bLow)
             Decimate();
         bool moved = false;
-        while (NextFrame(out, &produced))
+        while (!StepDone(produced) && NextFrame(out, &produced))
             moved = true;
+        if (StepDone(produced))
+            break;
         // A ring too short for what the frames wait on takes nothing more: it grows.
         if (!moved && !fed && !m_bFinal && (taken < count || last) && Grow())
             continue;

@@ -53,6 +53,12 @@ public:
     // count frames of in[0] and in[1], last on the block that ends the recording; returns the
     // frames written from index 0 of out[0] and out[1], at most MaxOutput(count).
     int Process(float** out, float** in, int count, bool last);
+    // With a step (frames, 0 for none, the default), the block that ends the recording stops
+    // flushing once it has written that many frames and Flush gives the rest, a step or a little
+    // more a call, so that a host's output can pass through the same few pages. Set before a job.
+    void SetFlushStep(int frames);
+    int Flush(float** out); // the frames written from index 0, at most MaxOutput(0)
+    bool Flushing();        // whether some of the job's flush is still to come
     // All the input the ring may hold unturned plus this call's, at a time rate of at most 2,
     // plus half a second for the resampler's flush and the rounding of the job's length.
     int MaxOutput(int count) const;
@@ -75,6 +81,7 @@ private:
     void KeepLowAway(double t); // no low frame heard within half its window of t
     bool MainCentre(double* c); // of the next synthesis frame, asked of the map once
     bool NextFrame(float** out, int* produced);
+    bool StepDone(int produced) const; // the flush has written a step in this call
     bool NextLowFrame();
     double LowOutputCentre(int64_t frame) const;
     double LowShare(double c, double o) const; // of a low frame at input centre c, output o
@@ -182,4 +189,5 @@ private:
     double m_dInBase = 0;  // ... at the rates before the last change
     int64_t m_nOut = 0;    // frames given this job
     bool m_bDone = false;
+    int m_nFlushStep = 0;
 };

@@ -297,6 +297,26 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
             }
         }
         produced += Segment(out, produced, last);
-    } while (m_nFill > 0);
+    } while (m_nFill > 0 && !(bFinal && m_nFlushStep > 0 && produced >= m_nFlushStep));
+    return produced;
+}
+
+void CMorvane::SetFlushStep(int frames) {
+    std::lock_guard lock(m_cs);
+    m_nFlushStep = std::max(frames, 0);
+}
+
+bool CMorvane::Flushing() {
+    std::lock_guard lock(m_cs);
+    return bFinal && m_nFill > 0;
+}
+
+int CMorvane::Flush(float** out) {
+    std::lock_guard lock(m_cs);
+    PrepareDetect(); // (LowSound may have changed since the last block)
+    int produced = 0;
+    // the segments the last block would have gone on to make
+    while (bFinal && m_nFill > 0 && (m_nFlushStep <= 0 || produced < m_nFlushStep))
+        produced += Segment(out, produced, true);
     return produced;
 }

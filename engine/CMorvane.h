@@ -48,6 +48,13 @@ public:
     // Writes from index 0 of out[0] and out[1] and returns the frames written: at most
     // MaxOutput(count) for this call.
     int procMorvane(float** out, float** in, int count, bool last);
+    // With a step (frames, 0 for none, the default), the block that ends the recording stops
+    // once it has written that many frames, between two segments, and Flush gives the rest a
+    // step or a segment more a call, so that a host's output can pass through the same few
+    // pages. Set before a job.
+    void SetFlushStep(int frames);
+    int Flush(float** out); // the frames written from index 0, at most MaxOutput(0)
+    bool Flushing();        // whether some of the job's flush is still to come
 
     // Output frames of this job that are silence where a sounding input was, because a
     // sub-block's splice source lay before the held history (strong stretches with the
@@ -86,4 +93,5 @@ private:
     uint32_t m_nSavedFinal = 100;
     int m_nAllocRate = 0; // the rate the buffers were sized for
     bool m_bDirty = true; // a job may have written the buffers since they were last cleared
+    int m_nFlushStep = 0;
 };

@@ -466,6 +466,9 @@ bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t tot
     // and work once for both channels of a mono file (both still get its frames)
     if (channels == 1)
         p.Dispatch(effVendorSpecific, MorvaneEngine::kMonoTag, 1);
+    // and give what it holds at the end a block at a time, made as it goes: a short job's output
+    // then passes through the pages of one block, not through a buffer as long as itself
+    p.Dispatch(effVendorSpecific, MorvaneEngine::kStepTag, block);
     p.Dispatch(effStartProcess);
     p.Dispatch(effSetTotalSampleToProcess, 0, static_cast<VstIntPtr>(total));
     sf_count_t taken = 0, held = 0, heldAt = 0, given = 0;

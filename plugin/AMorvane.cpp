@@ -169,6 +169,10 @@ VstIntPtr AMorvane::vendorSpecific(VstInt32 index, VstIntPtr value, void*, float
         m_bLeadIn = value != 0;
         return 1;
     }
+    if (index == MorvaneEngine::kStepTag) {
+        m_nStepWanted = static_cast<int>(std::clamp<VstIntPtr>(value, 0, 1 << 24));
+        return 1;
+    }
     if (index == MorvaneEngine::kMonoTag) {
         m_bMono = value != 0;
         return 1;

@@ -102,6 +102,8 @@ private:
     // To out[c] + at. With a gain, the samples are scaled on the way out and metered.
     void CopyFromFifo(float** out, int64_t at, int64_t frames, const float* gain = nullptr);
     void AppendToFifo(float* const* src, int64_t frames);
+    // A call after the input of a job in steps has ended: returns the frames given to out.
+    int64_t FlushStep(float** out, int64_t want);
     // The panel library's path beside this module, empty when there is none.
     static const std::string& PanelPath();
     void LoadPanel();
@@ -119,6 +121,7 @@ private:
     std::atomic<int> m_nEngineWanted{MorvaneEngine::kSplice};
     std::atomic<bool> m_bLeadIn{true}; // the next job's output starts with the announced delay
     std::atomic<bool> m_bMono{false};  // the next job's two inputs are the same
+    std::atomic<int> m_nStepWanted{0}; // the next job's flush step, 0 for at once
     // the job's; the panel reads its over flag
     std::atomic<StretchEngine*> m_pJob{m_Engines[0].get()};
     char m_szPluginDir[2048] = {};
@@ -152,6 +155,7 @@ private:
     int64_t m_nCapacity = 0;
     int64_t m_nSlice = 0; // input frames per engine call; its output always fits
     uint8_t m_bFinished = 0;
+    int m_nStep = 0; // the job's flush step (see MorvaneEngine::kStepTag), 0 for at once
     int64_t m_nTotal = 0;
     // also tells the parameter setters (user-interface thread) that a job is running
     std::atomic<int64_t> m_nConsumed{0};

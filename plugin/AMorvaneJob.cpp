@@ -100,6 +100,8 @@ VstInt32 AMorvane::startProcess() {
     // The engine the host chose takes this job; a choice made during it waits for the next.
     m_pJob = m_Engines[m_nEngineWanted.load() - 1].get();
     m_pJob.load()->SetMono(m_bMono.exchange(false));
+    m_nStep = m_nStepWanted.exchange(0);
+    m_pJob.load()->SetFlushStep(m_nStep);
     m_pJob.load()->StartJob();
     // The job's output starts with the announced delay as silence, counted in the fill but not
     // stored, so that the FIFO's memory is touched only by what the engine makes; unless the
@@ -142,6 +144,33 @@ void AMorvane::CopyFromFifo(float** out, int64_t at, int64_t frames, const float
     m_nFill -= frames;
 }
 
+int64_t AMorvane::FlushStep(float** out, int64_t want) {
+    // What is queued first, then the engine's next step: straight to the host when it has room
+    // for the most a step can be, else through the queue, which is empty by then. All of it at
+    // the job's gain, metered.
+    int64_t given = std::min(m_nFill, want);
+    if (given > 0)
+        CopyFromFifo(out, 0, given, &m_fGain);
+    StretchEngine& engine = *m_pJob.load();
+    if (given == want || m_nFill > 0 || !engine.Flushing())
+        return given;
+    m_nRead = m_nWrite = 0;
+    if (want - given >= engine.MaxOutput(0)) {
+        float* to[2] = {out[0] + given, out[1] + given};
+        const int produced = engine.Flush(to);
+        for (int c = 0; c < 2; ++c)
+            m_fMeter[2 + c] = ScaleAndPeak(to[c], to[c], produced, m_fGain, m_fMeter[2 + c]);
+        return given + produced;
+    }
+    m_nWrite = engine.Flush(m_pFifo);
+    m_nFill = m_nWrite;
+    const int64_t k = std::min(m_nFill, want - given);
+    CopyFromFifo(out, given, k, &m_fGain);
+    if (m_nFill == 0)
+        m_nRead = m_nWrite = 0;
+    return given + k;
+}
+
 void AMorvane::AppendToFifo(float* const* src, int64_t frames) {
     const int64_t first = std::min(frames, m_nCapacity - m_nWrite);
     for (int c = 0; c < 2; ++c) {
@@ -171,6 +200,11 @@ bool AMorvane::processVariableIo(VstVariableIo* io) {
             *io->numSamplesOutputProcessed = static_cast<VstInt32>(written);
     };
 
+    if (m_bFinished && m_nStep > 0) {
+        m_nConsumed += offered;
+        report(offered, FlushStep(io->outputs, want));
+        return true;
+    }
     if (m_bFinished) {
         // Draining: what was queued when the input ended leaves at unity gain, unmetered.
         m_nConsumed += offered;

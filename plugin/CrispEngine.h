@@ -16,6 +16,9 @@ public:
     int Process(float** out, float** in, int count, bool last) override {
         return m_Engine.Process(out, in, count, last);
     }
+    void SetFlushStep(int frames) override { m_Engine.SetFlushStep(frames); }
+    int Flush(float** out) override { return m_Engine.Flush(out); }
+    bool Flushing() override { return m_Engine.Flushing(); }
     int MaxOutput(int count) const override { return m_Engine.MaxOutput(count); }
     bool TakeOver() override { return m_Engine.TakeOver(); }
 

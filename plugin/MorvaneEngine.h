@@ -34,6 +34,15 @@ constexpr int32_t kLeadInTag = ('M' << 24) | ('v' << 16) | ('L' << 8) | 'd';
 // inputs, and does not read the right input. Answers 1. The job after it is stereo again.
 constexpr int32_t kMonoTag = ('M' << 24) | ('v' << 16) | ('M' << 8) | 'o';
 
+// dispatcher(effVendorSpecific, kStepTag, frames, nullptr, 0) before effStartProcess asks for
+// that job's flush in steps: the block that ends the input, and each call after it, gives about
+// `frames` frames (a little more, or less when the host's room is short) of what the engine
+// still holds, made as it goes, so that a host whose room per call is large still sees its
+// output pass through the same few pages. Every frame of such a job leaves at the output level
+// and is metered, also those after the input has ended. Answers 1. The job after it flushes at
+// once again.
+constexpr int32_t kStepTag = ('M' << 24) | ('v' << 16) | ('S' << 8) | 't';
+
 // The command line's names, indexed by value.
 constexpr const char* kNames[] = {"", "splice", "crisp"};
 

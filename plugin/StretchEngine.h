@@ -32,6 +32,12 @@ public:
     // with which the engine flushes what it holds. Writes from index 0 of out[0] and out[1] and
     // returns the frames written, never more than MaxOutput(count).
     virtual int Process(float** out, float** in, int count, bool last) = 0;
+    // With a step (frames; 0, the default, for none), the last block stops flushing once it has
+    // written that many frames, and Flush, called after it, writes the rest a step (or a little
+    // more) at a time, from index 0, never more than MaxOutput(0). Set before StartJob.
+    virtual void SetFlushStep(int frames) = 0;
+    virtual int Flush(float** out) = 0;
+    virtual bool Flushing() = 0; // whether some of the job's flush is still to come
     // The most one Process call of count frames may write at the present sampling rate,
     // whatever the rates: what sizes the effect's queue.
     virtual int MaxOutput(int count) const = 0;

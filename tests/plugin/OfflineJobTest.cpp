@@ -202,6 +202,32 @@ TEST(OfflineJob, GainAppliesUntilTheInputEnds) {
         ASSERT_EQ(in.left[i - 44100], job.out.left[i]) << i;
 }
 
+// A host that asks for a job in steps gets, with either engine and whatever its room, the
+// output one with room for everything gets, at the job's gain to its last frame; and what the
+// engine held when the input ended comes a step (and at most a segment or a frame more) a call.
+TEST(OfflineJob, AJobInStepsFlushesAStepACallAtItsGain) {
+    const Planar in = Split(Signals::Music(44100 * 3, 44100));
+    constexpr int kStep = 4096, kRoom = 1 << 19;
+    for (int engine : {MorvaneEngine::kSplice, MorvaneEngine::kCrisp}) {
+        PluginHost host(MORVANE_PLUGIN);
+        host.Dispatch(effVendorSpecific, MorvaneEngine::kTag, engine);
+        host.Set(kTime, 1.5f);
+        host.Set(kOutput, (0.5f - 0.001f) / 1.999f);
+        const Job whole = RunJob(host, in, 44100, Fixed(8192, kRoom));
+        for (int room : {kRoom, 3000}) {
+            ASSERT_EQ(1, host.Dispatch(effVendorSpecific, MorvaneEngine::kStepTag, kStep));
+            const Job steps = RunJob(host, in, 44100, Fixed(8192, room));
+            EXPECT_EQ(whole.out.left, steps.out.left) << engine << " " << room;
+            EXPECT_EQ(whole.out.right, steps.out.right) << engine << " " << room;
+            const auto after = steps.written.begin() + steps.inputEndedAt;
+            EXPECT_GE(std::count_if(after, steps.written.end(), [](int n) { return n > 0; }), 3);
+            EXPECT_LE(*std::max_element(after, steps.written.end()), kStep + 44100 * 3 / 4);
+        }
+        // and only for that job: the next flushes at once again
+        EXPECT_EQ(whole.written, RunJob(host, in, 44100, Fixed(8192, kRoom)).written) << engine;
+    }
+}
+
 TEST(OfflineJob, RateChangeDuringAJob) {
     PluginHost host(MORVANE_PLUGIN);
     host.Set(kTime, 1.5f);

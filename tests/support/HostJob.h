@@ -29,6 +29,8 @@ struct Result {
     Signals::Planar out;
     int calls = 0;
     bool refusedInput = false;
+    std::vector<int> written; // per call
+    int inputEndedAt = -1;    // the call after which no input was left
 };
 
 // A whole offline job as the host protocol runs it: rate, block size, resume, start, total;
@@ -60,6 +62,9 @@ inline Result Run(PluginHost& host, const Signals::Planar& in, float rate, const
         EXPECT_LE(io.written, want);
         job.refusedInput |= io.taken < offer;
         pos += io.taken;
+        job.written.push_back(io.written);
+        if (pos == N && job.inputEndedAt < 0)
+            job.inputEndedAt = job.calls - 1;
         job.out.left.insert(job.out.left.end(), o0.begin(), o0.begin() + io.written);
         job.out.right.insert(job.out.right.end(), o1.begin(), o1.begin() + io.written);
         if (pos == N && offer == 0 && io.written == 0)
