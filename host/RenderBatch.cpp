@@ -172,6 +172,7 @@ void RenderBatch::RenderOne(size_t i) {
     s.container = m_container ? m_container : (out == "-" ? 0 : OutputFormat::FromName(out));
     s.depth = m_depth;
     s.spareCores = std::min<size_t>(m_jobs, m_work.size()) < std::thread::hardware_concurrency();
+    s.lastInProcess = m_single; // the command ends with its batch
     try {
         ProgressBar bar(BaseName(in));
         const bool showBar = m_single && !m_quiet;

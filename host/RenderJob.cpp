@@ -234,7 +234,14 @@ RenderResult RenderJob::Run(const std::string& input, const std::string& output,
         (m_settings.hasPitch &&
          p.GetParameter(kPitch) != static_cast<float>(m_settings.PitchRate())))
         throw UsageError("time x pitch above 2 with program " + std::to_string(m_settings.program));
-    return Process(p, *reader, output, progress);
+    RenderResult result = Process(p, *reader, output, progress);
+    if (m_settings.lastInProcess) {
+        // (never destroyed, and held where a leak checker still finds them)
+        static auto* const kept = new std::vector<std::shared_ptr<void>>;
+        kept->emplace_back(std::move(plugin));
+        kept->emplace_back(std::move(reader));
+    }
+    return result;
 }
 
 RenderResult RenderJob::RunOn(const VstPlugin& p, const std::string& input,

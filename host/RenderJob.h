@@ -28,6 +28,9 @@ struct RenderSettings {
     // Plain PCM of a long file read and written on threads of their own too, for cores that
     // would otherwise idle; coded formats always are.
     bool spareCores = true;
+    // The process ends with this job: its plug-in and input are left open for the exit, which
+    // hands their memory back at once (closing them frees it a buffer at a time).
+    bool lastInProcess = false;
     // The output's libsndfile container (with its codec) and sample format; 0 for either is
     // chosen from the input's (OutputFormat::Choose).
     int container = 0, depth = 0;
