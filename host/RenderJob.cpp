@@ -382,7 +382,7 @@ RenderResult RenderJob::Process(const VstPlugin& p, AudioReader& reader, const s
     result.missingFrames = reader.MissingFrames();
     // The plug-in's output goes to the file a small piece at a time, through one buffer whose
     // pages stay warm however much a call gives.
-    constexpr sf_count_t kPiece = 4096;
+    constexpr sf_count_t kPiece = 1024;
     const auto interleaved = std::make_unique<float[]>(kPiece * channels);
     sf_count_t written = 0;
     const bool whole =
@@ -460,7 +460,7 @@ bool RenderJob::Drive(const VstPlugin& p, int channels, int rate, sf_count_t tot
     // buffers, sized for the worst case, are mostly never touched.
     const auto buffer = [](size_t n) { return std::unique_ptr<float[]>(new float[n]); };
     // A block is read a piece at a time, so the file's frames pass through a few warm pages.
-    constexpr sf_count_t kPiece = 2048;
+    constexpr sf_count_t kPiece = 1024;
     const auto fileBuf =
         buffer(static_cast<size_t>(std::min<sf_count_t>(block, kPiece)) * channels);
     const auto inL = buffer(block), inR = buffer(block), outL = buffer(room), outR = buffer(room);
