@@ -492,9 +492,11 @@ def stage_counts(out):
                        capture_output=True, text=True)
     best = {}
     for line in r.stdout.splitlines():
-        m = re.match(r"\s*([\d,]+) \([^)]*\)\s+\S*?:?([A-Za-z_:]+)\(", line)
+        # "count (share)  file:Class::Function(arguments) [object]", the file "???" when unknown
+        m = re.match(r"\s*([\d,]+) \([^)]*\)\s+(\S+?)\(", line)
         if m:
-            name, n = m.group(2), int(m.group(1).replace(",", ""))
+            name = re.sub(r"^.*?[^:]:(?=[^:])", "", m.group(2))
+            n = int(m.group(1).replace(",", ""))
             best[name] = max(best.get(name, 0), n)
     return [sum(best.get(f, 0) for f in functions) for _, functions in CRISP_STAGES]
 
