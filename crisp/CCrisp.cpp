@@ -808,6 +808,16 @@ void CCrisp::Finish(float** out, int* produced) {
     m_bDone = true;
 }
 
+bool CCrisp::MakeFrames(float** out, int* produced) {
+    FeedDetector();
+    if (m_bLow)
+        Decimate();
+    bool moved = false;
+    while (!StepDone(*produced) && NextFrame(out, produced))
+        moved = true;
+    return moved;
+}
+
 bool CCrisp::StepDone(int produced) const {
     return m_bFinal && m_nFlushStep > 0 && produced >= m_nFlushStep;
 }
@@ -831,12 +841,7 @@ int CCrisp::Flush(float** out) {
     m_Guard.Resume(out[0], out[1]);
     int produced = 0;
     for (;;) {
-        FeedDetector();
-        if (m_bLow)
-            Decimate();
-        bool moved = false;
-        while (!StepDone(produced) && NextFrame(out, &produced))
-            moved = true;
+        const bool moved = MakeFrames(out, &produced);
         if (StepDone(produced) || m_bDone || !moved)
             break;
     }
@@ -892,12 +897,7 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
             m_bFinal = true;
             m_nStretchEnd = StretchEnd();
         }
-        FeedDetector();
-        if (m_bLow)
-            Decimate();
-        bool moved = false;
-        while (!StepDone(produced) && NextFrame(out, &produced))
-            moved = true;
+        const bool moved = MakeFrames(out, &produced);
         if (StepDone(produced))
             break;
         // A ring too short for what the frames wait on takes nothing more: it grows.

@@ -82,6 +82,9 @@ private:
     bool MainCentre(double* c); // of the next synthesis frame, asked of the map once
     bool NextFrame(float** out, int* produced);
     bool StepDone(int produced) const; // the flush has written a step in this call
+    // What the input so far allows: the detector and the low band fed, then frames until none
+    // can be made or a step is done; whether any was.
+    bool MakeFrames(float** out, int* produced);
     bool NextLowFrame();
     double LowOutputCentre(int64_t frame) const;
     double LowShare(double c, double o) const; // of a low frame at input centre c, output o
