@@ -57,6 +57,8 @@ TEST(Allocation, NoneWhileProcessing) {
             AMorvane e(Host);
             e.open();
             e.vendorSpecific(MorvaneEngine::kTag, engine, nullptr, 0);
+            // the end in steps, as the command line takes it, at the strong stretch
+            e.vendorSpecific(MorvaneEngine::kStepTag, time == 2.0f ? 4096 : 0, nullptr, 0);
             e.setParameter(kTime, time);
             e.setParameter(kPitch, time > 1.0f ? 0.9f : 1.3f);
             e.startProcess();
