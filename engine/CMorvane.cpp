@@ -297,8 +297,12 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
             }
         }
         produced += Segment(out, produced, last);
-    } while (m_nFill > 0 && !(bFinal && m_nFlushStep > 0 && produced >= m_nFlushStep));
+    } while (m_nFill > 0 && !StepDone(produced));
     return produced;
+}
+
+bool CMorvane::StepDone(int produced) const {
+    return bFinal && m_nFlushStep > 0 && produced >= m_nFlushStep;
 }
 
 void CMorvane::SetFlushStep(int frames) {
@@ -316,7 +320,7 @@ int CMorvane::Flush(float** out) {
     PrepareDetect(); // (LowSound may have changed since the last block)
     int produced = 0;
     // the segments the last block would have gone on to make
-    while (bFinal && m_nFill > 0 && (m_nFlushStep <= 0 || produced < m_nFlushStep))
+    while (bFinal && m_nFill > 0 && !StepDone(produced))
         produced += Segment(out, produced, true);
     return produced;
 }

@@ -70,6 +70,7 @@ private:
     void PrepareDetect();
     void ClearBuffers();
     int Segment(float** out, int produced, bool lastFlag);
+    bool StepDone(int produced) const; // the ended input's flush has written a step in this call
 
     CCriticalSection m_cs;
     CMorvaneDetect m_Detect;
