@@ -283,6 +283,7 @@ void CCrisp::Restart() {
     // it holds (most settings need half of it, the slowest stretches all): a short job touches
     // only the pages its settings need.
     m_nWrap = m_nRingSize / 4;
+    m_nDownWrap = m_nWrap / kDown;
     m_nPreFlushed = 0;
     m_bFinal = m_bDone = false;
     m_nFrame = m_nLastRead = 0;
@@ -623,8 +624,8 @@ bool CCrisp::NextFrame(float** out, int* produced) {
     m_Vocoder.Frame(frame[0], frame[1], m_nFrame ? static_cast<int>(at - m_nLastRead) : hop, reset,
                     m_bLow ? LowWeight(OutputCentre(m_nFrame)) : 0.0);
     m_nLastRead = at;
-    m_nKeepFrom =
-        std::clamp<int64_t>(m_bLow ? std::min(at, m_nLowLastRead) : at, m_nKeepFrom, m_nIn);
+    // (an attack's spectrum is read at most a tenth of a window before the next frame)
+    m_nKeepFrom = std::clamp<int64_t>(at - window / 4, m_nKeepFrom, m_nIn);
     ++m_nFrame;
     m_bMainCentre = false;
 
@@ -641,7 +642,7 @@ bool CCrisp::NextFrame(float** out, int* produced) {
 }
 
 void CCrisp::GatherDown(int64_t at, const float** frame) {
-    ReadRing(m_pDown, m_bMono ? 1 : 2, m_nWrap / kDown, m_nDown, at, m_Low.Window(), m_pFrame,
+    ReadRing(m_pDown, m_bMono ? 1 : 2, m_nDownWrap, m_nDown, at, m_Low.Window(), m_pFrame,
              frame);
     if (m_bMono)
         frame[1] = m_pSilence;
@@ -664,13 +665,31 @@ void CCrisp::AddLow(int64_t from, int n) {
                             static_cast<int>(from + kReach - kDown * top), n, m_pHop, channels);
 }
 
+int64_t CCrisp::Room() const {
+    const int64_t room = m_nWrap - (m_nIn - m_nKeepFrom);
+    if (!m_bLow)
+        return room;
+    // The filter runs up to its reach behind the input, and the low frames read from their last
+    // read on: the quarter-rate ring must not wrap onto that.
+    const int64_t kept = std::max<int64_t>(m_nLowLastRead, 0) / kDown;
+    return std::min(room, kDown * (kept + m_nDownWrap - 1) - kReach - m_nIn);
+}
+
 bool CCrisp::Grow() {
+    const int channels = m_bMono ? 1 : 2;
+    // (the quarter-rate ring is the full one when its room is the less)
+    if (m_bLow && Room() < m_nWrap - (m_nIn - m_nKeepFrom)) {
+        if (m_nDownWrap >= m_nDownRing)
+            return false;
+        for (int c = 0; c < channels; ++c)
+            Rewrap(m_pDown[c], m_nDown, m_nDownWrap, 2 * m_nDownWrap);
+        m_nDownWrap *= 2;
+        return true;
+    }
     if (m_nWrap >= m_nRingSize)
         return false;
-    for (int c = 0; c < (m_bMono ? 1 : 2); ++c) {
+    for (int c = 0; c < channels; ++c)
         Rewrap(m_pRing[c], m_nIn, m_nWrap, 2 * m_nWrap);
-        Rewrap(m_pDown[c], m_nDown, m_nWrap / kDown, 2 * m_nWrap / kDown);
-    }
     m_nWrap *= 2;
     return true;
 }
@@ -682,7 +701,7 @@ void CCrisp::Decimate() {
         const int64_t t = kDown * m_nDown, lo = t - kReach;
         if (m_bFinal ? lo >= m_nIn : t + kReach >= m_nIn)
             break;
-        const int64_t wrap = m_nWrap / kDown; // the quarter-rate ring's
+        const int64_t wrap = m_nDownWrap;
         const int64_t at = lo & (m_nWrap - 1);
         const int64_t to = m_nDown & (wrap - 1);
         if (lo >= 0 && t + kReach < m_nIn && at + 2 * kReach < m_nWrap) {
@@ -757,7 +776,7 @@ int CCrisp::TakeRead(float* const* in, int count, bool last, bool* fed) {
     for (;;) {
         int n = count > done ? count - done : last ? m_Pre.Delay() - m_nPreFlushed : 0;
         // n frames give at most n / m_dPre + 1
-        const int64_t space = m_nWrap - (m_nIn - m_nKeepFrom) - 2;
+        const int64_t space = Room() - 2;
         n = static_cast<int>(std::min<double>({double(n), kPreChunk, space * m_dPre}));
         if (n <= 0)
             break;
@@ -874,7 +893,7 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
             accepted = TakeRead(at, count - taken, last, &fed);
             taken += accepted;
         } else if (!m_bFinal) {
-            const int64_t space = m_nWrap - (m_nIn - m_nKeepFrom);
+            const int64_t space = Room();
             accepted = static_cast<int>(std::min<int64_t>(space, count - taken));
             for (int c = 0; c < (m_bMono ? 1 : 2); ++c) {
                 int64_t f = m_nIn;

@@ -90,7 +90,8 @@ private:
     double LowShare(double c, double o) const; // of a low frame at input centre c, output o
     double LowWeight(double o) const;          // what the low frames made give output centre o
     void Decimate();
-    bool Grow(); // the ring's wrap doubled, when frames wait on more than it holds
+    int64_t Room() const; // input frames the rings can take now
+    bool Grow(); // the wrap of the ring that is full doubled, when frames wait on more than it holds
     void GatherDown(int64_t at, const float** frame); // a low frame, the same way
     void AddLow(int64_t from, int n);
     void Emit(float** out, int* produced, const float* left, const float* right, int n);
@@ -159,7 +160,8 @@ private:
     static constexpr int kPhaseTaps = 13;
     float m_fPhase[4][kPhaseTaps] = {}; // the same, by phase, to interpolate
     float* m_pDown[2] = {};             // the input at a quarter of the rate, a ring ...
-    int64_t m_nDownRing = 0;            // ... with room for this many (wraps at m_nWrap / 4) ...
+    int64_t m_nDownRing = 0;            // ... with room for this many, wrapping at ...
+    int64_t m_nDownWrap = 0;            // ... this many (grown on demand, apart from m_nWrap) ...
     int64_t m_nDown = 0;                // ... holding this many so far
     int64_t m_nLowFrame = 0;            // its frames made
     int64_t m_nLowLastRead = 0;         // where the last one was read
