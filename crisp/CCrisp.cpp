@@ -642,8 +642,7 @@ bool CCrisp::NextFrame(float** out, int* produced) {
 }
 
 void CCrisp::GatherDown(int64_t at, const float** frame) {
-    ReadRing(m_pDown, m_bMono ? 1 : 2, m_nDownWrap, m_nDown, at, m_Low.Window(), m_pFrame,
-             frame);
+    ReadRing(m_pDown, m_bMono ? 1 : 2, m_nDownWrap, m_nDown, at, m_Low.Window(), m_pFrame, frame);
     if (m_bMono)
         frame[1] = m_pSilence;
 }

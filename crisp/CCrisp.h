@@ -91,7 +91,8 @@ private:
     double LowWeight(double o) const;          // what the low frames made give output centre o
     void Decimate();
     int64_t Room() const; // input frames the rings can take now
-    bool Grow(); // the wrap of the ring that is full doubled, when frames wait on more than it holds
+    bool
+    Grow(); // the wrap of the ring that is full doubled, when frames wait on more than it holds
     void GatherDown(int64_t at, const float** frame); // a low frame, the same way
     void AddLow(int64_t from, int n);
     void Emit(float** out, int* produced, const float* left, const float* right, int n);

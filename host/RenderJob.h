@@ -21,7 +21,7 @@ struct RenderSettings {
     bool lowSound = true;
     int engine = 1;                // MorvaneEngine::kSplice or kCrisp
     bool pitchInSemitones = false; // the user gave semitones: answer in semitones
-    int blockSize = 1024; // (a short job's output then passes through a few pages)
+    int blockSize = 1024;          // (a short job's output then passes through a few pages)
     bool keepLatency = false;
     bool durable = false; // the output reaches the disk before it is named (--sync)
     bool guard = false;   // the level lowered by just enough that nothing passes full scale
