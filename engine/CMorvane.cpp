@@ -51,7 +51,8 @@ CMorvane::~CMorvane() = default;
 int CMorvane::InitMorvane() {
     static_cast<mvArg&>(*this) = mvArg{};
     m_Block.IniBlock();
-    m_nFill = 0;
+    m_nFill = m_nOpen = 0;
+    m_bInputDone = false;
     bLowSound = 1;
     m_bDetectDue = true;
     m_nLatency = m_Resample.IniResample(dPitchRate, kStopbandDb, kTransitionBand);
@@ -146,7 +147,8 @@ void CMorvane::Restart() {
     m_nSavedFinal = 100;
     bFinal = 0;
     m_Block.IniBlock();
-    m_nFill = 0;
+    m_nFill = m_nOpen = 0;
+    m_bInputDone = false;
     // Every job starts from the same state, so the same input renders to the same bits: the
     // splice search at the end of a stream reads past the held data, so both buffers are cleared
     // whole, not only their history, and the resampler's read position starts again at 0.
@@ -206,22 +208,36 @@ int CMorvane::MaxOutput(int count) const {
 
 int CMorvane::Segment(float** out, int produced, bool lastFlag) {
     float* current = m_pInBuf + 2 * kHistoryFrames;
-    int L = m_Detect.Detect(current, m_nFill, this);
-    L = std::clamp(L, 0, m_nFill);
-
-    // Stereo the resampler would only bring to the output level goes to the output straight from
-    // the splices, each channel apart: one pass over it, and no holding buffer to fill.
     float* dest[2] = {out[0] + produced, out[1] + produced};
-    const bool direct = nChannels == 2 && CMorvaneResample::PassesThrough(this, bPreServ != 0);
     float* stretched = m_pOutBuf + 2 * m_nLatency;
-    const int M = direct ? m_Block.Block(dest[0], dest[1], current, L, this)
-                         : m_Block.Block(stretched, current, L, this);
-
-    // The last 1024 frames before the next segment become its history.
-    std::memmove(m_pInBuf, m_pInBuf + 2 * L,
-                 sizeof(float) * 2 * static_cast<size_t>(kHistoryFrames - L + m_nFill));
-
-    bLastSegment = lastFlag && L == m_nFill;
+    int L = m_nOpen;
+    bool direct = true;
+    int M = 0;
+    if (L > 0) {
+        M = m_Block.Next(dest[0], dest[1], this, m_nFlushStep - produced);
+    } else {
+        L = m_Detect.Detect(current, m_nFill, this);
+        L = std::clamp(L, 0, m_nFill);
+        // Stereo the resampler would only bring to the output level goes to the output straight
+        // from the splices, each channel apart: one pass over it, and no holding buffer to fill.
+        direct = nChannels == 2 && CMorvaneResample::PassesThrough(this, bPreServ != 0);
+        if (direct && Stepping()) {
+            // a flush in steps: a long segment's output comes over several calls too
+            m_Block.Begin(current, L, this);
+            M = m_Block.Next(dest[0], dest[1], this, m_nFlushStep - produced);
+        } else {
+            M = direct ? m_Block.Block(dest[0], dest[1], current, L, this)
+                       : m_Block.Block(stretched, current, L, this);
+        }
+    }
+    // (the rest of a segment left open reads its input where it is)
+    m_nOpen = direct && m_Block.Pending() ? L : 0;
+    if (m_nOpen == 0) {
+        // The last 1024 frames before the next segment become its history.
+        std::memmove(m_pInBuf, m_pInBuf + 2 * L,
+                     sizeof(float) * 2 * static_cast<size_t>(kHistoryFrames - L + m_nFill));
+        bLastSegment = lastFlag && L == m_nFill;
+    }
     int K = 0;
     if (direct) {
         // The resampler's history, its last frames of the stretched stream, as if they had
@@ -241,7 +257,8 @@ int CMorvane::Segment(float** out, int produced, bool lastFlag) {
         std::memmove(m_pOutBuf, m_pOutBuf + 2 * static_cast<size_t>(M),
                      sizeof(float) * 2 * m_nLatency);
     }
-    m_nFill -= L;
+    if (m_nOpen == 0)
+        m_nFill -= L;
     return K;
 }
 
@@ -296,13 +313,20 @@ int CMorvane::procMorvane(float** out, float** in, int count, bool last) {
                 bFinal = 1;
             }
         }
+        m_bInputDone = m_bInputDone || (last && taken == count);
+        if (StepDone(produced))
+            break; // the next segment at the next call
         produced += Segment(out, produced, last);
     } while (m_nFill > 0 && !StepDone(produced));
     return produced;
 }
 
+bool CMorvane::Stepping() const {
+    return m_nFlushStep > 0 && (bFinal || m_bInputDone);
+}
+
 bool CMorvane::StepDone(int produced) const {
-    return bFinal && m_nFlushStep > 0 && produced >= m_nFlushStep;
+    return Stepping() && produced >= m_nFlushStep;
 }
 
 void CMorvane::SetFlushStep(int frames) {
@@ -312,7 +336,7 @@ void CMorvane::SetFlushStep(int frames) {
 
 bool CMorvane::Flushing() {
     std::lock_guard lock(m_cs);
-    return bFinal && m_nFill > 0;
+    return (bFinal || m_bInputDone) && m_nFill > 0;
 }
 
 int CMorvane::Flush(float** out) {
@@ -320,7 +344,10 @@ int CMorvane::Flush(float** out) {
     PrepareDetect(); // (LowSound may have changed since the last block)
     int produced = 0;
     // the segments the last block would have gone on to make
-    while (bFinal && m_nFill > 0 && !StepDone(produced))
+    while ((bFinal || m_bInputDone) && m_nFill > 0 && !StepDone(produced)) {
+        if (!bFinal && m_nFill < nSampleRate)
+            bFinal = 1; // (as the last block would have found, with no input to come)
         produced += Segment(out, produced, true);
+    }
     return produced;
 }

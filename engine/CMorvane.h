@@ -70,6 +70,7 @@ private:
     void PrepareDetect();
     void ClearBuffers();
     int Segment(float** out, int produced, bool lastFlag);
+    bool Stepping() const;             // a flush in steps, its input all taken
     bool StepDone(int produced) const; // the ended input's flush has written a step in this call
 
     CCriticalSection m_cs;
@@ -89,6 +90,8 @@ private:
     Zeroed<float> m_pOutBuf;
     int32_t m_nLatency = 0;
     int32_t m_nFill = 0;
+    bool m_bInputDone = false; // the block that ends the job has been taken whole
+    int32_t m_nOpen = 0;       // the input frames of a segment whose output is still to come, or 0
     uint8_t m_bPending = 0;
     bool m_bDetectDue = true; // the detector waits to be prepared for nFrameLen
     uint32_t m_nSavedFinal = 100;

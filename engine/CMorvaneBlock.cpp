@@ -163,6 +163,15 @@ int CMorvaneBlock::Block(float* left, float* right, float* in, int frames, mvArg
 }
 
 int CMorvaneBlock::Plan(Out out, float* in, int frames, mvArg* arg) {
+    Begin(in, frames, arg);
+    return Next(out, arg, 0);
+}
+
+int CMorvaneBlock::Next(float* left, float* right, mvArg* arg, int most) {
+    return Next(Out{left, right}, arg, most);
+}
+
+void CMorvaneBlock::Begin(float* in, int frames, mvArg* arg) {
     const int L = frames;
     const double f = arg->dStretch;
     const int ch = arg->nChannels;
@@ -186,7 +195,8 @@ int CMorvaneBlock::Plan(Out out, float* in, int frames, mvArg* arg) {
 
     // Weights are 32-bit as stored, but every product with a frame count is taken in 64 bits:
     // with a full-scale square wave beside silence a weight reaches 65536.
-    int32_t w[kMaxSubBlocks] = {};
+    int32_t* w = m_Run.w;
+    std::fill(w, w + kMaxSubBlocks, 0);
     int64_t W = 0;
     bool useW = arg->bWeighted != 0;
     if (n == 2) {
@@ -258,41 +268,57 @@ int CMorvaneBlock::Plan(Out out, float* in, int frames, mvArg* arg) {
     if (arg->bFinal)
         useW = false;
 
-    int RI = L;
-    int RT = T;
-    int pi = 0;
-    int po = 0;
+    m_Run.in = in;
+    m_Run.n = n;
+    m_Run.k = 0;
+    m_Run.D = D;
+    m_Run.W = W;
+    m_Run.useW = useW;
+    m_Run.plain = plain;
+    m_Run.RI = L;
+    m_Run.RT = T;
+    m_Run.pi = 0;
     m_nPlan = 0;
-    for (int k = 0; k < n; ++k) {
-        const int l = RI / (n - k);
+}
+
+int CMorvaneBlock::Next(Out out, mvArg* arg, int most) {
+    const int ch = arg->nChannels;
+    Run& r = m_Run;
+    const int32_t* w = r.w;
+    const int n = r.n;
+    int po = 0;
+    for (; r.k < n && (most <= 0 || po < most); ++r.k) {
+        const int k = r.k;
+        const int l = r.RI / (n - k);
         int o;
         if (k == n - 1) {
             m_bLastSub = 1;
-            o = RT;
-        } else if (useW) {
-            o = l + static_cast<int>(int64_t{RT - RI} * w[k] / W);
+            o = r.RT;
+        } else if (r.useW) {
+            o = l + static_cast<int>(int64_t{r.RT - r.RI} * w[k] / r.W);
         } else if (k == 0) {
-            o = l + D;
+            o = l + r.D;
         } else {
-            o = l + (RT - (RI + D)) / (n - k - 1);
+            o = l + (r.RT - (r.RI + r.D)) / (n - k - 1);
         }
         if (o < 0)
             continue; // its input passes to the following sub-blocks
         // In the low-sound-off mode no piece may reach outside the buffer (and end in silence):
         // what it cannot take is carried to the pieces after it.
-        if (plain)
-            o = std::min(o, LongestInside(l, HistoryOf(in + static_cast<long>(pi) * ch, ch), arg));
+        float* in = r.in + static_cast<long>(r.pi) * ch;
+        if (r.plain)
+            o = std::min(o, LongestInside(l, HistoryOf(in, ch), arg));
 
-        const int r = Splice(out.At(po, ch), in + static_cast<long>(pi) * ch, l, o, arg);
-        m_Plan[m_nPlan++] = SubBlock{l, o, r - o};
-        m_nCarry -= r;
-        RT = m_nCarry;
-        W -= w[k];
-        if (W <= 0)
-            useW = false;
-        pi += l;
-        RI -= l;
-        po += r;
+        const int got = Splice(out.At(po, ch), in, l, o, arg);
+        m_Plan[m_nPlan++] = SubBlock{l, o, got - o};
+        m_nCarry -= got;
+        r.RT = m_nCarry;
+        r.W -= w[k];
+        if (r.W <= 0)
+            r.useW = false;
+        r.pi += l;
+        r.RI -= l;
+        po += got;
     }
     return po;
 }

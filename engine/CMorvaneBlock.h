@@ -26,6 +26,7 @@ public:
     CMorvaneBlock& operator=(const CMorvaneBlock&) = delete;
 
     void IniBlock() {
+        m_Run.k = m_Run.n = 0;
         m_nCarry = 0;
         m_nSilenced = 0;
     }
@@ -38,6 +39,15 @@ public:
     // The same for a stereo segment, its channels written apart into left and right: the same
     // samples, for a caller that takes them so.
     int Block(float* left, float* right, float* in, int frames, mvArg* arg);
+
+    // The stereo Block a few sub-blocks at a time, for a caller that hands its output on as it
+    // goes: Begin plans the segment; each Next writes sub-blocks from index 0 of left and right
+    // until at least most frames are written (all that are left for most 0) and returns how
+    // many; Pending says whether some are still to come. in stays as it is until then. The
+    // frames are those Block writes, to the bit.
+    void Begin(float* in, int frames, mvArg* arg);
+    int Next(float* left, float* right, mvArg* arg, int most);
+    bool Pending() const { return m_Run.k < m_Run.n; }
 
     // Makes one sub-block of about outLen frames from inLen input frames; returns outLen plus
     // the chosen lag.
@@ -66,7 +76,8 @@ private:
             return right ? Out{left + frame, right + frame} : Out{left + frame * ch, nullptr};
         }
     };
-    int Plan(Out out, float* in, int frames, mvArg* arg);
+    int Plan(Out out, float* in, int frames, mvArg* arg); // Begin, then Next for all
+    int Next(Out out, mvArg* arg, int most);
     int Splice(Out out, float* in, int inLen, int outLen, mvArg* arg);
 
     long HistoryOf(const float* in, int ch) const;
@@ -75,6 +86,17 @@ private:
     int SearchLag(const float* start, const float* E, int back, int fwd, int span, int m, int ch);
     int PrunedSearch(int back, int fwd, int span, int samples, int ch);
 
+    // The segment being written: its sub-blocks' weights, and how far the writing has come.
+    struct Run {
+        float* in = nullptr;
+        int n = 0, k = 0; // sub-blocks, and the next one
+        int D = 0;
+        int64_t W = 0;
+        bool useW = false, plain = false;
+        int RI = 0, RT = 0; // input frames left, output frames still owed
+        int pi = 0;         // the next sub-block's first input frame
+        int32_t w[kMaxSubBlocks] = {};
+    } m_Run;
     uint8_t m_bLastSub = 0;
     int32_t m_nCarry = 0; // output frames owed, carried from segment to segment
     float* m_pBufTop = nullptr;
