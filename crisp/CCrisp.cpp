@@ -239,7 +239,7 @@ void CCrisp::Size() {
     // One zeroed allocation, in the order of the members that view it.
     m_pStore = Zeroed<float>(2 * (m_nRingSize + low + hop + m_nLowRing + m_nDownRing) + 3 * window +
                              window / 2 + 2L * m_nStretchRoom +
-                             2 * (kHistory + kPreChunk + kPreChunk + 1));
+                             2 * (kHistory + kPreChunk + kPreChunk + 1) + kBuckets);
     float* next = m_pStore.get();
     const auto take = [&](int64_t n) { return std::exchange(next, next + n); };
     for (int c = 0; c < 2; ++c) {
@@ -258,6 +258,7 @@ void CCrisp::Size() {
         m_pPreIn[c] = take(kHistory + kPreChunk);
         m_pPreOut[c] = take(kPreChunk + 1);
     }
+    m_pBuckets = take(kBuckets);
     m_bSized = true;
 }
 
@@ -278,7 +279,7 @@ void CCrisp::Restart() {
     m_dTime = m_dTimeNext;
     m_dPitch = m_dPitchNext;
     m_dPre = PreFor(m_dPitch, m_nRate);
-    m_nIn = m_nKeepFrom = m_nTaken = 0;
+    m_nIn = m_nKeepFrom = m_nTaken = m_nWatched = 0;
     // The ring starts at a quarter of its room and doubles whenever the frames wait on more than
     // it holds (most settings need half of it, the slowest stretches all): a short job touches
     // only the pages its settings need.
@@ -635,6 +636,8 @@ bool CCrisp::NextFrame(float** out, int* produced) {
     const int64_t from = std::max<int64_t>(m_nStretched, 0);
     const int64_t skip = from - m_nStretched;
     m_nStretched += hop;
+    // (the map has read the onsets that far ahead before it placed this frame)
+    WatchTo(m_bOnsets ? static_cast<int64_t>(c + m_Map.Lookahead()) : at + window);
     if (m_nStretched > from)
         Emit(out, produced, m_pHop[0] + skip, m_pHop[1] + skip,
              static_cast<int>(m_nStretched - from));
@@ -786,6 +789,8 @@ int CCrisp::TakeRead(float* const* in, int count, bool last, bool* fed) {
             else
                 std::fill(to, to + n, 0.0f);
         }
+        if (done < count)
+            Bucket(l, r, m_nTaken + done, n);
         float loudest = 0; // (of the input read: not the output's)
         float* dest[2] = {m_pPreOut[0], m_pPreOut[1]};
         const int k = m_Pre.Read(dest, l, r, n, &loudest);
@@ -816,6 +821,7 @@ void CCrisp::Finish(float** out, int* produced) {
     const int hop = m_Vocoder.Hop();
     std::fill(m_pHop[0], m_pHop[0] + hop, 0.0f);
     std::fill(m_pHop[1], m_pHop[1] + hop, 0.0f);
+    WatchTo(m_nIn);
     for (int pushed = 0; pushed < m_Resample.Delay() + m_Guard.Delay(); pushed += hop)
         Emit(out, produced, m_pHop[0], m_pHop[1], hop);
     const int64_t pad = std::max<int64_t>(Target() - m_nOut, 0);
@@ -824,6 +830,38 @@ void CCrisp::Finish(float** out, int* produced) {
     *produced += static_cast<int>(pad);
     m_nOut += pad;
     m_bDone = true;
+}
+
+void CCrisp::Bucket(const float* left, const float* right, int64_t at, int n) {
+    for (int i = 0; i < n;) {
+        const int into = static_cast<int>((at + i) % kBucket);
+        const int k = std::min(n - i, kBucket - into);
+        const float loudest = CCrispKernels::Loudest(left + i, right + i, k);
+        float& bucket = m_pBuckets[((at + i) / kBucket) & (kBuckets - 1)];
+        bucket = into == 0 ? loudest : std::max(bucket, loudest);
+        i += k;
+    }
+}
+
+void CCrisp::WatchTo(int64_t until) {
+    until = std::min(until, m_nIn);
+    if (m_dPre != 1.0) {
+        // The ring holds the input read at the pitch rate, whose peaks its filter may have
+        // lowered: the guard hears the input as received, in whole buckets, up to where the
+        // ring's frame until came from (all of them once the input has ended and all is heard).
+        const int64_t taken = std::min(static_cast<int64_t>(until * m_dPre), m_nTaken);
+        const int64_t full =
+            m_bFinal && until == m_nIn ? (m_nTaken + kBucket - 1) / kBucket : taken / kBucket;
+        for (; m_nWatched < full; ++m_nWatched)
+            m_Guard.Hear(m_pBuckets[m_nWatched & (kBuckets - 1)]);
+        return;
+    }
+    for (const int right = m_bMono ? 0 : 1; m_nWatched < until;) {
+        const int64_t i = m_nWatched & (m_nWrap - 1);
+        const int k = static_cast<int>(std::min(until - m_nWatched, m_nWrap - i));
+        m_Guard.Watch(m_pRing[0] + i, m_pRing[right] + i, k);
+        m_nWatched += k;
+    }
 }
 
 bool CCrisp::MakeFrames(float** out, int* produced) {
@@ -881,7 +919,6 @@ int CCrisp::Process(float** out, float** in, int count, bool last) {
     int produced = 0;
     if (m_bDone)
         return 0;
-    m_Guard.Watch(in[0], in[m_bMono ? 0 : 1], count);
     m_Guard.Resume(out[0], out[1]);
     int taken = 0;
     for (;;) {

@@ -100,6 +100,11 @@ private:
     // the input's end also the silence that brings out the last. Returns the frames taken.
     int TakeRead(float* const* in, int count, bool last, bool* fed);
     void Finish(float** out, int* produced);
+    // The guard hears the input up to frame until of the ring: up to where the frames made so
+    // far needed it, so that its peak, and the output, are the same whatever the blocks were.
+    void WatchTo(int64_t until);
+    // n frames of the input as received, from frame at: their loudest into the buckets
+    void Bucket(const float* left, const float* right, int64_t at, int n);
 
     CCriticalSection m_cs;
     CCrispOnsets m_Onsets;
@@ -133,6 +138,7 @@ private:
     int64_t m_nIn = 0;              // frames the ring has taken this job
     int64_t m_nTaken = 0;           // input frames received (m_nIn x m_dPre, as near as it gets)
     int64_t m_nKeepFrom = 0;        // the oldest frame still needed
+    int64_t m_nWatched = 0;         // the frames (read first, buckets) the guard has heard
     bool m_bFinal = false;          // the input has ended
     float* m_pFrame[2] = {};        // one window per channel (the longer of the two)
     float* m_pMono = nullptr;       // one detector frame (or a long one) ...
@@ -189,6 +195,9 @@ private:
     float* m_pPreIn[2] = {};
     float* m_pPreOut[2] = {};
     int m_nPreFlushed = 0; // silent frames given it after the input's end
+    // the loudest sample of each kBucket frames of the input as received, a ring
+    static constexpr int kBucket = 256, kBuckets = 1024;
+    float* m_pBuckets = nullptr;
 
     // the job's output
     double m_dOutBase = 0; // output frames owed for the input before m_dInBase ...

@@ -81,9 +81,12 @@ void CCrispPeakGuard::Restart() {
 }
 
 void CCrispPeakGuard::Watch(const float* left, const float* right, int n) {
+    Hear(CCrispKernels::Loudest(left, right, n));
+}
+
+void CCrispPeakGuard::Hear(float loudest) {
     // as cleaning takes them: beyond the limit, limited; not finite, silence
-    m_fPeak = std::max(m_fPeak,
-                       std::min(CCrispKernels::Loudest(left, right, n), SampleClean::kMaxSample));
+    m_fPeak = std::max(m_fPeak, std::min(loudest, SampleClean::kMaxSample));
 }
 
 void CCrispPeakGuard::Want(float want, int64_t u) {

@@ -21,6 +21,8 @@ public:
     // n frames of the job's input, as received (samples that cleaning takes as silence or
     // limits count as it takes them).
     void Watch(const float* left, const float* right, int n);
+    // The same for frames whose loudest sample is known.
+    void Hear(float loudest);
     // Guards in place the n frames of left and right that follow the Pending() frames there,
     // the new frames' largest magnitude being loudest: returns how many frames from index 0 are
     // done (a frame is done once Delay() frames follow it; the rest are pending). Sets over

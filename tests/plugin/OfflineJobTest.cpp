@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <tuple>
 #include <vector>
 
 #include "MorvaneEngine.h"
@@ -47,29 +48,41 @@ TEST(OfflineJob, UnitRatesGiveTheInputAfterTheLeadIn) {
 // far larger than the plug-in's buffers, and hosts that ask for too little output and must offer
 // the refused input again.
 TEST(OfflineJob, AnyBlockPatternGivesTheSameResult) {
-    PluginHost host(MORVANE_PLUGIN);
-    host.Set(kTime, 1.5f);
-    host.Set(kPitch, std::pow(2.0f, -300 / 1200.0f));
-    const Planar in = Split(Signals::Music(44100 * 6, 44100));
-    const Job reference = RunJob(host, in, 44100, Fixed(4096, 8192));
-    EXPECT_NEAR(in.size() * 1.5 + 44100, reference.out.size(), 441);
+    // (crisp up far enough reads its input at the pitch rate first)
+    for (auto [engine, time, cents] : {std::tuple{MorvaneEngine::kSplice, 1.5f, -300.0f},
+                                       {MorvaneEngine::kCrisp, 1.5f, -300.0f},
+                                       {MorvaneEngine::kCrisp, 1.3f, 700.0f}}) {
+        PluginHost host(MORVANE_PLUGIN);
+        host.Dispatch(effVendorSpecific, MorvaneEngine::kTag, engine);
+        host.Set(kTime, time);
+        host.Set(kPitch, std::pow(2.0f, cents / 1200.0f));
+        // growing louder: the crisp engine's guard then holds its output to a peak that rises
+        Planar in = Split(Signals::Music(44100 * 6, 44100));
+        for (size_t i = 0; i < in.size(); ++i) {
+            const float gain = 0.1f + 0.9f * static_cast<float>(i) / static_cast<float>(in.size());
+            in.left[i] *= gain;
+            in.right[i] *= gain;
+        }
+        const Job reference = RunJob(host, in, 44100, Fixed(4096, 8192));
+        EXPECT_NEAR(in.size() * time + 44100, reference.out.size(), 441);
 
-    uint32_t seed = 7;
-    auto random = [&](int) {
-        seed = seed * 1664525u + 1013904223u;
-        const int offer = 1 + (seed >> 8) % 30000;
-        seed = seed * 1664525u + 1013904223u;
-        return std::pair{offer, static_cast<int>(1 + (seed >> 8) % 60000)};
-    };
-    for (const Blocks& blocks :
-         {Blocks(random), Fixed(1 << 20, 1 << 21), Fixed(1, 3), Fixed(44100, 100)}) {
-        const Job job = RunJob(host, in, 44100, blocks);
-        ASSERT_EQ(reference.out.size(), job.out.size());
-        EXPECT_EQ(reference.out.left, job.out.left);
-        EXPECT_EQ(reference.out.right, job.out.right);
+        uint32_t seed = 7;
+        auto random = [&](int) {
+            seed = seed * 1664525u + 1013904223u;
+            const int offer = 1 + (seed >> 8) % 30000;
+            seed = seed * 1664525u + 1013904223u;
+            return std::pair{offer, static_cast<int>(1 + (seed >> 8) % 60000)};
+        };
+        for (const Blocks& blocks :
+             {Blocks(random), Fixed(1 << 20, 1 << 21), Fixed(1, 3), Fixed(44100, 100)}) {
+            const Job job = RunJob(host, in, 44100, blocks);
+            ASSERT_EQ(reference.out.size(), job.out.size());
+            EXPECT_EQ(reference.out.left, job.out.left) << engine;
+            EXPECT_EQ(reference.out.right, job.out.right) << engine;
+        }
+        const Job starved = RunJob(host, in, 44100, Fixed(44100, 100));
+        EXPECT_TRUE(starved.refusedInput);
     }
-    const Job starved = RunJob(host, in, 44100, Fixed(44100, 100));
-    EXPECT_TRUE(starved.refusedInput);
 }
 
 // A host working in place, with output arrays that are its input's own, gets what one with
