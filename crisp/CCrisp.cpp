@@ -678,21 +678,15 @@ int64_t CCrisp::Room() const {
 }
 
 bool CCrisp::Grow() {
-    const int channels = m_bMono ? 1 : 2;
-    // (the quarter-rate ring is the full one when its room is the less)
-    if (m_bLow && Room() < m_nWrap - (m_nIn - m_nKeepFrom)) {
-        if (m_nDownWrap >= m_nDownRing)
-            return false;
-        for (int c = 0; c < channels; ++c)
-            Rewrap(m_pDown[c], m_nDown, m_nDownWrap, 2 * m_nDownWrap);
-        m_nDownWrap *= 2;
-        return true;
-    }
-    if (m_nWrap >= m_nRingSize)
+    // the ring whose room ran out: the quarter-rate one when its room is the less
+    const bool down = m_bLow && Room() < m_nWrap - (m_nIn - m_nKeepFrom);
+    float* const* ring = down ? m_pDown : m_pRing;
+    int64_t& wrap = down ? m_nDownWrap : m_nWrap;
+    if (wrap >= (down ? m_nDownRing : m_nRingSize))
         return false;
-    for (int c = 0; c < channels; ++c)
-        Rewrap(m_pRing[c], m_nIn, m_nWrap, 2 * m_nWrap);
-    m_nWrap *= 2;
+    for (int c = 0; c < (m_bMono ? 1 : 2); ++c)
+        Rewrap(ring[c], down ? m_nDown : m_nIn, wrap, 2 * wrap);
+    wrap *= 2;
     return true;
 }
 
