@@ -77,8 +77,8 @@ TEST(OfflineJob, AnyBlockPatternGivesTheSameResult) {
              {Blocks(random), Fixed(1 << 20, 1 << 21), Fixed(1, 3), Fixed(44100, 100)}) {
             const Job job = RunJob(host, in, 44100, blocks);
             ASSERT_EQ(reference.out.size(), job.out.size());
-            EXPECT_EQ(reference.out.left, job.out.left) << engine;
-            EXPECT_EQ(reference.out.right, job.out.right) << engine;
+            EXPECT_EQ(reference.out.left, job.out.left) << engine << " " << cents;
+            EXPECT_EQ(reference.out.right, job.out.right) << engine << " " << cents;
         }
         const Job starved = RunJob(host, in, 44100, Fixed(44100, 100));
         EXPECT_TRUE(starved.refusedInput);
