@@ -56,8 +56,17 @@ TEST(OfflineJob, AnyBlockPatternGivesTheSameResult) {
         host.Dispatch(effVendorSpecific, MorvaneEngine::kTag, engine);
         host.Set(kTime, time);
         host.Set(kPitch, std::pow(2.0f, cents / 1200.0f));
-        // growing louder: the crisp engine's guard then holds its output to a peak that rises
+        // Growing louder: the crisp engine's guard then holds its output to a peak that rises.
+        // Read first, a tone whose peaks the filter ahead of the ring keeps and whose turned
+        // phases rise above them: 20 harmonics of 110 Hz in Schroeder's phases.
         Planar in = Split(Signals::Music(44100 * 6, 44100));
+        for (size_t i = 0; i < in.size() && cents > 0; ++i) {
+            double x = 0;
+            for (int k = 1; k <= 20; ++k)
+                x += std::cos(2 * M_PI * 110 * k * double(i) / 44100 + M_PI * k * (k - 1) / 20);
+            in.left[i] = static_cast<float>(0.1 * x);
+            in.right[i] = static_cast<float>(0.08 * x);
+        }
         for (size_t i = 0; i < in.size(); ++i) {
             const float gain = 0.1f + 0.9f * static_cast<float>(i) / static_cast<float>(in.size());
             in.left[i] *= gain;
