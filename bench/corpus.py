@@ -456,10 +456,18 @@ def lmms_demos(cache, excerpt, jobs, log):
         piece.path = os.path.join(cache, "pieces",
                                   f"full-mix--{name}-{excerpt:g}s-at{start:.1f}.wav")
         if not os.path.exists(piece.path):
-            x, _ = sf.read(dest, always_2d=True, start=int(start * RATE),
-                           frames=int(excerpt * RATE) if excerpt > 0 else -1)
-            if x.shape[1] == 1:
-                x = np.repeat(x, 2, axis=1)
+            def excerpt_of():
+                x, _ = sf.read(dest, always_2d=True, start=int(start * RATE),
+                               frames=int(excerpt * RATE) if excerpt > 0 else -1)
+                return np.repeat(x, 2, axis=1) if x.shape[1] == 1 else x
+            x = excerpt_of()
+            if np.max(np.abs(x)) < 1e-3:
+                # Renders side by side now and then come out silent (seen with Oglsdl-Dr8v2);
+                # alone, the same project renders whole: once more, alone.
+                err = render_project(p, dest, home)
+                log(f"  {name}: silent; rendered again alone: {err or 'done'}")
+                if not err:
+                    x = excerpt_of()
             if np.max(np.abs(x)) < 1e-3:
                 log(f"  {name}: silent, left out")
                 continue
