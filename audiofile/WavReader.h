@@ -37,6 +37,7 @@ private:
     WavReader() = default;
 
     std::string m_path;
+    std::unique_ptr<char[]> m_buffer; // the stream's, for a long file (outlives m_file)
     FILE* m_file = nullptr;
     SF_INFO m_info{};
     sf_count_t m_declared = 0;

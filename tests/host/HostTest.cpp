@@ -171,8 +171,9 @@ TEST_F(Host, MonoStaysMonoAndUnitRatesAreExact) {
 // the bit, at every depth, including rounding ties and clipping, in either header form, with
 // its texts.
 TEST_F(Host, WavConvertsAsLibsndfileDoes) {
-    // integers: every 16-bit value, and 24- and 32-bit ones across their range
-    std::vector<int> every(65536 * 2);
+    // integers: every 16-bit value, and 24- and 32-bit ones across their range (over a
+    // megabyte of samples at 24 bits and up, which a long file's larger buffer reads)
+    std::vector<int> every(65536 * 6);
     for (size_t i = 0; i < every.size(); ++i)
         every[i] = static_cast<int>((i * 2654435761u) ^ (i << 7)) & ~0x3F;
     for (int i = 0; i < 65536; ++i)
