@@ -501,23 +501,61 @@ def stage_counts(out):
     return [sum(best.get(f, 0) for f in functions) for _, functions in CRISP_STAGES]
 
 
-def callgrind(morvane, plugin, path, workdir, extra=(), stages=False):
-    """Instructions per second of audio on the full mix (AVX2 kernels: valgrind has no AVX-512);
-    with stages, each row also carries CRISP_STAGES' counts per second."""
+def valgrind(cmd, workdir, cache=False):
+    """One command under valgrind, AVX2 kernels (valgrind has no AVX-512): callgrind's whole
+    count of instructions and its output file (for stage_counts); with cache, cachegrind's
+    simulated first-level caches (this machine's sizes) instead: instructions, data references
+    and the misses of each cache, and the caches' description."""
+    out = os.path.join(workdir, "cg.out")
+    what = (["--tool=cachegrind", "--cache-sim=yes", f"--cachegrind-out-file={out}"] if cache
+            else ["--tool=callgrind", f"--callgrind-out-file={out}"])
+    r = subprocess.run(["valgrind", *what, *cmd], capture_output=True, text=True,
+                       env=dict(os.environ, MORVANE_SIMD="avx2"))
+    if not cache:
+        m = re.search(r"Collected : (\d+)", r.stderr)
+        return int(m.group(1)) if m else float("nan"), out
+
+    def total(label):  # "==pid== D1  misses:  13,254,321  ( 8,443,716 rd + ...)"
+        m = re.search(label + r":\s+([\d,]+)", r.stderr)
+        return int(m.group(1).replace(",", "")) if m else float("nan")
+
+    counts = {k: total(label) for k, label in (("instructions", r"I\s+refs"),
+                                                ("I1 misses", r"I1\s+misses"),
+                                                ("data", r"D\s+refs"),
+                                                ("D1 misses", r"D1\s+misses"))}
+    with open(out) as f:
+        counts["caches"] = "; ".join(" ".join(line[6:].split()) for line in f
+                                     if line.startswith("desc: ") and "1 cache" in line)
+    return counts
+
+
+def callgrind(cmd, path, workdir, stages=False):
+    """Instructions per second of audio of cmd (a tool_commands builder) on path at each
+    setting; with stages, each row also carries CRISP_STAGES' counts per second."""
     rows = []
     seconds = sf.info(path).frames / RATE
     for label, T, c in SETTINGS:
-        out = os.path.join(workdir, "cg.out")
-        env = dict(os.environ, MORVANE_SIMD="avx2")
-        r = subprocess.run(["valgrind", "--tool=callgrind", f"--callgrind-out-file={out}",
-                            morvane, "render", "-q", *extra, "--plugin", plugin, "-t", f"{T * 100:g}",
-                            "-p", f"{c:g}", path, os.path.join(workdir, "cg.wav")],
-                           capture_output=True, text=True, env=env)
-        m = re.search(r"Collected : (\d+)", r.stderr)
-        row = (label, int(m.group(1)) / seconds if m else float("nan"))
+        n, out = valgrind(cmd(path, os.path.join(workdir, "cg.wav"), T, c), workdir)
+        row = (label, n / seconds)
         if stages:
-            row += ([n / seconds for n in stage_counts(out)],)
+            row += ([k / seconds for k in stage_counts(out)],)
         rows.append(row)
+    return rows
+
+
+# Where crisp's time goes beyond its instructions: the tools' first-level cache misses at one
+# setting.
+CACHE_TOOLS = ("Morvane", "Morvane crisp", "soundstretch")
+
+
+def caches(tools, path, workdir, T=2.0, cents=0):
+    """CACHE_TOOLS' cachegrind counts per second of audio on path at one setting."""
+    seconds = sf.info(path).frames / RATE
+    rows = []
+    for tool in CACHE_TOOLS:
+        counts = valgrind(dict(tools)[tool](path, os.path.join(workdir, "cg.wav"), T, cents),
+                          workdir, cache=True)
+        rows.append((tool, {k: v / seconds if k != "caches" else v for k, v in counts.items()}))
     return rows
 
 
@@ -567,11 +605,13 @@ def main():
         short = short_files(tools, files["full mix"], args.morvane, args.plugin, work)
         feet = footprints(tools, os.path.join(work, "clips", "clip000.wav"), args.morvane,
                           args.plugin, work, args.runs)
-        cg = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
-                                                      files["full mix"], work)
-        cgCrisp = [] if args.no_callgrind else callgrind(args.morvane, args.plugin,
-                                                           files["full mix"], work, ["-e", "crisp"],
-                                                           stages=True)
+        cg = cgCrisp = cgSs = cache = []
+        if not args.no_callgrind:
+            mix, by = files["full mix"], dict(tools)
+            cg = callgrind(by["Morvane"], mix, work)
+            cgCrisp = callgrind(by["Morvane crisp"], mix, work, stages=True)
+            cgSs = callgrind(by["soundstretch"], mix, work)
+            cache = caches(tools, mix, work)
 
     audio = {name: n / RATE for name, n in lengths.items()}
     lines = [f"# Morvane against the time-stretchers users have — {datetime.date.today()}", "",
@@ -652,18 +692,28 @@ def main():
     lines.append("")
     if cg:
         lines += ["## Instructions per second of audio (callgrind)", "",
-                  "Morvane on the full mix under `valgrind --tool=callgrind`, whole process, "
-                  "AVX2 kernels (valgrind does not run AVX-512). Stable from run to run, unlike "
+                  "The full mix under `valgrind --tool=callgrind`, whole process, Morvane's AVX2 "
+                  "kernels (valgrind does not run AVX-512). Stable from run to run, unlike "
                   "times on a shared machine.", "",
-                  "| setting | splice: instructions per second of audio | crisp |", "|---|---:|---:|"]
-        lines += [f"| {label} | {n / 1e6:.1f} M | {row[1] / 1e6:.1f} M |"
-                  for (label, n), row in zip(cg, cgCrisp)]
+                  "| setting | splice: instructions per second of audio | crisp | soundstretch "
+                  "| crisp / soundstretch |", "|---|---:|---:|---:|---:|"]
+        lines += [f"| {label} | {n / 1e6:.1f} M | {row[1] / 1e6:.1f} M | {ss[1] / 1e6:.1f} M "
+                  f"| {row[1] / ss[1]:.2f} |" for (label, n), row, ss in zip(cg, cgCrisp, cgSs)]
         lines += ["", "The crisp engine by stage, inclusive (the transform also runs inside the "
                   "onset finder and the low band's frames), instructions per second of audio:", "",
                   "| stage | " + " | ".join(row[0] for row in cgCrisp) + " |",
                   "|---|" + "---:|" * len(cgCrisp)]
         lines += [f"| {name} | " + " | ".join(f"{row[2][i] / 1e6:.1f} M" for row in cgCrisp) + " |"
                   for i, (name, _) in enumerate(CRISP_STAGES)]
+        lines += ["", "## First-level cache misses at time 200 % (cachegrind)", "",
+                  "The full mix under `valgrind --tool=cachegrind --cache-sim=yes`, whole "
+                  f"process, per second of audio; caches simulated as {cache[0][1]['caches']}. "
+                  "Instructions alone do not give the time: a miss waits on the next level.", "",
+                  "| tool | instructions | data references | D1 misses | D1 miss rate "
+                  "| I1 misses |", "|---|---:|---:|---:|---:|---:|"]
+        lines += [f"| {tool} | {k['instructions'] / 1e6:.1f} M | {k['data'] / 1e6:.1f} M "
+                  f"| {k['D1 misses'] / 1e6:.2f} M | {100 * k['D1 misses'] / k['data']:.1f} % "
+                  f"| {k['I1 misses'] / 1e3:.1f} k |" for tool, k in cache]
         lines.append("")
     path = new_report(args.out, f"compare-{datetime.date.today()}")
     with open(path, "x") as f:
