@@ -553,8 +553,12 @@ bool CCrisp::NextLowFrame() {
         double align = std::numeric_limits<double>::quiet_NaN();
         if (m_bLowSkipped || m_bLowSettling || m_nLowFrame == 0) {
             if (m_nFrame > 0) {
-                // taking the low bins back: the short window's phases, as it made them
-                m_Low.Join(&m_Vocoder, o - OutputCentre(m_nFrame - 1), kDown);
+                // taking the low bins back: the short window's phases, as it made them, at
+                // about the shift between its output and its input
+                const double lag =
+                    OutputCentre(m_nFrame - 1) - (m_nLastRead + m_Vocoder.Window() / 2.0);
+                m_Low.Join(&m_Vocoder, o - OutputCentre(m_nFrame - 1), kDown,
+                           (o - lag - read) / kDown);
             } else {
                 // the job's start: the short window's first frame, as it will read it
                 double c0 = 0;

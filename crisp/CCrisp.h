@@ -25,7 +25,8 @@
 // Below a crossover a second vocoder with a window four times as long takes over, so that the
 // partials of low notes stay apart; its frames follow the same time map. Around each onset it
 // hands the low bins back to the short window, whose frames keep the attack in its place, and
-// when it takes them again it joins its phases to the short window's.
+// when it takes them again it joins its phases to the short window's (those of
+// a low note's partials by one time shift, so that its waveform stays as it was).
 //
 // LowSound on looks for onsets and keeps them; off stretches everything alike, which suits
 // material without attacks (pads, strings, drones).

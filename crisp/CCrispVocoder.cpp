@@ -12,6 +12,9 @@
 namespace {
 
 constexpr double kTwoPi = 2 * std::numbers::pi;
+// Two partials less than this many of a Hann window's bins apart share its main lobe; the weaker
+// counts from this share of the stronger's power (20 dB down).
+constexpr double kCloseBins = 4, kCloseLevel = 0.01;
 
 double PrincipalArgument(double x) {
     return x - kTwoPi * std::nearbyint(x / kTwoPi);
@@ -191,14 +194,7 @@ void CCrispVocoder::Lock(int hop, double align) {
             continue; // its own turn stands
         double zr = 1, zi = 0;
         if (m2 > 0) {
-            const double m = std::sqrt(m2);
-            const double qr = m_pPrevRe[p], qi = m_pPrevIm[p];
-            double w = step * p;
-            if (qr * qr + qi * qi > 1e-6 * m * m) { // (a frame before that held the partial)
-                const double expected = step * p * hop;
-                const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
-                w = (expected + PrincipalArgument(measured - expected)) / hop;
-            }
+            const double w = Frequency(p, hop);
             zr = std::cos(w * align);
             zi = std::sin(w * align);
         }
@@ -215,6 +211,37 @@ void CCrispVocoder::Lock(int hop, double align) {
         for (int j = 0; j < joins; ++j) {
             ownRe[joinOf[j]] = zr[j];
             ownIm[joinOf[j]] = zi[j];
+        }
+        if (m_dJoinNear == m_dJoinNear) {
+            // Partials closer than the other's window tells apart (a low note's) come out of it
+            // blended, each pair's phases one: those move as one instead, by the shift that
+            // keeps the strongest of them its join. The rest keep theirs, or where both bands
+            // are heard they would cancel.
+            const double close = kCloseBins * m_dJoinDown * m_nWindow / o->m_nWindow;
+            const auto blended = [&](int i) {
+                const int p = m_pPeaks[i];
+                for (int n : {i - 1, i + 1})
+                    if (n >= 0 && n < peaks && std::abs(m_pPeaks[n] - p) < close &&
+                        p2[m_pPeaks[n]] >= kCloseLevel * p2[p])
+                        return true;
+                return false;
+            };
+            int s = -1;
+            for (int j = 0; j < joins; ++j)
+                if (blended(joinOf[j]) && (s < 0 || p2[joinAt[j]] > p2[joinAt[s]]))
+                    s = j;
+            if (s >= 0) {
+                const double w = Frequency(joinAt[s], hop), near = m_dJoinNear;
+                const double shift =
+                    w > 0 ? near + PrincipalArgument(std::atan2(zi[s], zr[s]) - w * near) / w
+                          : near;
+                for (int j = 0; j < joins; ++j)
+                    if (blended(joinOf[j])) {
+                        const double wj = Frequency(joinAt[j], hop);
+                        ownRe[joinOf[j]] = std::cos(wj * shift);
+                        ownIm[joinOf[j]] = std::sin(wj * shift);
+                    }
+            }
         }
     }
     CCrispKernels::Regions(p2, m_pPeaks.get(), peaks, bins, m_nBins, ownRe, ownIm, m_pZre, m_pZim);
@@ -288,10 +315,21 @@ double CCrispVocoder::Frame(const float* left, const float* right, int hop, bool
     return share;
 }
 
-void CCrispVocoder::Join(const CCrispVocoder* other, double shift, double down) {
+void CCrispVocoder::Join(const CCrispVocoder* other, double shift, double down, double near) {
     m_pJoin = other;
     m_dJoinShift = shift;
     m_dJoinDown = down;
+    m_dJoinNear = near;
+}
+
+double CCrispVocoder::Frequency(int bin, int hop) const {
+    const double step = kTwoPi / m_nWindow, mr = m_pMre[bin], mi = m_pMim[bin];
+    const double qr = m_pPrevRe[bin], qi = m_pPrevIm[bin];
+    if (qr * qr + qi * qi <= 1e-6 * (mr * mr + mi * mi))
+        return step * bin; // (no frame before held the partial)
+    const double expected = step * bin * hop;
+    const double measured = std::atan2(mi * qr - mr * qi, mr * qr + mi * qi);
+    return (expected + PrincipalArgument(measured - expected)) / hop;
 }
 
 void CCrispVocoder::Prime(const float* left, const float* right) {

@@ -58,8 +58,13 @@ public:
     // For the next Frame: each peak takes the phase that other (a vocoder at down times this
     // one's rate, whose last frame is centred shift of its samples before the next one here)
     // gives a partial of its frequency there, moved on to this frame's centre. Peaks that other
-    // does not hold keep their own.
-    void Join(const CCrispVocoder* other, double shift, double down);
+    // does not hold keep their own. With near finite, peaks too close together for other's
+    // window to tell apart (a low note's partials, which it blends) move as one instead, so that
+    // they keep their phases to one another, and with them the note's waveform: by the time
+    // shift nearest near (this one's samples, as align) that gives the strongest of them its
+    // join.
+    void Join(const CCrispVocoder* other, double shift, double down,
+              double near = std::numeric_limits<double>::quiet_NaN());
 
     // Analyses a frame that is not heard, for the next Frame to measure its peaks' frequencies
     // against (with align: a frame that joins another vocoder's phases).
@@ -72,6 +77,9 @@ private:
     // false: a silent frame, whose spectrum is zero without a transform
     bool Analyse(const float* x, float* re, float* im);
     void Lock(int hop, double align);
+    // A peak's frequency (radians a sample) from its phase's advance over hop since the last
+    // frame, or its bin's centre when the last frame did not hold it.
+    double Frequency(int bin, int hop) const;
 
     CRealFft m_Fft;
     int m_nWindow = 0;
@@ -82,6 +90,7 @@ private:
     const CCrispVocoder* m_pJoin = nullptr; // see Join
     double m_dJoinShift = 0;
     double m_dJoinDown = 1;
+    double m_dJoinNear = std::numeric_limits<double>::quiet_NaN(); // see Join
     int m_nNarrow = 0; // peaks below this bin need stand out of one neighbour each side, not two
     bool m_bFirst = true;
     bool m_bClean = false;         // the rings and the last spectra hold zeros
