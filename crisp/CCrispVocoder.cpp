@@ -233,8 +233,9 @@ void CCrispVocoder::Lock(int hop, double align) {
             if (s >= 0) {
                 const double w = Frequency(joinAt[s], hop), near = m_dJoinNear;
                 const double shift =
-                    w > 0 ? near + PrincipalArgument(std::atan2(zi[s], zr[s]) - w * near) / w
-                          : near;
+                    w > 0.5 * step
+                        ? near + PrincipalArgument(std::atan2(zi[s], zr[s]) - w * near) / w
+                        : near;
                 for (int j = 0; j < joins; ++j)
                     if (blended(joinOf[j])) {
                         const double wj = Frequency(joinAt[j], hop);
