@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <functional>
 #include <tuple>
 #include <vector>
 
@@ -54,6 +55,23 @@ Planar HitsOverATone(int frames, std::vector<double>* hits) {
             if (since == 0)
                 hits->push_back(i);
         }
+        p.left.push_back(static_cast<float>(x));
+    }
+    p.right = p.left;
+    return p;
+}
+
+// tone(i) under decaying noise hits of level, span samples long and dying away over decay, one
+// every `every` samples from 0.5 s on: 6 s, both channels alike.
+Planar UnderHits(const std::function<double(int)>& tone, int every, int span, double decay,
+                 double level, uint32_t seed) {
+    Planar p;
+    for (int i = 0; i < 44100 * 6; ++i) {
+        double x = tone(i);
+        const int since = (i - 22050) % every;
+        seed = seed * 1664525u + 1013904223u;
+        if (i >= 22050 && since < span)
+            x += level * std::exp(-since / decay) * ((seed >> 8) / 8388608.0 - 1.0);
         p.left.push_back(static_cast<float>(x));
     }
     p.right = p.left;
@@ -347,19 +365,14 @@ TEST(CrispEngine, PartialsAcrossTheSplitKeepTheirLevelThroughAttacks) {
     PluginHost host(MORVANE_PLUGIN);
     Choose(host, MorvaneEngine::kCrisp);
     const double partials[] = {400, 800, 1700, 1850, 2000, 2150, 2300};
-    Planar in;
-    uint32_t seed = 5;
-    for (int i = 0; i < 44100 * 6; ++i) {
-        double x = 0;
-        for (double f : partials)
-            x += 0.03 * std::sin(2 * M_PI * f * i / 44100);
-        const int since = (i - 22050) % 17640;
-        seed = seed * 1664525u + 1013904223u;
-        if (i >= 22050 && since < 4410)
-            x += 0.5 * std::exp(-since / 441.0) * ((seed >> 8) / 8388608.0 - 1.0);
-        in.left.push_back(static_cast<float>(x));
-    }
-    in.right = in.left;
+    const Planar in = UnderHits(
+        [&](int i) {
+            double x = 0;
+            for (double f : partials)
+                x += 0.03 * std::sin(2 * M_PI * f * i / 44100);
+            return x;
+        },
+        17640, 4410, 441, 0.5, 5);
     for (float time : {1.5f, 2.0f}) {
         const Planar out = Render(host, in, time);
         std::vector<double> db;
@@ -379,19 +392,14 @@ TEST(CrispEngine, ALowNoteKeepsItsWaveformThroughAttacks) {
     Choose(host, MorvaneEngine::kCrisp);
     constexpr double kF0 = 55;
     constexpr int kHarmonics = 20, kSpan = 8820; // (200 ms)
-    Planar in;
-    uint32_t seed = 9;
-    for (int i = 0; i < 44100 * 6; ++i) {
-        double x = 0;
-        for (int h = 1; h * kF0 < 3000; ++h)
-            x += 0.15 * std::sin(2 * M_PI * h * kF0 * i / 44100) / std::pow(h, 1.6);
-        const int since = (i - 22050) % 26460;
-        seed = seed * 1664525u + 1013904223u;
-        if (i >= 22050 && since < 1323)
-            x += 0.4 * std::exp(-since / 220.0) * ((seed >> 8) / 8388608.0 - 1.0);
-        in.left.push_back(static_cast<float>(x));
-    }
-    in.right = in.left;
+    const Planar in = UnderHits(
+        [&](int i) {
+            double x = 0;
+            for (int h = 1; h * kF0 < 3000; ++h)
+                x += 0.15 * std::sin(2 * M_PI * h * kF0 * i / 44100) / std::pow(h, 1.6);
+            return x;
+        },
+        26460, 1323, 220, 0.4, 9);
     // each harmonic's phase less h times the fundamental's: the waveform's shape, wherever it is
     const auto shape = [&](const std::vector<float>& x, size_t from) {
         std::vector<double> d;
