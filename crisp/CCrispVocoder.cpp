@@ -171,14 +171,32 @@ void CCrispVocoder::Lock(int hop, double align) {
     int* joinTo = joinAt + m_nBins;
     int* joinOf = joinTo + m_nBins;
     int joins = 0;
+    // how many of the other's bins lie within half of one of this one's either side
+    const long reach = o ? static_cast<long>(o->m_nWindow / (m_nWindow * m_dJoinDown) / 2) : 0;
     for (int i = 0; i < (o || !dense ? peaks : 0); ++i) {
         const int p = m_pPeaks[i];
         const double mr = m_pMre[p], mi = m_pMim[p];
         const double m2 = mr * mr + mi * mi;
         const double wj = step * p / m_dJoinDown;
-        const long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
+        long kj = o ? std::lround(wj * o->m_nWindow / kTwoPi) : -1;
         if (dense && kj >= o->m_nActive)
             break; // (the other holds nothing from there up, and the peaks only rise)
+        if (o && reach > 0 && kj >= 0 && kj < o->m_nActive) {
+            // the other's partial: its loudest bin within half of this one's, not the bin at
+            // this one's centre, which for a partial off that centre lies on the edge of its
+            // main lobe, where the phase turns over
+            long best = kj;
+            float most = -1;
+            for (long k = std::max(0L, kj - reach);
+                 k <= std::min<long>(o->m_nActive - 1, kj + reach); ++k) {
+                const float v = o->m_pOutRe[k] * o->m_pOutRe[k] + o->m_pOutIm[k] * o->m_pOutIm[k];
+                if (v > most) {
+                    most = v;
+                    best = k;
+                }
+            }
+            kj = best;
+        }
         if (o && m2 > 0 && kj >= 0 && kj < o->m_nBins &&
             (o->m_pOutRe[kj] != 0 || o->m_pOutIm[kj] != 0)) {
             // the other's partial at its frame's centre, moved on to this one's by the peak's
