@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "HelperThread.h"
+
 CBlockPipe::CBlockPipe(int channels, long blockFrames, int blocks)
     : m_channels(channels), m_blockFrames(blockFrames),
       m_blocks(static_cast<size_t>(std::max(2, blocks))) {
@@ -10,7 +12,7 @@ CBlockPipe::CBlockPipe(int channels, long blockFrames, int blocks)
 }
 
 void CBlockPipe::Start(std::function<void()> work) {
-    m_thread = std::thread(std::move(work));
+    m_thread = StartHelperThread(std::move(work));
 }
 
 void CBlockPipe::Stop() {

@@ -14,6 +14,7 @@
 
 #include "AudioReader.h"
 #include "BaseName.h"
+#include "HelperThread.h"
 #include "HostError.h"
 #include "OutputFormat.h"
 
@@ -139,7 +140,7 @@ int RenderBatch::Run() {
         [](void* library) { return library ? dlclose(library) : 0; });
     std::vector<std::thread> threads;
     for (int t = 1; t < std::min<int>(m_jobs, static_cast<int>(m_work.size())); ++t)
-        threads.emplace_back(&RenderBatch::Worker, this);
+        threads.push_back(StartHelperThread([this] { Worker(); }));
     Worker();
     for (auto& t : threads)
         t.join();

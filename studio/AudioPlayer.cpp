@@ -15,6 +15,7 @@
 
 #include "AudioReader.h"
 #include "BaseName.h"
+#include "HelperThread.h"
 
 namespace {
 
@@ -96,7 +97,7 @@ void AudioPlayer::Start(std::unique_ptr<Session> session) {
     m_error.clear();
     m_current = std::move(session);
     m_lastPath = m_current->path;
-    m_current->thread = std::thread(&AudioPlayer::Run, std::ref(*m_current));
+    m_current->thread = StartHelperThread([&current = *m_current] { Run(current); });
 }
 
 bool AudioPlayer::CrossTo(std::shared_ptr<PreviewStream> stream) {

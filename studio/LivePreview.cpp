@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "AudioReader.h"
+#include "HelperThread.h"
 #include "MorvaneParameters.h"
 
 namespace {
@@ -54,7 +55,7 @@ std::shared_ptr<PreviewStream> LivePreview::Start(const std::string& input,
         };
         m_next = Request{input, settings, frame(from), frame(loopFrom), frame(loopTo), stream};
         if (!m_thread.joinable())
-            m_thread = std::thread(&LivePreview::Work, this);
+            m_thread = StartHelperThread([this] { Work(); });
     }
     m_asked.notify_all();
     return stream;

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "AudioReader.h"
+#include "HelperThread.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ float ClipLevelOf(int format) {
 } // namespace
 
 PeakSummary::PeakSummary(const std::string& path)
-    : m_path(path), m_thread(&PeakSummary::Read, this) {}
+    : m_path(path), m_thread(StartHelperThread([this] { Read(); })) {}
 
 PeakSummary::~PeakSummary() {
     m_stop = true;

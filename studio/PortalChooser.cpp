@@ -1,5 +1,6 @@
 #include "PortalChooser.h"
 
+#include "HelperThread.h"
 #include <gio/gio.h>
 #include <sys/stat.h>
 
@@ -292,7 +293,7 @@ bool PortalChooser::Ask(const Question& question, std::function<void()> answered
     m_exchange->question = question;
     m_exchange->address = std::move(address);
     m_answered = std::move(answered);
-    m_thread = std::thread([this, x = m_exchange.get()] { Run(*x); });
+    m_thread = StartHelperThread([this, x = m_exchange.get()] { Run(*x); });
     return true;
 }
 
