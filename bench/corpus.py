@@ -540,9 +540,7 @@ def fingerprints(args):
             "sox": "sox " + deb("sox")}
 
 
-def onset_times(path):
-    r = subprocess.run(["aubioonset", "-i", path], capture_output=True, text=True, check=True)
-    return np.array([float(t) for t in r.stdout.split()])
+onset_times = compare.onset_times
 
 
 def match(want, got, tolerance=0.05):
@@ -909,7 +907,7 @@ def run(args, log=lambda s: print(s, file=sys.stderr, flush=True)):
         jobs = [(t, p, s) for p in pieces for s in SETTINGS for t in tools]
         todo = []
         for t, p, s in jobs:
-            ckey = f"piece|{fps[t]}|{t}|{digests[p.name]}|{s[0]}|v1"
+            ckey = f"piece|{fps[t]}|{t}|{digests[p.name]}|{s[0]}|v2"
             got = results.get(ckey)
             if got is not None:
                 res[(t, p.name, s[0])] = got
