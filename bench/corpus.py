@@ -732,9 +732,11 @@ def report(pieces, tools, res, bass, args, fps, excluded):
              "independent check.",
              "- Settings: time 50, 75, 150, 200 % at pitch 0; pitch +700 and −700 cents at "
              "time 100 %.",
-             "- Onsets: aubio's default detector (`aubioonset`) on input and output; the input's "
-             "times × the time rate, each matched once to the nearest unused output onset within "
-             "50 ms. F = 2PR/(P+R). Classes' tables give the mean F over the class's pieces.",
+             "- Onsets: aubio's default detector (`aubioonset`) on input and output, each read "
+             "behind 4608 frames of silence (aubio drops an attack 4 to 20 ms into a file); the "
+             "input's times × the time rate, each matched once to the nearest unused output onset "
+             "within 50 ms. F = 2PR/(P+R). Classes' tables give the mean F over the class's "
+             "pieces.",
              "- Round trip: the output rendered back by the same tool with the inverse setting "
              "(1/time, −cents), then bench/compare.py's log-spectral distance to the input (dB, "
              "2048-point frames, 50 Hz – 16 kHz); mean over the six settings.",
